@@ -1,0 +1,47 @@
+#include "Utils/clockSeam.h"
+
+#include <unistd.h>
+
+namespace VORBA2::Clock {
+
+namespace {
+
+std::uint64_t ReadNs(clockid_t clock) {
+    constexpr std::uint64_t nsPerSecond = 1'000'000'000;
+    timespec now{};
+    clock_gettime(clock, &now);
+    return static_cast<std::uint64_t>(now.tv_sec) * nsPerSecond +
+           static_cast<std::uint64_t>(now.tv_nsec);
+}
+
+}  // namespace
+
+std::time_t WallSeconds() {
+    return std::time(nullptr);
+}
+
+bool LocalTime(std::time_t at, std::tm& result) {
+    tzset();  // localtime() does; localtime_r() need not
+    std::tm local{};
+    if (localtime_r(&at, &local) == nullptr) {
+        return false;
+    }
+    result = local;
+    return true;
+}
+
+std::uint64_t RealtimeNs() {
+    return ReadNs(CLOCK_REALTIME);
+}
+
+std::uint64_t MonotonicNs() {
+    return ReadNs(CLOCK_MONOTONIC);
+}
+
+void SleepSeconds(unsigned int seconds) {
+    while (seconds != 0) {
+        seconds = sleep(seconds);
+    }
+}
+
+}  // namespace VORBA2::Clock
