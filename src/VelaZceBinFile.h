@@ -1,0 +1,63 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdio>
+#include <map>
+#include <string>
+
+// The instrument cache file, "bin" in the working directory: what the call auction taught, for a
+// program that starts later in the same session.
+//
+// Plain text, lines ended by "\n": "<index>,<name>" for each instrument, then
+// "contract's_corresponding_time=<yyyymmddhhmmss>", then "bin_file_over_tag" with no line end. The
+// Normal_ operations write it while the exchange's broadcast is learnt; the Intrade_ ones read it
+// (or write it anew) in trading time. Used by one thread, the master worker's. Two processes in one
+// directory share the file.
+class CTernBinFile {
+  public:
+    // map: the process's instrument map, must outlive the object; channel: for messages.
+    // Opens nothing.
+    CTernBinFile(std::map<std::string, unsigned short>& map, unsigned int channel);
+    virtual ~CTernBinFile();
+
+    CTernBinFile(const CTernBinFile&) = delete;
+    CTernBinFile& operator=(const CTernBinFile&) = delete;
+
+    // Begins an empty file. Failure is logged; the operations below then write nothing.
+    void Normal_FileInit();
+    // Appends one instrument, to the disk at once. 0, also when no file is open; -1 if the line was
+    // not written. A write that fails is reported once and ends the writing, so that a file with a
+    // hole in it never gets its end tag.
+    int Normal_WriteInstToBin(std::string name, unsigned short index);
+    // Widens CZceDmaChanImpl::g_uiContractSettleTm to a full date and time and ends the file with
+    // it. 0, also when no file is open (then only the time is widened); -1 if the write failed.
+    int WriteEndToBin();
+
+    // Writes the whole file anew from the instrument map. 0 or -1.
+    int Intrade_WrInstFromFpga();
+    // Loads the file into the instrument map if it is complete and of the session that is running.
+    // 0, or -1 with the reason logged. Closes the file either way.
+    int Intrade_CheckAndGetAllInstFromBin();
+
+    // The steps of Intrade_CheckAndGetAllInstFromBin, on the open file: whether the end tag is
+    // there; the creation time (0, or -1 if there is none); whether that time is of this session (0
+    // or -1); the loading itself (0, or -1 if the file cannot be read).
+    bool Intrade_IsBinComplete();
+    int Intrade_ExtractBinCreTime();
+    int Intrade_ChkBinTimeValidate();
+    int Intrade_GetAllInstFromBin();
+
+  private:
+    bool OpenFile(const char* mode);
+    void CloseFile();
+    bool Put(const char* text, std::size_t size);
+    bool Flush();
+    int ReportWriteFailure();
+    int CheckAndLoad();
+    bool LoadLine(const std::string& line);
+
+    std::map<std::string, unsigned short>& m_mapInst;
+    unsigned long m_ulCreTime = 0;  // yyyymmddhhmmss, read from the file
+    std::FILE* m_fp = nullptr;      // null while no file is open
+    unsigned int m_uiChannel;
+};
