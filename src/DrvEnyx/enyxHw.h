@@ -8,7 +8,9 @@
  * Handles are opaque. An enumeration fills up to `capacity` descriptors and returns how many it
  * found, or -1 with errno set; the caller gives the list back with the matching free call, count
  * being the number of descriptors filled. Calls that return a pointer return NULL on failure, calls
- * that return an int return 0 for success unless said otherwise; both set errno.
+ * that return an int return 0 for success unless said otherwise; both set errno. A null handle is
+ * never followed: a call that can fail then fails with EINVAL, the others (destroy, free, lock,
+ * unlock) do nothing.
  *
  * Register accesses may come from any thread and any process; a stream is used by one thread.
  */

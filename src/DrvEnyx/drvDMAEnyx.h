@@ -1,0 +1,82 @@
+#pragma once
+
+#include <atomic>
+#include <string>
+
+#include "DrvEnyx/IDrvDMA.h"
+#include "DrvEnyx/enyxHw.h"
+
+// One channel's pair of DMA streams over the vendor's library: accelerator to CPU ("a2c", the
+// board's messages) and CPU to accelerator ("c2a", the host's requests). One thread drives an
+// object.
+class CDrvDMAEnyx final : public IDrvDMA {
+  public:
+    CDrvDMAEnyx() = default;
+    CDrvDMAEnyx(const CDrvDMAEnyx&) = delete;
+    CDrvDMAEnyx& operator=(const CDrvDMAEnyx&) = delete;
+    // Logs the counters and closes the streams if Init succeeded; in every case the discovery
+    // forgets all boards, so that the next open finds (and resets) the board's core anew.
+    ~CDrvDMAEnyx() override;
+
+    // To be called once. A second call opens a second pair of streams over the same members.
+    int Init(void* param) override;
+    // Opens both streams called `name` on the board of the bus index; 0 or -1. A stream that was
+    // open when a later step failed stays open until the process ends. Deliberate: a failed Init
+    // ends the process.
+    int InitDma(std::string& name);
+
+    // Busy while it waits: it does not sleep.
+    int Send(void* packet, unsigned int size) override;
+
+    // The hot path: nothing but the vendor's poll. Inline, so that a caller that knows the class
+    // pays for no more than that call, and a constant handler takes the check away.
+    int RecvOnce(void* handler, void* context) override {
+        if (handler == nullptr) [[unlikely]] {
+            return RejectNullHandler();
+        }
+        return enyx_hw_a2c_stream_poll_once(
+            m_pA2cStream, reinterpret_cast<enyx_hw_a2c_handler>(handler), context);
+    }
+    int RecvOnceCb() override;
+    void RegisterHandler(void* handler, void* context) override;
+    int PollData() override;
+
+    // The accelerator of the channel opened last, by any object; null after a release. A record
+    // only: nothing depends on it.
+    static std::atomic<enyx_hw_accelerator*> m_lpAcc;
+
+  private:
+    // Descriptor lists that an enumeration has filled and nobody has given back yet.
+    struct StreamDescriptors {
+        enyx_hw_a2c_stream_descriptor* a2c = nullptr;
+        enyx_hw_c2a_stream_descriptor* c2a = nullptr;
+
+        void Free();
+    };
+
+    // Warns, once in the process: pollers loop. Nothing is polled, so no packet is lost. -1.
+    [[gnu::cold, gnu::noinline]] static int RejectNullHandler();
+
+    bool OpenStreams(enyx_hw_accelerator* accelerator, enyx_hw_filter* filter,
+                     StreamDescriptors& held);
+    bool OpenA2cStream(enyx_hw_accelerator* accelerator, const enyx_hw_filter* filter,
+                       StreamDescriptors& held);
+    bool OpenC2aStream(enyx_hw_accelerator* accelerator, const enyx_hw_filter* filter,
+                       StreamDescriptors& held);
+    void ReportCounters() const;
+
+    unsigned short m_usBusId = 0;
+    std::string m_strDmaName;
+    unsigned int m_uiReserved0 = 0;  // of the open record; kept, not used
+    unsigned int m_uiReserved1 = 0;
+    unsigned int m_uiReserved2 = 0;
+    bool m_bInited = false;  // both streams are open
+    enyx_hw_c2a_stream* m_pC2aStream = nullptr;
+    enyx_hw_a2c_stream* m_pA2cStream = nullptr;
+    unsigned int m_uiA2cMtu = 0;  // bytes
+    unsigned int m_uiC2aMtu = 0;
+    void* m_pHandler = nullptr;
+    void* m_pContext = nullptr;
+    std::string m_strStreamName;  // as given to InitDma
+    int m_iChannel = 0;
+};
