@@ -1,0 +1,4 @@
+#pragma once
+
+// Marks what the shared library shows to an application; everything else in it is hidden.
+#define VELA_ZCE_API __attribute__((visibility("default")))

@@ -1,0 +1,56 @@
+#include <cstdio>
+
+#include "VelaZceUtils.h"
+
+unsigned int g_uiPktCnt = 0;
+
+namespace {
+
+constexpr char HEX_DIGITS[] = "0123456789ABCDEF";
+constexpr unsigned int END_BYTES = 2;  // the line end and the zero
+constexpr unsigned int PAIR_BYTES = 2;
+constexpr unsigned int KEY_MASK = 255;
+
+// Puts pairs for as many of the bytes into `buf` as leave room for the end; returns their number.
+unsigned int FillPairs(char* buf, unsigned int bufLen, const unsigned char* data,
+                       unsigned int dataLen) {
+    const unsigned int room = bufLen < END_BYTES ? 0 : (bufLen - END_BYTES) / PAIR_BYTES;
+    const unsigned int count = dataLen < room ? dataLen : room;
+    for (unsigned int at = 0; at < count; ++at) {
+        *buf++ = HEX_DIGITS[data[at] >> 4U];
+        *buf++ = HEX_DIGITS[data[at] & 0xFU];
+    }
+    return count;
+}
+
+}  // namespace
+
+void FillDebugFileHex(char* buf, unsigned int bufLen, int fd, const unsigned char* data,
+                      unsigned int dataLen) {
+    dprintf(fd, "%d--", static_cast<int>(g_uiPktCnt));
+    const unsigned int room = buf == nullptr ? 0 : bufLen;
+    const unsigned int total = data == nullptr ? 0 : dataLen;
+    const unsigned int written = FillPairs(buf, room, data, total);
+    const unsigned int end = written * PAIR_BYTES;
+    if (room >= END_BYTES) {
+        buf[end] = '\n';
+        buf[end + 1] = '\0';
+    } else if (room == 1) {
+        buf[0] = '\0';
+    }
+    if (written < total) {
+        std::printf("Left %u bytes not write into file. totalSizes:%u, writed:%u.\n",
+                    total - written, total, written);
+    }
+}
+
+void CheckSeqNumIncre(unsigned int* table, unsigned int seq, unsigned int key) {
+    if (table == nullptr) {
+        return;
+    }
+    unsigned int& last = table[key & KEY_MASK];
+    if (last != 0 && seq != last + 1) {
+        std::printf("ERROR! not equal!! old_seq %u, current seq %u. \n", last, seq);
+    }
+    last = seq;
+}
