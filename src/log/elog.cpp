@@ -20,8 +20,8 @@ using elogoutput::LINE_BYTES;
 using elogtime::Caller;
 
 constexpr std::size_t RAW_BYTES = 2'048'000;
-constexpr std::size_t TIME_TEXT_BYTES = 18;
-constexpr std::size_t ID_TEXT_BYTES = 16;  // "pid:" and "tid:" with their number
+constexpr std::size_t TIME_TEXT_BYTES = 72;  // 18 of any real time; six numbers of any size fit
+constexpr std::size_t ID_TEXT_BYTES = 16;    // "pid:" and "tid:" with their number
 constexpr std::size_t LINE_TEXT_BYTES =
     5;  // deliberately four characters: line 12345 shows as 1234
 

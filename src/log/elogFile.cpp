@@ -18,7 +18,7 @@ using elogtime::Caller;
 
 constexpr std::size_t NAME_BYTES = 256;
 constexpr std::size_t DIR_BYTES = 512;
-constexpr std::size_t DATE_BYTES = 9;  // yyyymmdd
+constexpr std::size_t DATE_BYTES = 36;  // 9 for yyyymmdd; three numbers of any size fit
 constexpr std::size_t STREAM_BYTES = 4096;
 constexpr mode_t DIR_MODE = 0755;
 constexpr int NO_FILE = -1;
