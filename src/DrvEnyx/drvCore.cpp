@@ -31,14 +31,6 @@ constinit BusCache<enyx_hw_core> s_roots{};
 
 VORBA2::CThreadMutex s_coreMutex;
 
-class CoreMutexGuard {
-  public:
-    CoreMutexGuard() { s_coreMutex.Acquire(); }
-    CoreMutexGuard(const CoreMutexGuard&) = delete;
-    CoreMutexGuard& operator=(const CoreMutexGuard&) = delete;
-    ~CoreMutexGuard() { s_coreMutex.Release(); }
-};
-
 // The descriptor of the accelerator on the bus, or null. The caller gives it back.
 enyx_hw_accelerator_descriptor* FindAccelerator(unsigned short bus) {
     KeptErrno reason;
@@ -162,7 +154,7 @@ enyx_hw_core* DiscoverRoot(unsigned short bus) {
 }
 
 enyx_hw_core* GetRoot(unsigned short bus) {
-    const CoreMutexGuard guard;
+    const VORBA2::CThreadMutexGuard guard(s_coreMutex);
     if (bus < busCount && s_roots[bus] != nullptr) {
         return s_roots[bus];
     }
@@ -172,7 +164,7 @@ enyx_hw_core* GetRoot(unsigned short bus) {
 }  // namespace
 
 enyx_hw_accelerator* DrvEnyxCoreGetAcc(unsigned short bus) {
-    const CoreMutexGuard guard;
+    const VORBA2::CThreadMutexGuard guard(s_coreMutex);
     if (bus >= busCount) {
         LOG_ERROR("Bus index out of range. busId:%u, valid:0 to %zu.", bus, busCount - 1);
         errno = EINVAL;
