@@ -70,10 +70,9 @@ class CZceConfigFile {
 
   private:
     // The value of `key`, or null if it is absent; valid until the object's destruction.
-    const char* GetString(const char* key) const;
+    const char* GetString(const std::string& key) const;
     int GetInt(const char* key, int absent) const;
     void ParseInsts(const char* insts, unsigned int channel);
-    bool ParseOptions(unsigned int channel);
 
     unsigned int m_uiChannel = ZCE_CHANNEL_UNKNOWN;
     std::string m_strPath;

@@ -102,7 +102,6 @@ class CZceFpgaServ {
     unsigned int ReadTableWord(const ZceTableRegs_t& regs, unsigned int addr) const;
     void WriteTableWord(const ZceTableRegs_t& regs, unsigned int addr, unsigned int value);
     void ClearTable(const ZceTableRegs_t& regs, unsigned int addrStep);
-    unsigned int NearTime(unsigned int boardTime, unsigned int now) const;
     bool ReadBoardTime(unsigned int& boardTime) const;
     std::string ReadName(const ZceTableRegs_t& regs, unsigned int index) const;
     void FetchEntry(const ZceTableRegs_t& regs, std::uint16_t index);

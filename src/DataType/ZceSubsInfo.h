@@ -32,6 +32,9 @@ using ZceSubsInfoArray_t = ZceSubsInfo_t[ZCE_CHANNEL_NUM];
 // Beside the configuration objects' own arrays: built empty at load; nothing fills it.
 extern ZceSubsInfoArray_t m_stSubsInfo;
 
+// The rules of one channel, or null after a WARN line if there is no such channel.
+ZceSubsInfo_t* FindSubsInfo(ZceSubsInfoArray_t& rules, unsigned int channel);
+
 // `text` without its space characters (code 32 alone: tabs stay).
 std::string RemoveSpace(const std::string& text);
 
