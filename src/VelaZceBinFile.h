@@ -1,9 +1,9 @@
 #pragma once
 
-#include <cstddef>
 #include <cstdio>
 #include <map>
 #include <string>
+#include <string_view>
 
 // The instrument cache file, "bin" in the working directory: what the call auction taught, for a
 // program that starts later in the same session.
@@ -49,12 +49,14 @@ class CTernBinFile {
 
   private:
     bool OpenFile(const char* mode);
+    bool OpenForWriting();
     void CloseFile();
-    bool Put(const char* text, std::size_t size);
+    bool Put(std::string_view text);
+    bool PutTime(unsigned long time);
     bool Flush();
-    int ReportWriteFailure();
+    int FailWriting();
     int CheckAndLoad();
-    bool LoadLine(const std::string& line);
+    bool FindLine(std::string_view prefix, std::string& text);
 
     std::map<std::string, unsigned short>& m_mapInst;
     unsigned long m_ulCreTime = 0;  // yyyymmddhhmmss, read from the file

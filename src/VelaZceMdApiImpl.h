@@ -47,7 +47,10 @@ class CVelaZceMdApiImpl : public IVelaZceMdApi, public CSignalProcess {
     IVelaZceMdSpi* m_pSpi = nullptr;              // the application's
 
   private:
+    friend class IVelaZceMdApi;
+
+    // The register driver of the process, made if there is none.
     static IDrv* TakeDriver();
-    static void RunWorkerStep(int result, CZceDmaChanImpl* pChan);
-    [[gnu::cold]] int RecvNotStarted() const;
+    void DropWorker();
+    [[gnu::cold, gnu::noinline]] static int RecvNotStarted();
 };

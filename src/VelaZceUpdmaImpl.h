@@ -4,6 +4,7 @@
 #include <string>
 
 #include "DrvEnyx/IDrvDMA.h"
+#include "DrvEnyx/drvDMAEnyx.h"
 
 class CTernBinFile;
 class CVelaZceMdApiImpl;
@@ -50,11 +51,16 @@ class CZceDmaChanImpl final {
     // One receive step, after Work: hands what is waiting to DmaEntrance.
     // Returns 1 if a callback was made since the last call, else 0.
     unsigned int PollOnce() {
-        m_pDma->RecvOnce(reinterpret_cast<void*>(&CZceDmaChanImpl::DmaEntrance), this);
+        // InitDma makes no other class: no virtual call, so that the poll is inlined here.
+        static_cast<CDrvDMAEnyx*>(m_pDma)->RecvOnce(
+            reinterpret_cast<void*>(&CZceDmaChanImpl::DmaEntrance), this);
         const unsigned int bGotData = m_bGotData;
         m_bGotData = 0;
         return bGotData;
     }
+
+    // Whether this is the worker of channel 0 and `drv` is its register driver.
+    bool IsMasterOf(const IDrv* drv) const { return m_uiChannel == 0 && m_pDrv == drv; }
 
     // Receives until *pbRun is false. `cb` and `user` are kept for reference; messages go to
     // DmaEntrance all the same. Returns 0, or -1 for a null cb or pbRun or before Work.
@@ -77,7 +83,8 @@ class CZceDmaChanImpl final {
     void HandleUpSubsResult(const unsigned char* msg, unsigned int len, void* ctx);
 
     // Enters every record of one instrument-map packet. Returns the length of the last record, or
-    // that of the record area if there was none. The first form trusts the length that the packet
+    // that of the record area if there was none. A record that is not sound ends the walk with one
+    // WARN line; those before it count. The first form trusts the length that the packet
     // itself gives; the second stays inside the `len` bytes that were received.
     unsigned int LoadtoMapFromMac(unsigned char* msg);
     unsigned int LoadtoMapFromMac(const unsigned char* msg, unsigned int len);
@@ -95,9 +102,8 @@ class CZceDmaChanImpl final {
 
     void ResetAndClear();
     void SubscribeAll();
-    [[gnu::cold]] void HandleShortMsg(const unsigned char* msg, unsigned int len);
-    [[gnu::cold]] void HandleOtherMsg(const unsigned char* msg, unsigned int len);
-    [[gnu::cold]] static void RegisterSignals();
+    [[gnu::cold, gnu::noinline]] void HandleOtherMsg(const unsigned char* msg, unsigned int len);
+    [[gnu::cold, gnu::noinline]] static void RegisterSignals();
 
     unsigned int m_bGotData = 0;                      // a callback was made since the last poll
     unsigned long m_ulParsedCnt = 0;                  // instrument records of all map packets

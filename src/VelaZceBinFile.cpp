@@ -1,0 +1,126 @@
+#include "VelaZceBinFile.h"
+
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include "VelaZceBinFormat.h"
+#include "VelaZceUpdmaImpl.h"
+#include "log/elog.h"
+
+namespace {
+
+constexpr std::size_t g_uiInstLineSize = 128;  // of a line with its terminating zero
+constexpr std::size_t g_uiTimeLineSize = 256;
+
+// The line of one instrument; empty, after a WARN line, if it would be too long.
+std::string FormatInst(const std::string& name, unsigned short index) {
+    char szLine[g_uiInstLineSize];
+    const int iSize = std::snprintf(szLine, sizeof(szLine), "%u,%s\n", index, name.c_str());
+    if (iSize < 0 || static_cast<std::size_t>(iSize) >= sizeof(szLine)) {
+        LOG_WARN("Instrument name too long for file %s, left out: index:%u,inst:%s", ZCE_BIN_NAME,
+                 index, name.c_str());
+        return {};
+    }
+    return szLine;
+}
+
+}  // namespace
+
+CTernBinFile::CTernBinFile(std::map<std::string, unsigned short>& map, unsigned int channel)
+    : m_mapInst(map), m_uiChannel(channel) {}
+
+CTernBinFile::~CTernBinFile() {
+    CloseFile();
+}
+
+bool CTernBinFile::OpenFile(const char* mode) {
+    CloseFile();
+    m_fp = std::fopen(ZCE_BIN_NAME, mode);
+    return m_fp != nullptr;
+}
+
+bool CTernBinFile::OpenForWriting() {
+    if (OpenFile("w")) {
+        return true;
+    }
+    LOG_WARN("Fail! Unable to open file %s,msg:%s", ZCE_BIN_NAME, std::strerror(errno));
+    return false;
+}
+
+void CTernBinFile::CloseFile() {
+    std::FILE* const fp = std::exchange(m_fp, nullptr);
+    if (fp != nullptr) {
+        std::fclose(fp);
+    }
+}
+
+bool CTernBinFile::Put(std::string_view text) {
+    return std::fwrite(text.data(), 1, text.size(), m_fp) == text.size();
+}
+
+bool CTernBinFile::PutTime(unsigned long time) {
+    char szLine[g_uiTimeLineSize];
+    std::snprintf(szLine, sizeof(szLine), "%s%lu\n", ZCE_BIN_TIME_PREFIX.data(), time);
+    return Put(szLine);
+}
+
+bool CTernBinFile::Flush() {
+    return std::fflush(m_fp) == 0;
+}
+
+// Said once: with the file closed nothing is written to it any more.
+int CTernBinFile::FailWriting() {
+    LOG_WARN("Fail! Unable to write file %s,msg:%s. No more is written to it.", ZCE_BIN_NAME,
+             std::strerror(errno));
+    CloseFile();
+    return -1;
+}
+
+void CTernBinFile::Normal_FileInit() {
+    OpenForWriting();
+}
+
+int CTernBinFile::Normal_WriteInstToBin(std::string name, unsigned short index) {
+    if (m_fp == nullptr) {
+        return 0;
+    }
+    const std::string line = FormatInst(name, index);
+    if (line.empty()) {
+        return -1;
+    }
+    if (!Put(line)) {
+        return FailWriting();
+    }
+    LOG_INFO("Write to bin :index:%u,inst:%s,", index, name.c_str());
+    return Flush() ? 0 : FailWriting();
+}
+
+int CTernBinFile::WriteEndToBin() {
+    // The remainder: a time that was widened before is not widened twice.
+    unsigned long& ulTime = CZceDmaChanImpl::g_uiContractSettleTm;
+    ulTime = ZceDateNumber(ZceLocalNow()) * ZCE_BIN_DATE_UNIT + ulTime % ZCE_BIN_DATE_UNIT;
+    if (m_fp == nullptr) {
+        return 0;
+    }
+    if (!PutTime(ulTime) || !Put(ZCE_BIN_END_TAG)) {
+        return FailWriting();
+    }
+    LOG_INFO("Write end tag to bin.");
+    return Flush() ? 0 : FailWriting();
+}
+
+int CTernBinFile::Intrade_WrInstFromFpga() {
+    if (!OpenForWriting()) {
+        return -1;
+    }
+    const std::tm local = ZceLocalNow();
+    bool bWritten = PutTime(ZceDateNumber(local) * ZCE_BIN_DATE_UNIT + ZceTimeNumber(local));
+    for (auto it = m_mapInst.cbegin(); bWritten && it != m_mapInst.cend(); ++it) {
+        bWritten = Put(FormatInst(it->first, it->second));
+    }
+    if (!bWritten) {
+        return FailWriting();
+    }
+    return WriteEndToBin();
+}

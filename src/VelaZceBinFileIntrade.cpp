@@ -1,0 +1,192 @@
+// The reading of the instrument cache file. It may be torn, stale or not a cache file at all:
+// nothing that stands in it is trusted.
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include "VelaZceBinFile.h"
+#include "VelaZceBinFormat.h"
+#include "log/elog.h"
+
+namespace {
+
+constexpr std::size_t g_uiMaxLine = 255;  // characters, line end included
+
+// The creation times of the session that is running, by the local hour. Wider than the messages
+// say, deliberately.
+constexpr int g_iLastDayHour = 14;
+constexpr unsigned long g_ulDayBegin = 80000;
+constexpr unsigned long g_ulDayEnd = 102999;
+constexpr unsigned long g_ulNightBegin = 200000;
+constexpr unsigned long g_ulNightEnd = 219999;
+
+struct BinLine_t {
+    std::string strText;  // as read, with its line end; the first 255 characters if it is longer
+    bool bTooLong = false;
+};
+
+// False at the end of the file.
+bool ReadLine(std::FILE* fp, BinLine_t& line) {
+    line.strText.clear();
+    line.bTooLong = false;
+    for (int iChar = std::getc(fp); iChar != EOF; iChar = std::getc(fp)) {
+        if (line.strText.size() < g_uiMaxLine) {
+            line.strText.push_back(static_cast<char>(iChar));
+        } else {
+            line.bTooLong = true;
+        }
+        if (iChar == '\n') {
+            break;
+        }
+    }
+    return !line.strText.empty();
+}
+
+// The next token of `rest` between commas (several in a row are one), which is taken off it; empty
+// if there is none left.
+std::string_view NextToken(std::string_view& rest) {
+    rest.remove_prefix(std::min(rest.find_first_not_of(','), rest.size()));
+    const std::string_view token = rest.substr(0, rest.find(','));
+    rest.remove_prefix(token.size());
+    return token;
+}
+
+// Splits an instrument line. False if it is not one.
+bool ParseInst(const BinLine_t& line, std::string& name, unsigned short& index) {
+    const std::string& text = line.strText;
+    if (line.bTooLong || text.find('\0') != std::string::npos) {
+        return false;
+    }
+    std::string_view rest = text;
+    const std::string indexToken(NextToken(rest));
+    const std::string_view nameToken = NextToken(rest);
+    if (indexToken.empty() || nameToken.empty() || nameToken.back() != '\n') {
+        return false;
+    }
+    char* pEnd = nullptr;
+    index = static_cast<unsigned short>(std::strtoul(indexToken.c_str(), &pEnd, 10));
+    name = nameToken.substr(0, nameToken.size() - 1);
+    return pEnd != indexToken.c_str();
+}
+
+}  // namespace
+
+int CTernBinFile::Intrade_CheckAndGetAllInstFromBin() {
+    if (!OpenFile("r")) {
+        LOG_WARN("Cannot open file:%s, errmsg:%s", ZCE_BIN_NAME, std::strerror(errno));
+        return -1;
+    }
+    const int iRet = CheckAndLoad();
+    CloseFile();
+    if (iRet == 0) {
+        LOG_INFO("[channel:%d] Current bin total inst count:%u.", static_cast<int>(m_uiChannel),
+                 static_cast<unsigned int>(m_mapInst.size()));
+    }
+    return iRet;
+}
+
+int CTernBinFile::CheckAndLoad() {
+    if (!Intrade_IsBinComplete()) {
+        // Names the time's prefix, not the end tag it misses: deliberate.
+        LOG_WARN(" %s not found in the file. bin file  is not complete.",
+                 ZCE_BIN_TIME_PREFIX.data());
+        LOG_WARN("Bin file is not complete.");
+        return -1;
+    }
+    if (Intrade_ExtractBinCreTime() != 0) {
+        LOG_WARN("Bin time check fail.");
+        return -1;
+    }
+    if (Intrade_ChkBinTimeValidate() != 0) {
+        LOG_WARN("Bin is not validate");
+        return -1;
+    }
+    LOG_INFO("Bin is validate");
+    if (Intrade_GetAllInstFromBin() != 0) {
+        LOG_WARN("Fail! load to map fail");
+        return -1;
+    }
+    return 0;
+}
+
+bool CTernBinFile::FindLine(std::string_view prefix, std::string& text) {
+    if (m_fp == nullptr) {
+        return false;
+    }
+    std::rewind(m_fp);
+    BinLine_t line;
+    while (ReadLine(m_fp, line)) {
+        if (line.strText.starts_with(prefix)) {
+            text = line.strText;
+            return true;
+        }
+    }
+    return false;
+}
+
+bool CTernBinFile::Intrade_IsBinComplete() {
+    std::string text;
+    return FindLine(ZCE_BIN_END_TAG, text);
+}
+
+int CTernBinFile::Intrade_ExtractBinCreTime() {
+    std::string text;
+    if (!FindLine(ZCE_BIN_TIME_PREFIX, text)) {
+        LOG_WARN("Error: '%s' not found in the file.\n", ZCE_BIN_TIME_PREFIX.data());
+        return -1;
+    }
+    m_ulCreTime = std::strtoul(text.c_str() + ZCE_BIN_TIME_PREFIX.size(), nullptr, 10);
+    LOG_INFO("%s%lu", ZCE_BIN_TIME_PREFIX.data(), m_ulCreTime);
+    return 0;
+}
+
+int CTernBinFile::Intrade_ChkBinTimeValidate() {
+    const std::tm local = ZceLocalNow();
+    const unsigned long ulDate = ZceDateNumber(local);
+    const unsigned long ulNow = ulDate * ZCE_BIN_DATE_UNIT + ZceTimeNumber(local);
+    const bool bNight = local.tm_hour > g_iLastDayHour;
+    const unsigned long ulBegin = bNight ? g_ulNightBegin : g_ulDayBegin;
+    const unsigned long ulEnd = bNight ? g_ulNightEnd : g_ulDayEnd;
+    const unsigned long ulTime = m_ulCreTime % ZCE_BIN_DATE_UNIT;
+    if (m_ulCreTime / ZCE_BIN_DATE_UNIT == ulDate && ulBegin <= ulTime && ulTime <= ulEnd) {
+        return 0;
+    }
+    if (bNight) {
+        LOG_WARN(
+            "BinCreTime is not in the current date's 8-9 PM range. current time:%lu, Bintime:%lu.",
+            ulNow, m_ulCreTime);
+    } else {
+        LOG_WARN(
+            "BinCreTime is not in the current date's 8-9 AM range.current time:%lu, bintime:%lu.",
+            ulNow, m_ulCreTime);
+    }
+    return -1;
+}
+
+int CTernBinFile::Intrade_GetAllInstFromBin() {
+    if (m_fp == nullptr) {
+        return -1;
+    }
+    std::rewind(m_fp);
+    BinLine_t line;
+    std::string name;
+    unsigned short usIndex = 0;
+    unsigned short usLine = 0;  // wraps, deliberately
+    while (ReadLine(m_fp, line)) {
+        ++usLine;
+        if (!ParseInst(line, name, usIndex)) {
+            LOG_WARN("Invalid format!we skip line %d: %s", usLine, line.strText.c_str());
+            continue;
+        }
+        m_mapInst[name] = usIndex;
+        LOG_INFO("Loading from bin: Index:%u,Instructmentid:%s, lineNumber:%u.", usIndex,
+                 name.c_str(), usLine);
+    }
+    if (std::ferror(m_fp) != 0) {
+        return -1;
+    }
+    LOG_INFO("Loading over!");
+    return 0;
+}

@@ -1,0 +1,196 @@
+#include "VelaZceMdApiImpl.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <mutex>
+#include <new>
+#include <string>
+#include <vector>
+
+#include "DataType/ZceConfigFile.h"
+#include "DataType/ZceRegMap.h"
+#include "DrvEnyx/IDrv.h"
+#include "DrvEnyx/drvEnyx.h"
+#include "VelaZceKeep.h"
+#include "VelaZceUpdmaImpl.h"
+#include "log/CRwLogger.h"
+#include "log/elog.h"
+
+namespace {
+
+constexpr unsigned short g_usCoreId = 474;
+constexpr const char* g_szLogDir = "/tmp/fpgalog/";
+constexpr const char* g_szLogName = "fpga";
+
+// The log service of the process, made by the first start and never freed.
+CRwLogger* g_pLogger = nullptr;
+std::mutex g_logInitMutex;
+
+// Guards CDrvEnyxReg::instance and the list of the API objects alive, both of which the release of
+// a driver goes through.
+std::mutex g_drvMutex;
+std::vector<CVelaZceMdApiImpl*>& LiveApis() {
+    static auto* const pApis = new std::vector<CVelaZceMdApiImpl*>;
+    return *pApis;
+}
+
+// A start that cannot go on ends the process, deliberately with status 0.
+[[noreturn]] void EndProcess() {
+    std::exit(0);
+}
+
+}  // namespace
+
+unsigned char CVelaZceMdApiImpl::m_ChanReady = 0;
+
+// Here, so that the table of the exported class lives in the library.
+IVelaZceMdApi::~IVelaZceMdApi() = default;
+
+IVelaZceMdApi* IVelaZceMdApi::CreateVelaZceMdApi() {
+    return new CVelaZceMdApiImpl(CVelaZceMdApiImpl::TakeDriver());
+}
+
+void IVelaZceMdApi::DestroyVelaZceMdApi(IVelaZceMdApi& api) {
+    delete dynamic_cast<CVelaZceMdApiImpl*>(&api);
+}
+
+CVelaZceMdApiImpl::CVelaZceMdApiImpl(IDrv* drv) : m_pDrv(drv) {
+    const std::lock_guard<std::mutex> lock(g_drvMutex);
+    LiveApis().push_back(this);
+}
+
+CVelaZceMdApiImpl::~CVelaZceMdApiImpl() {
+    DropWorker();
+    const std::lock_guard<std::mutex> lock(g_drvMutex);
+    std::erase(LiveApis(), this);
+}
+
+IDrv* CVelaZceMdApiImpl::TakeDriver() {
+    const std::lock_guard<std::mutex> lock(g_drvMutex);
+    if (CDrvEnyxReg::instance == nullptr) {
+        CDrvEnyxReg::instance = new CDrvEnyxReg;
+    }
+    return CDrvEnyxReg::instance;
+}
+
+void CVelaZceMdApiImpl::ReleaseDriver(IDrv* drv) {
+    const std::lock_guard<std::mutex> lock(g_drvMutex);
+    const auto& apis = LiveApis();
+    const bool bStillUsed = std::any_of(apis.begin(), apis.end(), [drv](const auto* pApi) {
+        return pApi->m_pChan != nullptr && pApi->m_pChan->IsMasterOf(drv);
+    });
+    if (drv == nullptr || bStillUsed) {
+        return;
+    }
+    for (CVelaZceMdApiImpl* pApi : apis) {
+        if (pApi->m_pDrv == drv) {
+            pApi->m_pDrv = nullptr;
+        }
+    }
+    if (CDrvEnyxReg::instance == drv) {
+        CDrvEnyxReg::instance = nullptr;
+    }
+    delete drv;
+}
+
+void CVelaZceMdApiImpl::DropWorker() {
+    // Out of the object first: a worker on its way out does not count as a user of the driver.
+    CZceDmaChanImpl* const pChan = m_pChan;
+    m_pChan = nullptr;
+    delete pChan;
+}
+
+int CVelaZceMdApiImpl::VelaRecvStart(IVelaZceMdSpi& spi, const char* cfgPath) {
+    if (VelaStart(spi, cfgPath) != 0) {
+        LOG_ERROR("Vela init fail.");
+        return -1;
+    }
+    while (VelaRecv() != -1) {}
+    return 0;
+}
+
+int CVelaZceMdApiImpl::VelaStart(IVelaZceMdSpi& spi, const char* cfgPath) {
+    if (cfgPath == nullptr) {
+        std::puts("Error! lpConfig null pointer!");
+        EndProcess();
+    }
+    if (LogInit(cfgPath) != 0) {
+        std::puts("Log init failed");
+        return -1;
+    }
+    m_pSpi = &spi;
+    // A second start: the stream of the first must be free before it can be opened again.
+    DropWorker();
+    if (m_pDrv == nullptr) {
+        m_pDrv = TakeDriver();
+    }
+    if (InitCfgInfo(cfgPath) != 0) {
+        LOG_ERROR("Vela inner init fail.");
+        EndProcess();
+    }
+
+    Vela2_U50::ZceDmaInitParms_t parms{m_pCfg->GetBusId(), g_usCoreId, m_pCfg->GetDmaChanName()};
+    auto* const pChan = new CZceDmaChanImpl(m_pDrv, this, m_pCfg);
+    if (pChan->Init(&parms) != 0 || pChan->Work(&parms) != 0) {
+        LOG_ERROR("Create Tern service failed!");
+        delete pChan;
+        EndProcess();
+    }
+    m_pChan = pChan;
+    return 0;
+}
+
+int CVelaZceMdApiImpl::VelaRecv() {
+    if (m_isExit.load(std::memory_order_relaxed) != 0) [[unlikely]] {
+        return -1;
+    }
+    if (m_pChan == nullptr) [[unlikely]] {
+        return RecvNotStarted();
+    }
+    return static_cast<int>(m_pChan->PollOnce());
+}
+
+int CVelaZceMdApiImpl::RecvNotStarted() {
+    LOG_WARN("VelaRecv before a successful VelaStart: there is no channel to poll.");
+    return -1;
+}
+
+int CVelaZceMdApiImpl::InitCfgInfo(const char* cfgPath) {
+    m_pCfg = new (std::nothrow) Vela2_U50::CZceConfigFile(std::string(cfgPath), m_pDrv, this);
+    if (m_pCfg == nullptr) {
+        LOG_INFO("Config file init fail");
+        return -1;
+    }
+    ZceKeepForProcess(m_pCfg);
+    if (m_pCfg->Init() != 0) {
+        LOG_ERROR("Config file init fail.");
+        return -1;
+    }
+    if (m_pCfg->GetDmaChannel() != Vela2_U50::ZCE_MASTER_CHANNEL) {
+        return 0;
+    }
+    DrvRegInitParms_t parms{static_cast<unsigned short>(m_pCfg->GetBusId()), g_usCoreId};
+    const int iRet = m_pDrv->Init(&parms);
+    if (iRet != 0) {
+        LOG_ERROR("Init New drive failed! ret:%d", iRet);
+        return -1;
+    }
+    return 0;
+}
+
+int CVelaZceMdApiImpl::LogInit(const char* /*cfgPath*/) {
+    const std::lock_guard<std::mutex> lock(g_logInitMutex);
+    if (g_pLogger != nullptr) {
+        return 0;
+    }
+    // Recorded before it is started: a log service that failed is not tried a second time.
+    g_pLogger = new CRwLogger;
+    const int iRet = g_pLogger->Init(0, g_szLogDir, g_szLogName);
+    if (iRet != 0) {
+        std::printf("###Init log service failed! ret: %d###\n", iRet);
+        return -1;
+    }
+    return 0;
+}
