@@ -1,1 +1,1 @@
-target_sources(velazce_core PRIVATE ${CMAKE_CURRENT_LIST_DIR} / SignalProcess.cpp)
+target_sources(velazce_core PRIVATE ${CMAKE_CURRENT_LIST_DIR}/SignalProcess.cpp)
