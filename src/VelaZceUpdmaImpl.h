@@ -102,6 +102,7 @@ class CZceDmaChanImpl final {
 
     void ResetAndClear();
     void SubscribeAll();
+    void Deliver(unsigned int type, const unsigned char* msg);
     [[gnu::cold, gnu::noinline]] void HandleOtherMsg(const unsigned char* msg, unsigned int len);
     [[gnu::cold, gnu::noinline]] static void RegisterSignals();
 

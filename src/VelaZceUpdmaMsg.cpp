@@ -110,23 +110,15 @@ bool IsMarketData(std::uint32_t uiType) {
 
 }  // namespace
 
-void CZceDmaChanImpl::HandleUpSubsResult(const unsigned char* msg, unsigned int len,
-                                         void* /*ctx*/) {
-    if (len < g_uiHeadSize && (len < g_uiTypeSize || IsMarketData(ReadType(msg)))) [[unlikely]] {
-        WarnShortMsg(len);
-        return;
-    }
-    const std::uint32_t uiType = ReadType(msg);
-    if (!IsMarketData(uiType)) [[unlikely]] {
-        DumpUnsupportedMsg(uiType, msg, len);
-        return;
-    }
+// One market-data message to its slot. Part of the two operations below, not a call from them.
+[[gnu::always_inline]] inline void CZceDmaChanImpl::Deliver(unsigned int type,
+                                                            const unsigned char* msg) {
     if (m_bSignalRegister == 0) [[unlikely]] {
         RegisterSignals();
     }
     IVelaZceMdSpi& spi = *m_pApi->GetSpi();
     const unsigned char* const body = msg + g_uiHeadSize;
-    switch (uiType) {
+    switch (type) {
         case g_uiTypeMd17:
             spi.OnDmaType17Msg(body);
             break;
@@ -144,14 +136,30 @@ void CZceDmaChanImpl::HandleUpSubsResult(const unsigned char* msg, unsigned int 
 }
 
 // The hot path: nothing stands between the poll and the callback but a length, the type, the
-// signal flag and the slot. HandleUpSubsResult is inlined here.
+// signal flag and the slot.
 void CZceDmaChanImpl::DmaEntrance(const unsigned char* msg, unsigned int len, void* ctx) {
     auto* const pChan = static_cast<CZceDmaChanImpl*>(ctx);
-    if (len >= g_uiHeadSize && IsMarketData(ReadType(msg))) [[likely]] {
-        pChan->HandleUpSubsResult(msg, len, ctx);
-        return;
+    if (len >= g_uiHeadSize) [[likely]] {
+        const std::uint32_t uiType = ReadType(msg);
+        if (IsMarketData(uiType)) [[likely]] {
+            pChan->Deliver(uiType, msg);
+            return;
+        }
     }
     pChan->HandleOtherMsg(msg, len);
+}
+
+void CZceDmaChanImpl::HandleUpSubsResult(const unsigned char* msg, unsigned int len,
+                                         void* /*ctx*/) {
+    const bool bHasType = len >= g_uiTypeSize;
+    const std::uint32_t uiType = bHasType ? ReadType(msg) : 0;
+    if (bHasType && !IsMarketData(uiType)) {
+        DumpUnsupportedMsg(uiType, msg, len);
+    } else if (len < g_uiHeadSize) {
+        WarnShortMsg(len);
+    } else {
+        Deliver(uiType, msg);
+    }
 }
 
 void CZceDmaChanImpl::HandleOtherMsg(const unsigned char* msg, unsigned int len) {
