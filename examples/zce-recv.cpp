@@ -1,0 +1,361 @@
+// zce-recv: receives one DMA channel and tells what comes. The program to start an application
+// from: it shows both ways of receiving, and uses the library's headers and the board's message
+// bodies alone.
+//
+//     zce-recv CONFIG [--seconds N] [--print N] [--own-loop] [--names FILE]
+//
+// The last line is "zce-recv channel=C total=T type17=A type18=B type19=C type20=D gaps=G", G being
+// the number of messages that the board sent to this channel and that did not arrive.
+
+#include <getopt.h>
+#include <iniparser.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cctype>
+#include <cerrno>
+#include <chrono>
+#include <climits>
+#include <condition_variable>
+#include <csignal>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "IVelaZceMdApi.h"
+#include "ZceBoardMsg.h"
+
+namespace {
+
+const unsigned int firstType = ZCE_BOARD_TYPE_L1_SINGLE;
+const std::size_t typeCount = 4;
+const int usageError = 2;
+
+struct Arguments {
+    std::string config;
+    std::string namesFile;
+    long seconds = 0;  // 0: until a signal
+    long print = 0;
+    bool ownLoop = false;
+};
+
+// A counter that the receiving thread alone writes and the reporting thread reads.
+class CCount {
+  public:
+    void Add(std::uint64_t more) {
+        m_ulValue.store(m_ulValue.load(std::memory_order_relaxed) + more,
+                        std::memory_order_relaxed);
+    }
+    std::uint64_t Get() const { return m_ulValue.load(std::memory_order_relaxed); }
+
+  private:
+    std::atomic<std::uint64_t> m_ulValue{0};
+};
+
+// The application's side of the interface. Every callback comes on the receiving thread, and the
+// body is only valid until it returns.
+class CReceiver : public IVelaZceMdSpi {
+  public:
+    explicit CReceiver(const Arguments& arguments)
+        : m_lPrint(arguments.print), m_bKeepNames(!arguments.namesFile.empty()) {}
+
+    void OnDmaType17Msg(const unsigned char* body) override { Take(17, body); }
+    void OnDmaType18Msg(const unsigned char* body) override { Take(18, body); }
+    void OnDmaType19Msg(const unsigned char* body) override { Take(19, body); }
+    void OnDmaType20Msg(const unsigned char* body) override { Take(20, body); }
+
+    std::uint64_t Count(std::size_t type) const { return m_aCounts[type].Get(); }
+    std::uint64_t Gaps() const { return m_gaps.Get(); }
+    std::uint64_t Total() const {
+        std::uint64_t ulTotal = 0;
+        for (const CCount& count : m_aCounts) {
+            ulTotal += count.Get();
+        }
+        return ulTotal;
+    }
+
+    // One line "messages,name" for each instrument that had any.
+    bool WriteNames(const std::string& path) const {
+        std::ofstream file(path);
+        for (const std::vector<Instrument>& table : m_aTables) {
+            for (const Instrument& instrument : table) {
+                if (instrument.messages != 0) {
+                    file << instrument.messages << ',' << instrument.name << '\n';
+                }
+            }
+        }
+        return static_cast<bool>(file.flush());
+    }
+
+  private:
+    struct Instrument {
+        std::uint64_t messages = 0;
+        std::string name;
+    };
+
+    void Take(unsigned int uiType, const unsigned char* body) {
+        ZceBoardQuote_t quote;
+        ZceBoardReadQuote(body, &quote);
+        m_aCounts[uiType - firstType].Add(1);
+        if (quote.ulSeq != m_ulLastSeq + 1) {
+            // The numbers begin at 1 when the stream is opened, so that a lost first message shows.
+            m_gaps.Add(quote.ulSeq > m_ulLastSeq ? quote.ulSeq - m_ulLastSeq - 1 : 1);
+        }
+        m_ulLastSeq = quote.ulSeq;
+        if (m_lPrint > 0) {
+            --m_lPrint;
+            Print(uiType, quote, body);
+        }
+        if (m_bKeepNames) {
+            KeepName(quote);
+        }
+    }
+
+    static void Print(unsigned int uiType, const ZceBoardQuote_t& quote,
+                      const unsigned char* body) {
+        char szName[ZCE_BOARD_NAME_SIZE + 1];
+        ZceBoardLevel_t best;
+        std::memcpy(&best, body + sizeof(quote), sizeof(best));
+        std::printf("zce-recv type=%u %s %06u last %.2f bid %.2f x %u ask %.2f x %u volume %llu\n",
+                    uiType, ZceBoardName(&quote, szName), quote.uiTime,
+                    ZceBoardPrice(quote.lLastPrice), ZceBoardPrice(best.lBidPrice),
+                    best.uiBidVolume, ZceBoardPrice(best.lAskPrice), best.uiAskVolume,
+                    static_cast<unsigned long long>(quote.ulVolume));
+    }
+
+    void KeepName(const ZceBoardQuote_t& quote) {
+        std::vector<Instrument>& table = m_aTables[quote.ucTable != 0 ? 1 : 0];
+        if (table.size() <= quote.usIndex) {
+            table.resize(quote.usIndex + 1U);
+        }
+        Instrument& instrument = table[quote.usIndex];
+        if (instrument.messages == 0) {
+            char szName[ZCE_BOARD_NAME_SIZE + 1];
+            instrument.name = ZceBoardName(&quote, szName);
+        }
+        ++instrument.messages;
+    }
+
+    std::array<CCount, typeCount> m_aCounts;
+    CCount m_gaps;
+    std::uint64_t m_ulLastSeq = 0;
+    long m_lPrint;
+    bool m_bKeepNames;
+    std::array<std::vector<Instrument>, 2> m_aTables;  // single-leg and combination instruments
+};
+
+void PrintLastLine(long lChannel, const CReceiver& receiver) {
+    std::printf(
+        "zce-recv channel=%ld total=%llu type17=%llu type18=%llu type19=%llu type20=%llu "
+        "gaps=%llu\n",
+        lChannel, static_cast<unsigned long long>(receiver.Total()),
+        static_cast<unsigned long long>(receiver.Count(0)),
+        static_cast<unsigned long long>(receiver.Count(1)),
+        static_cast<unsigned long long>(receiver.Count(2)),
+        static_cast<unsigned long long>(receiver.Count(3)),
+        static_cast<unsigned long long>(receiver.Gaps()));
+    std::fflush(stdout);
+}
+
+// ---- Ending ------------------------------------------------------------------------------------
+// The library takes SIGINT and SIGTERM over with the first market-data message, and VelaRecv then
+// returns -1. Before that message they are this program's own: a loop of its own looks at
+// g_bStop, while VelaRecvStart cannot be left, so that the process ends in the handler.
+
+volatile std::sig_atomic_t g_bStop = 0;
+volatile std::sig_atomic_t g_bOwnLoop = 0;
+char g_szEmptyLastLine[128];
+
+void OnEarlySignal(int /*signal*/) {
+    g_bStop = 1;
+    if (g_bOwnLoop == 0) {
+        const ssize_t written =
+            write(STDOUT_FILENO, g_szEmptyLastLine, std::strlen(g_szEmptyLastLine));
+        _exit(written < 0 ? 1 : 0);
+    }
+}
+
+void CatchEarlySignals(long lChannel, bool bOwnLoop) {
+    std::snprintf(g_szEmptyLastLine, sizeof(g_szEmptyLastLine),
+                  "zce-recv channel=%ld total=0 type17=0 type18=0 type19=0 type20=0 gaps=0\n",
+                  lChannel);
+    g_bOwnLoop = bOwnLoop ? 1 : 0;
+    std::signal(SIGINT, OnEarlySignal);
+    std::signal(SIGTERM, OnEarlySignal);
+}
+
+// Prints the rate once a second while messages come, and ends the program after `--seconds`, the
+// way Ctrl-C does.
+class CReporter {
+  public:
+    CReporter(const CReceiver& receiver, long lSeconds)
+        : m_receiver(receiver), m_lSeconds(lSeconds), m_thread(&CReporter::Run, this) {}
+    ~CReporter() {
+        {
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            m_bEnd = true;
+        }
+        m_wake.notify_one();
+        m_thread.join();
+    }
+    CReporter(const CReporter&) = delete;
+    CReporter& operator=(const CReporter&) = delete;
+
+  private:
+    void Run() {
+        const std::chrono::steady_clock::time_point begin = std::chrono::steady_clock::now();
+        std::uint64_t ulBefore = 0;
+        std::unique_lock<std::mutex> lock(m_mutex);
+        for (long lSecond = 1;; ++lSecond) {
+            if (m_wake.wait_until(lock, begin + std::chrono::seconds(lSecond),
+                                  [this] { return m_bEnd; })) {
+                return;
+            }
+            const std::uint64_t ulNow = m_receiver.Total();
+            if (ulNow != ulBefore) {
+                std::printf("zce-recv rate=%llu/s total=%llu gaps=%llu\n",
+                            static_cast<unsigned long long>(ulNow - ulBefore),
+                            static_cast<unsigned long long>(ulNow),
+                            static_cast<unsigned long long>(m_receiver.Gaps()));
+            }
+            ulBefore = ulNow;
+            if (lSecond == m_lSeconds) {
+                kill(getpid(), SIGINT);
+            }
+        }
+    }
+
+    const CReceiver& m_receiver;
+    const long m_lSeconds;
+    std::mutex m_mutex;
+    std::condition_variable m_wake;
+    bool m_bEnd = false;
+    std::thread m_thread;
+};
+
+// ---- Arguments ---------------------------------------------------------------------------------
+
+bool ReadNumber(const char* option, const char* text, long& value) {
+    char* end = nullptr;
+    errno = 0;
+    value = std::strtol(text, &end, 10);
+    if (errno != 0 || end == text || *end != '\0' || value < 0 || value > INT_MAX) {
+        std::fprintf(stderr, "zce-recv: %s: '%s' is not a number from 0 to %d\n", option, text,
+                     INT_MAX);
+        return false;
+    }
+    return true;
+}
+
+void Usage(std::FILE* out) {
+    std::fputs(
+        "usage: zce-recv CONFIG [--seconds N] [--print N] [--own-loop] [--names FILE]\n"
+        "  CONFIG        the INI file; its config:device names board and channel\n"
+        "  --seconds N   end after N seconds (0: at Ctrl-C only)\n"
+        "  --print N     print the first N messages\n"
+        "  --own-loop    VelaStart and a loop of VelaRecv, instead of VelaRecvStart\n"
+        "  --names FILE  at the end, write 'messages,instrument' lines to FILE\n",
+        out);
+}
+
+// 0: go on; otherwise the program ends with this status (-1: with 0).
+int ReadArguments(int argc, char** argv, Arguments& arguments) {
+    const option options[] = {
+        {"seconds", required_argument, nullptr, 's'}, {"print", required_argument, nullptr, 'p'},
+        {"own-loop", no_argument, nullptr, 'o'},      {"names", required_argument, nullptr, 'n'},
+        {"help", no_argument, nullptr, 'h'},          {nullptr, 0, nullptr, 0}};
+    for (int choice = 0; (choice = getopt_long(argc, argv, "h", options, nullptr)) != -1;) {
+        bool bGood = true;
+        switch (choice) {
+            case 's':
+                bGood = ReadNumber("--seconds", optarg, arguments.seconds);
+                break;
+            case 'p':
+                bGood = ReadNumber("--print", optarg, arguments.print);
+                break;
+            case 'o':
+                arguments.ownLoop = true;
+                break;
+            case 'n':
+                arguments.namesFile = optarg;
+                break;
+            case 'h':
+                Usage(stdout);
+                return -1;
+            default:  // getopt_long has said which option
+                bGood = false;
+                break;
+        }
+        if (!bGood) {
+            Usage(stderr);
+            return usageError;
+        }
+    }
+    if (argc - optind != 1) {
+        std::fprintf(stderr, "zce-recv: %s%s\n",
+                     optind == argc ? "CONFIG is missing" : "one CONFIG only, what is ",
+                     optind == argc ? "" : argv[optind + 1]);
+        Usage(stderr);
+        return usageError;
+    }
+    arguments.config = argv[optind];
+    return 0;
+}
+
+// The channel that the file's config:device names, -1 if it names none: the library will say so.
+long ConfiguredChannel(const std::string& config) {
+    if (access(config.c_str(), R_OK) != 0) {
+        return -1;
+    }
+    dictionary* ini = iniparser_load(config.c_str());
+    if (ini == nullptr) {
+        return -1;
+    }
+    const char* device = iniparser_getstring(ini, "config:device", "");
+    const char* colon = std::strchr(device, ':');
+    const long lChannel = colon == nullptr ? -1 : std::strtol(colon + 1, nullptr, 10);
+    iniparser_freedict(ini);
+    return lChannel;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    Arguments arguments;
+    const int usage = ReadArguments(argc, argv, arguments);
+    if (usage != 0) {
+        return usage < 0 ? 0 : usage;
+    }
+    const long lChannel = ConfiguredChannel(arguments.config);
+    CatchEarlySignals(lChannel, arguments.ownLoop);
+
+    CReceiver receiver(arguments);
+    IVelaZceMdApi* api = IVelaZceMdApi::CreateVelaZceMdApi();
+    int result = 0;
+    {
+        const CReporter reporter(receiver, arguments.seconds);
+        if (arguments.ownLoop) {
+            // One's own loop: anything that must not wait for market data can be done in it.
+            result = api->VelaStart(receiver, arguments.config.c_str());
+            while (result == 0 && g_bStop == 0 && api->VelaRecv() != -1) {}
+        } else {
+            // The short way: starts, and polls until SIGINT or SIGTERM.
+            result = api->VelaRecvStart(receiver, arguments.config.c_str());
+        }
+    }
+    IVelaZceMdApi::DestroyVelaZceMdApi(*api);
+
+    if (!arguments.namesFile.empty() && !receiver.WriteNames(arguments.namesFile)) {
+        std::fprintf(stderr, "zce-recv: --names: cannot write %s\n", arguments.namesFile.c_str());
+        result = 1;
+    }
+    PrintLastLine(lChannel, receiver);
+    return result == 0 ? 0 : 1;
+}

@@ -1,0 +1,52 @@
+# Shared by the scripts of this folder; sourced, not run.
+# shellcheck shell=bash
+
+set -euo pipefail
+ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+cd "$ROOT"
+export LC_ALL=C
+
+# What a build needs, and what the tests need on top, as Debian 12 names it.
+BUILD_PACKAGES=(g++ cmake ninja-build libiniparser-dev libcli11-dev libfmt-dev
+                libgtest-dev libgmock-dev libbenchmark-dev)
+TEST_PACKAGES=(clang-14 clang-tidy clang-format libclang-rt-14-dev faketime strace binutils
+               pkg-config make git procps)
+
+say() { printf '\n== %s\n' "$*"; }
+
+# need PACKAGE...: installs those that are missing.
+need() {
+    local missing=() package
+    for package in "$@"; do
+        [ "$(dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null)" = installed ] ||
+            missing+=("$package")
+    done
+    [ ${#missing[@]} -eq 0 ] && return 0
+    say "Installing ${missing[*]}"
+    local sudo=
+    if [ "$(id -u)" -ne 0 ]; then
+        command -v sudo >/dev/null || { echo "These packages are missing and only root can install them: ${missing[*]}"; return 1; }
+        sudo=sudo
+    fi
+    $sudo apt-get update -qq
+    DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+}
+
+# build PRESET [TARGET...]: configures once and builds what changed.
+build() {
+    local preset=$1
+    shift
+    if [ ! -f "build/$preset/build.ninja" ]; then
+        cmake --preset "$preset" >"/tmp/velazce-configure-$$.log" 2>&1 || {
+            cat "/tmp/velazce-configure-$$.log"
+            rm -f "/tmp/velazce-configure-$$.log"
+            return 1
+        }
+        rm -f "/tmp/velazce-configure-$$.log"
+    fi
+    if [ $# -gt 0 ]; then
+        cmake --build --preset "$preset" --target "$@"
+    else
+        cmake --build --preset "$preset"
+    fi
+}

@@ -1,0 +1,48 @@
+#!/usr/bin/env bash
+# Every test of the tree: style, the release build with all tests, the unit and board tests under
+# AddressSanitizer + UndefinedBehaviorSanitizer (clang, clang-tidy on the way) and ThreadSanitizer.
+# Installs what is missing (apt), builds what changed, ends with one line "test: ok ..." or
+# "test: FAILED: ...". Exit status 0 only if everything passed.
+source "$(dirname "$0")/common.sh"
+
+started=$(date +%s)
+step=start
+trap 'status=$?; [ $status -eq 0 ] || printf "\ntest: FAILED: %s (exit status %s)\n" "$step" "$status"' EXIT
+
+run() {
+    step=$1
+    shift
+    say "$step ($(($(date +%s) - started)) s)"
+    "$@"
+}
+
+check_style() {
+    local files
+    mapfile -t files < <(find include src board examples tests bench -name '*.h' -o -name '*.cpp' | sort)
+    clang-format --dry-run -Werror "${files[@]}"
+    echo "${#files[@]} files are formatted"
+    # The floors of the house: an arrow never points upwards.
+    ! grep -rnE '#include "(board|examples|tests)/' src include || return 1
+    ! grep -rnhoE '#include "(DataType|DrvEnyx|log|Utils)/[^"]+"' board examples |
+        grep -v 'DrvEnyx/enyxHw.h' || return 1
+}
+
+tests() {
+    local preset=$1
+    shift
+    ctest --test-dir "build/$preset" --output-on-failure --no-tests=error -j"$(nproc)" "$@" |
+        tee "build/$preset/ctest.out" | { grep -vE '^ *(Start|[0-9]+/[0-9]+ Test +#.*Passed)' || true; }
+    total=$((total + $(sed -n 's/.*tests passed, .* out of \([0-9]*\)$/\1/p' "build/$preset/ctest.out")))
+}
+
+total=0
+run "What is needed" need "${BUILD_PACKAGES[@]}" "${TEST_PACKAGES[@]}"
+run "Style and layering" check_style
+run "Build: release, g++" build release
+run "Tests: release" tests release
+run "Build: AddressSanitizer + UndefinedBehaviorSanitizer, clang++ and clang-tidy" build asan
+run "Tests: AddressSanitizer + UndefinedBehaviorSanitizer" tests asan -L 'unit|board'
+run "Build: ThreadSanitizer, clang++" build tsan
+run "Tests: ThreadSanitizer" tests tsan -L 'unit|board'
+
+printf '\ntest: ok, %d test runs in %d s\n' "$total" $(($(date +%s) - started))

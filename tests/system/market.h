@@ -1,0 +1,51 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "process.h"
+#include "tempDir.h"
+
+namespace velatest {
+
+// A virtual market for one test: a software board on a bus that no other test sees, at a virtual
+// local time of day, and receivers on it.
+class Market : public ::testing::Test {
+  protected:
+    Market();
+
+    // The local time of day for everything started from here on.
+    void StartClock(unsigned int hhmmss);
+    // Starts zce-board with these arguments after "--bus 0" and waits until it is ready.
+    void StartBoard(const std::vector<std::string>& arguments);
+    // Starts zce-board with a short list of instruments at 2,000 ticks a second.
+    void StartSmallBoard();
+    // Starts zce-recv on this channel, in a directory of its own.
+    std::unique_ptr<Process> Receive(unsigned int channel,
+                                     const std::vector<std::string>& more = {});
+    // Stops the board, then the receivers, and returns the board's line for each channel.
+    void StopBoard();
+    std::string BoardLine(unsigned int channel) const;
+    // Interrupts the receiver, waits for its end and returns its last line.
+    static std::string Finish(Process& receiver, unsigned int channel);
+    // Each type's count of the receiver's last line is the board's.
+    void ExpectSame(const std::string& receiverLine, unsigned int channel) const;
+
+    std::string Path(const std::string& name) const;
+
+    // What stands in every receiver's INI file below its `device`.
+    std::string m_rules;
+    std::unique_ptr<Process> m_board;
+
+  private:
+    Process::Options Where(const std::string& name) const;
+
+    TempDir m_directory;
+    std::vector<std::string> m_environment;
+    unsigned int m_started = 0;
+};
+
+}  // namespace velatest

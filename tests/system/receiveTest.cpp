@@ -1,0 +1,153 @@
+#include <gmock/gmock.h>
+#include <signal.h>  // NOLINT(modernize-deprecated-headers): kill()
+
+#include "market.h"
+
+using testing::HasSubstr;
+using testing::Not;
+
+namespace velatest {
+
+namespace {
+
+// Late enough that the call auction is over soon, early enough for a start of a few seconds.
+constexpr unsigned int shortlyBeforeExpiry = 85504;
+
+class Receive : public Market {};
+
+TEST_F(Receive, EveryProcessGetsExactlyWhatTheBoardSentToItsChannel) {
+    StartClock(shortlyBeforeExpiry);
+    StartSmallBoard();
+    auto master = Receive(0);
+    ASSERT_TRUE(master->WaitFor("Fpga start transmit inst map pkt.")) << master->Output();
+    auto second = Receive(3, {"--own-loop"});
+    ASSERT_TRUE(master->WaitFor("All channel subs over.")) << master->Output();
+    ASSERT_TRUE(master->WaitFor("zce-recv type=")) << master->Output();
+    ASSERT_TRUE(second->WaitFor("zce-recv type=")) << second->Output();
+    StopBoard();
+    ExpectSame(Finish(*master, 0), 0);
+    ExpectSame(Finish(*second, 3), 3);
+    EXPECT_THAT(master->Output(), HasSubstr("Received signal 2 !!"));
+    EXPECT_THAT(master->Output(), HasSubstr("dma channel CUSTOM_CHAN0_DATA has released."));
+    EXPECT_THAT(second->Output(), HasSubstr("dma channel CUSTOM_CHAN3_DATA has released."));
+    EXPECT_THAT(ReadFile(Path("receiver0/bin")), HasSubstr("bin_file_over_tag"));
+}
+
+TEST_F(Receive, AChannelHeldByAnotherProcessCannotBeOpened) {
+    StartClock(100000);
+    StartSmallBoard();
+    auto holder = Receive(3);
+    ASSERT_TRUE(holder->WaitFor("Init dma channel :CUSTOM_CHAN3_DATA success."));
+    auto late = Receive(3);
+    EXPECT_EQ(late->WaitEnd(), 0);
+    const std::string output = late->Output();
+    EXPECT_THAT(output, HasSubstr("[fpga]Could not create a2c stream.dmaName:CUSTOM_CHAN3_DATA,  "
+                                  "err:Device or resource busy\n"));
+    EXPECT_THAT(output, HasSubstr("[fpga]Note !! A software program can only have one instance "
+                                  "running at a time!\n"));
+    EXPECT_THAT(output, HasSubstr("[fpga]Init DMA error!\n"));
+    EXPECT_THAT(output, HasSubstr("[fpga]Dma init busid:0, chanName:CUSTOM_CHAN3_DATA fail!\n"));
+    EXPECT_THAT(output,
+                HasSubstr("[fpga][channel:255] Init dma fail! dma name CUSTOM_CHAN3_DATA.\n"));
+    EXPECT_THAT(output, HasSubstr("[fpga]Create Tern service failed!\n"));
+    EXPECT_THAT(output, Not(HasSubstr("zce-recv channel=")));
+    EXPECT_TRUE(holder->Running());
+}
+
+TEST_F(Receive, ANewProcessTakesOverTheChannelOfAKilledOne) {
+    StartClock(shortlyBeforeExpiry);
+    StartSmallBoard();
+    auto master = Receive(0);
+    ASSERT_TRUE(master->WaitFor("Fpga start transmit inst map pkt.")) << master->Output();
+    auto first = Receive(3);
+    ASSERT_TRUE(first->WaitFor("zce-recv type=")) << first->Output();
+    first->Signal(SIGKILL);
+    EXPECT_EQ(first->WaitEnd(), 128 + SIGKILL);
+    auto next = Receive(3);
+    ASSERT_TRUE(next->WaitFor("zce-recv type=")) << next->Output();
+    EXPECT_TRUE(master->Running());
+    StopBoard();
+    const std::string line = Finish(*next, 3);
+    EXPECT_GT(Field(line, "total"), 0) << line;
+    EXPECT_EQ(Field(line, "gaps"), 0) << line;
+    ExpectSame(Finish(*master, 0), 0);
+}
+
+TEST_F(Receive, WithoutABoardThereIsNoCard) {
+    StartClock(100000);
+    auto master = Receive(0);
+    EXPECT_EQ(master->WaitEnd(), 0);
+    const std::string output = master->Output();
+    EXPECT_THAT(output, HasSubstr("Could not find accelerator. ernno:19, msg:No such device, get "
+                                  "acc num:0.\n"));
+    EXPECT_THAT(output, HasSubstr("Get core error. busId:0, coreId:474\n"));
+    EXPECT_THAT(output, HasSubstr("Init New drive failed! ret:-1\n"));
+    EXPECT_THAT(output, HasSubstr("Vela inner init fail.\n"));
+}
+
+TEST_F(Receive, AConfigurationThatIsNotThereEndsTheStart) {
+    Process receiver({ZCE_RECV_PROGRAM, Path("no.ini")}, {"", {}, Path("output")});
+    EXPECT_EQ(receiver.WaitEnd(), 0);
+    EXPECT_THAT(receiver.Output(), HasSubstr("Failed to load file " + Path("no.ini") + "\n"));
+    EXPECT_THAT(receiver.Output(), HasSubstr("Config file init fail.\n"));
+    EXPECT_THAT(receiver.Output(), HasSubstr("Vela inner init fail.\n"));
+}
+
+TEST_F(Receive, SecondsEndTheReceiverInBothWaysOfReceiving) {
+    StartClock(shortlyBeforeExpiry);
+    StartSmallBoard();
+    auto master = Receive(0, {"--seconds", "9"});
+    auto second = Receive(3, {"--seconds", "7", "--own-loop"});
+    EXPECT_EQ(second->WaitEnd(), 0) << second->Output();
+    EXPECT_EQ(master->WaitEnd(), 0) << master->Output();
+    EXPECT_GT(Field(master->LastLine("zce-recv channel=0 "), "total"), 0) << master->Output();
+    EXPECT_NE(second->LastLine("zce-recv channel=3 total="), "");
+}
+
+TEST_F(Receive, AReceiverThatNeverGotAMessageStillEndsCleanly) {
+    StartClock(40000);
+    StartSmallBoard();
+    auto other = Receive(5);
+    ASSERT_TRUE(other->WaitFor("Init dma channel :CUSTOM_CHAN5_DATA success."));
+    EXPECT_EQ(Finish(*other, 5),
+              "zce-recv channel=5 total=0 type17=0 type18=0 type19=0 type20=0 gaps=0");
+}
+
+TEST_F(Receive, WithTheFullListTheReceiverStaysUnder32MiB) {
+    StartClock(85452);
+    StartBoard({"--products", "all", "--rate", "20000"});
+    m_rules = "[channel0]\ninsts = all\noptions = recv\nspd = recv\nips = recv\n";
+    auto master = Receive(0);
+    ASSERT_TRUE(master->WaitFor("zce-recv type=")) << master->Output();
+    usleep(1'500'000);  // let every page of the ring be used
+    const std::string status = ReadFile("/proc/" + std::to_string(master->Pid()) + "/status");
+    const long kiB = std::strtol(status.c_str() + status.find("VmHWM:") + 6, nullptr, 10);
+    EXPECT_GT(kiB, 1024);
+    EXPECT_LT(kiB, 32 * 1024);
+    RecordProperty("peak_resident_kiB", static_cast<int>(kiB));
+    StopBoard();
+    ExpectSame(Finish(*master, 0), 0);
+}
+
+TEST(Usage, AWrongArgumentOfTheReceiverIsNamedAndExits2) {
+    struct Case {
+        std::vector<std::string> arguments;
+        const char* text;
+    };
+    TempDir directory;
+    const std::string output = directory.path() + "/output";
+    for (const Case& wrong :
+         {Case{{}, "CONFIG"}, Case{{"a.ini", "--rubbish"}, "--rubbish"},
+          Case{{"a.ini", "--seconds"}, "--seconds"}, Case{{"a.ini", "--seconds", "x"}, "--seconds"},
+          Case{{"a.ini", "--print", "-3"}, "--print"}, Case{{"a.ini", "b.ini"}, "b.ini"}}) {
+        std::vector<std::string> command{ZCE_RECV_PROGRAM};
+        command.insert(command.end(), wrong.arguments.begin(), wrong.arguments.end());
+        Process receiver(command, {"", {}, output});
+        EXPECT_EQ(receiver.WaitEnd(), 2);
+        EXPECT_THAT(receiver.Output(), HasSubstr(wrong.text));
+    }
+}
+
+}  // namespace
+
+}  // namespace velatest
