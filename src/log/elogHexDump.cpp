@@ -68,8 +68,7 @@ void elog_hex_dump(const char* name, std::uint8_t width, const void* buffer, std
     const char* shownName = name == nullptr ? "" : name;
     if (width == 0 || buffer == nullptr) {
         elog_write_line(ELOG_LVL_WARN, "log", "elog", __func__, __LINE__,
-                        "Hex dump of %s left out, width %u, buffer %p.", shownName,
-                        static_cast<unsigned int>(width), buffer);
+                        "Hex dump of %s left out: no width or no data.", shownName);
         return;
     }
     const auto* bytes = static_cast<const unsigned char*>(buffer);

@@ -1,0 +1,66 @@
+#include "Utils/clockSeam.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <ctime>
+
+// The host's clocks themselves: no fake clock in this program.
+namespace {
+
+namespace Clock = VORBA2::Clock;
+
+constexpr std::uint64_t NS_PER_SECOND = 1'000'000'000;
+constexpr std::time_t AT = 1'795'163'400;  // 2026-11-20 08:30:00 UTC
+
+TEST(ClockSeam, WallClocksAgreeWithTheHosts) {
+    const std::time_t before = std::time(nullptr);
+    const std::time_t seconds = Clock::WallSeconds();
+    const std::uint64_t ns = Clock::RealtimeNs();
+    const std::time_t after = std::time(nullptr);
+    EXPECT_GE(seconds, before);
+    EXPECT_LE(seconds, after);
+    // time() may lag behind the exact clock by a tick of the kernel's.
+    EXPECT_GE(ns + NS_PER_SECOND, static_cast<std::uint64_t>(before) * NS_PER_SECOND);
+    EXPECT_LT(ns, static_cast<std::uint64_t>(after + 2) * NS_PER_SECOND);
+}
+
+TEST(ClockSeam, NanosecondClocksGoOn) {
+    const std::uint64_t realtime = Clock::RealtimeNs();
+    const std::uint64_t monotonic = Clock::MonotonicNs();
+    while (Clock::MonotonicNs() - monotonic < 1000) {}
+    EXPECT_GT(Clock::MonotonicNs(), monotonic);
+    EXPECT_NE(Clock::RealtimeNs(), realtime);
+}
+
+TEST(ClockSeam, LocalTimeLooksUpTheZoneAtEveryCall) {
+    std::tm local{};
+    setenv("TZ", "VIRT-8", 1);
+    ASSERT_TRUE(Clock::LocalTime(AT, local));
+    EXPECT_EQ(local.tm_hour, 16);
+    EXPECT_EQ(local.tm_min, 30);
+    EXPECT_EQ(local.tm_gmtoff, 8 * 3600);
+    setenv("TZ", "VIRT+9:30", 1);
+    ASSERT_TRUE(Clock::LocalTime(AT, local));
+    EXPECT_EQ(local.tm_hour, 23);
+    EXPECT_EQ(local.tm_min, 0);
+    EXPECT_EQ(local.tm_mday, 19);
+    EXPECT_EQ(local.tm_mon, 10);
+    EXPECT_EQ(local.tm_year, 126);
+}
+
+TEST(ClockSeam, TimeThatCannotBeConvertedLeavesTheResultAlone) {
+    std::tm local{};
+    local.tm_year = 77;
+    EXPECT_FALSE(Clock::LocalTime(INT64_MAX, local));  // beyond the years of an int
+    EXPECT_EQ(local.tm_year, 77);
+}
+
+TEST(ClockSeam, NoSecondsAreNoSleep) {
+    const std::uint64_t before = Clock::MonotonicNs();
+    Clock::SleepSeconds(0);
+    EXPECT_LT(Clock::MonotonicNs() - before, 30 * NS_PER_SECOND);
+}
+
+}  // namespace

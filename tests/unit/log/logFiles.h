@@ -1,0 +1,36 @@
+#pragma once
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+namespace velatest {
+
+// The bytes of a file; empty if there is none.
+inline std::string FileText(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+// The names in a directory, sorted.
+inline std::vector<std::string> NamesIn(const std::string& dir) {
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(dir)) {
+        names.push_back(entry.path().filename().string());
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+inline std::string LastLine(const std::string& text) {
+    if (text.empty()) {
+        return "";
+    }
+    const std::size_t before = text.find_last_of('\n', text.size() - 2);
+    return text.substr(before == std::string::npos ? 0 : before + 1);
+}
+
+}  // namespace velatest
