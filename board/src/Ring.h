@@ -33,6 +33,10 @@ constexpr uint32_t TagOf(uint32_t generation) {
     return (generation % 0xFFFF + 1) << 16;
 }
 
+// All openings of a CPU-to-accelerator ring share one tag: what an earlier sender left in it is
+// still meant for the board.
+constexpr uint32_t C2A_TAG_GENERATION = 1;
+
 // A view of one ring's memory: control words, data, size in bytes (a power of two).
 struct RingView {
     RingControl* control = nullptr;
@@ -63,7 +67,7 @@ class CRingProducer {
     CRingProducer() = default;
     explicit CRingProducer(const RingView& ring) : m_ring(ring) {}
 
-    // Starts to produce for an opening: where the ring's head is, with fresh counts.
+    // Starts to produce for an opening, where the ring's head is and with fresh counts.
     void Begin(uint32_t generation);
     uint32_t Generation() const { return m_generation; }
 

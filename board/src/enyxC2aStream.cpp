@@ -42,7 +42,7 @@ ENYX_HW_EXPORT enyx_hw_c2a_stream* enyx_hw_c2a_stream_create(
     stream->ring = ZceBoard::ViewOf(memory.Shm().c2a[descriptor->channel]);
     stream->generation = ZceBoard::OpenRing(stream->ring, false);
     stream->producer = ZceBoard::CRingProducer(stream->ring);
-    stream->producer.Begin(stream->generation);
+    stream->producer.Begin(ZceBoard::C2A_TAG_GENERATION);
     return stream.release();
 }
 

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "BoardClock.h"
+#include "BoardMemory.h"
+#include "Broadcast.h"
+#include "ChannelSender.h"
+#include "CoreLock.h"
+#include "Exchange.h"
+#include "RegisterFile.h"
+
+namespace ZceBoard {
+
+// The board's own doing, beside the effects of the hosts' register accesses: it keeps its clock,
+// learns the instrument broadcast, decodes the market data and hands each message to the channels
+// whose bit is set in the instrument's mask. It knows the exchange only by what it gets from it. It
+// never waits for a process that uses the board. One thread.
+class CBoard {
+  public:
+    // The memory is the living board's and outlives this object.
+    explicit CBoard(CBoardMemory& memory);
+
+    void SetTime(const BoardTime& time);
+
+    // A packet of the broadcast: its names go into the tables, and with register 0x12 set it is
+    // forwarded on channel 0. False if some process has the core lock just now: nothing was done.
+    bool HearMapPacket(const MapPacket& packet, const std::vector<Instrument>& instruments);
+
+    // Whether the board decodes anything: 0x11 is not 0 and the board is not held in reset.
+    bool IsDecoding() const;
+    // A tick of the exchange: parsed if its feed is switched on, sent to the subscribed channels.
+    void HearTick(const CExchange& exchange, const Tick& tick, const BoardTime& time, Phase phase);
+    // Moves the parse counters by what was parsed since the last call; `open` says whether the
+    // exchange is at work at this hour, else they stand still.
+    void PublishCounters(bool open);
+
+    // Takes what the hosts sent, and frees the streams of holders that died.
+    void DrainRequests();
+    void FreeDeadHolders();
+
+    bool IsHeldInReset() const { return (m_registers.Peek(REG_RESET) & 1) != 0; }
+    bool IsTransmittingMap() const { return (m_registers.Peek(REG_MAP_TRANSMIT) & 1) != 0; }
+    uint32_t SwitchWord() const { return m_registers.Peek(REG_SWITCH); }
+    uint32_t Resets() const { return m_shm.header.boardResets.load(std::memory_order_relaxed); }
+    // Entries of a table with a name, and with a channel in their mask.
+    size_t Learnt(uint32_t table) const;
+    size_t Subscribed(uint32_t table) const;
+    std::array<CChannelSender, CHANNELS>& Channels() { return m_channels; }
+    uint64_t Requests() const { return m_requests; }
+    uint64_t Parsed() const { return m_parsedTotal; }
+
+  private:
+    static std::array<CChannelSender, CHANNELS> MakeSenders(BoardShm& shm);
+
+    CBoardMemory& m_memory;
+    BoardShm& m_shm;
+    CRegisterFile m_registers;
+    CCoreLock m_lock;
+    std::array<CChannelSender, CHANNELS> m_channels;
+    std::array<CRingConsumer, CHANNELS> m_requestRings;
+    std::array<uint32_t, COUNTERS_PER_GROUP> m_parsed{};
+    uint64_t m_parsedTotal = 0;
+    uint64_t m_requests = 0;
+};
+
+}  // namespace ZceBoard

@@ -1,0 +1,58 @@
+#include "ChannelSender.h"
+
+#include <cstring>
+
+namespace ZceBoard {
+
+bool CChannelSender::BeginOpening(uint32_t generation) {
+    if (generation == 0) {
+        return false;
+    }
+    m_producer.Begin(generation);
+    ++m_openings;
+    m_ulSeq = 0;
+    m_opening = {};
+    return true;
+}
+
+unsigned char* CChannelSender::Place(uint32_t size) {
+    unsigned char* place = m_producer.PrepareWrite(size);
+    if (place == nullptr) {
+        m_producer.CountBackPressure();
+        ++m_total.dropped;
+        ++m_opening.dropped;
+    }
+    return place;
+}
+
+void CChannelSender::CountSent(uint32_t type) {
+    const size_t place = ChannelCounts::PlaceOf(type);
+    ++m_total.sent[place];
+    ++m_opening.sent[place];
+}
+
+void CChannelSender::SendMarketData(uint32_t type, ZceBoardL5_t& body, uint32_t len) {
+    body.quote.ulSeq = ++m_ulSeq;
+    const uint32_t size = ZCE_BOARD_HEAD_SIZE + len;
+    unsigned char* place = Place(size);
+    if (place == nullptr) {
+        return;
+    }
+    const ZceBoardHead_t head{type, m_channel, static_cast<uint16_t>(len), 0};
+    memcpy(place, &head, sizeof(head));
+    memcpy(place + ZCE_BOARD_HEAD_SIZE, &body, len);
+    m_producer.CommitWrite(size);
+    CountSent(type);
+}
+
+void CChannelSender::SendMapPacket(const unsigned char* packet, uint32_t size) {
+    unsigned char* place = Place(size);
+    if (place == nullptr) {
+        return;
+    }
+    memcpy(place, packet, size);
+    m_producer.CommitWrite(size);
+    CountSent(ZCE_BOARD_TYPE_INST_MAP);
+}
+
+}  // namespace ZceBoard

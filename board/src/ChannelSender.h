@@ -1,0 +1,67 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+#include "Ring.h"
+#include "ZceBoardMsg.h"
+
+namespace ZceBoard {
+
+// What was sent on a channel, by type, and what its reader was too slow for.
+struct ChannelCounts {
+    std::array<uint64_t, 5> sent{};  // types 2, 17, 18, 19, 20
+    uint64_t dropped = 0;
+
+    static size_t PlaceOf(uint32_t type) {
+        return type == ZCE_BOARD_TYPE_INST_MAP ? 0 : type - ZCE_BOARD_TYPE_L1_SINGLE + 1;
+    }
+    uint64_t MarketData() const { return sent[1] + sent[2] + sent[3] + sent[4]; }
+};
+
+// The board's end of one channel's stream to the host. A stream that nobody holds gets nothing, and
+// that is no loss. One thread.
+class CChannelSender {
+  public:
+    CChannelSender(const RingView& ring, uint32_t channel)
+        : m_ring(ring), m_producer(ring), m_channel(static_cast<uint16_t>(channel)) {}
+
+    // Whether somebody holds the stream; a new holder's opening starts with fresh counts and
+    // sequence numbers from 1.
+    bool IsOpen() {
+        const uint32_t generation = m_ring.control->generation.load(std::memory_order_acquire);
+        if (generation == m_producer.Generation()) [[likely]] {
+            return generation != 0;
+        }
+        return BeginOpening(generation);
+    }
+
+    // A market data message, types 17 to 20: head, and `len` bytes of `body` with the channel's
+    // sequence number in it. A full ring drops the message; its number is used up.
+    void SendMarketData(uint32_t type, ZceBoardL5_t& body, uint32_t len);
+    // A whole message as it is, of type 2.
+    void SendMapPacket(const unsigned char* packet, uint32_t size);
+
+    uint32_t Channel() const { return m_channel; }
+    bool WasEverOpen() const { return m_openings != 0; }
+    uint32_t Openings() const { return m_openings; }
+    const ChannelCounts& Total() const { return m_total; }
+    // The counts of the present or last opening.
+    const ChannelCounts& Opening() const { return m_opening; }
+
+  private:
+    bool BeginOpening(uint32_t generation);
+    unsigned char* Place(uint32_t size);
+    void CountSent(uint32_t type);
+
+    RingView m_ring;
+    CRingProducer m_producer;
+    uint16_t m_channel;
+    uint32_t m_openings = 0;
+    uint64_t m_ulSeq = 0;
+    ChannelCounts m_total;
+    ChannelCounts m_opening;
+};
+
+}  // namespace ZceBoard

@@ -1,0 +1,60 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "BoardClock.h"
+#include "Instruments.h"
+#include "Random.h"
+#include "SessionTable.h"
+#include "ZceBoardMsg.h"
+
+namespace ZceBoard {
+
+// One tick: which instrument moved, and on which feed the exchange tells it.
+struct Tick {
+    const Instrument* instrument;
+    size_t place;   // of the instrument in the list
+    uint32_t type;  // of the message: 17 to 20
+    uint32_t feed;  // SWITCH_L1 or SWITCH_L5
+};
+
+// The exchange as the board hears it: instruments whose prices walk. It knows nothing of the board.
+// The same list and seed give the same ticks in the same order, whatever the pace and the time.
+//
+// Futures tick far more often than options, as they do.
+class CExchange {
+  public:
+    // The list stays unchanged and outlives this object.
+    CExchange(const std::vector<Instrument>& instruments, uint64_t seed);
+
+    // The next tick; the instrument's prices have moved.
+    Tick Next();
+
+    // What the tick's message says, but for the sequence number, which belongs to the channel. The
+    // levels beyond those of the tick's feed are 0.
+    void Fill(const Tick& tick, const BoardTime& time, Phase phase, ZceBoardL5_t& body) const;
+
+  private:
+    struct State {
+        int64_t lTick;
+        int64_t lLow;  // the walk's bounds
+        int64_t lHigh;
+        ZceBoardQuote_t quote;
+        uint32_t auiDepth[2];  // lots at the best bid and ask
+    };
+
+    static State Begin(const Instrument& instrument, CRandom& random);
+    size_t PickPlace();
+    void Move(State& state);
+
+    const std::vector<Instrument>& m_instruments;
+    std::array<std::vector<uint32_t>, 3> m_placesOfKind;
+    uint32_t m_weights = 0;  // of the kinds that are there, together
+    std::vector<State> m_states;
+    CRandom m_random;
+};
+
+}  // namespace ZceBoard
