@@ -230,8 +230,8 @@ int CDrvDMAEnyx::PollData() {
 }
 
 int CDrvDMAEnyx::RejectNullHandler() {
-    static std::atomic_flag warned;
-    if (!warned.test_and_set()) {
+    if (!m_bNullHandlerWarned) {
+        m_bNullHandlerWarned = true;
         LOG_WARN("Receive handler is NULL, nothing is received.");
     }
     return -1;

@@ -54,8 +54,8 @@ class CDrvDMAEnyx final : public IDrvDMA {
         void Free();
     };
 
-    // Warns, once in the process: pollers loop. Nothing is polled, so no packet is lost. -1.
-    [[gnu::cold, gnu::noinline]] static int RejectNullHandler();
+    // Warns, once for each object: pollers loop. Nothing is polled, so no packet is lost. -1.
+    [[gnu::cold, gnu::noinline]] int RejectNullHandler();
 
     bool OpenStreams(enyx_hw_accelerator* accelerator, enyx_hw_filter* filter,
                      StreamDescriptors& held);
@@ -79,4 +79,5 @@ class CDrvDMAEnyx final : public IDrvDMA {
     void* m_pContext = nullptr;
     std::string m_strStreamName;  // as given to InitDma
     int m_iChannel = 0;
+    bool m_bNullHandlerWarned = false;
 };

@@ -121,6 +121,7 @@ void Destroy(const char* call, EnyxObject* handle) {
             object->alive = object->alive && object->owner != handle;
         }
     }
+    errno = errnoOfVoid;
 }
 
 void FakeEnyx::Reset() {
@@ -214,6 +215,12 @@ void FakeEnyx::FailNth(int nth, int errnoValue, int result) {
     const Locked state;
     state->nth = EnyxScript{"", nth, errnoValue, result};
     state->failedCall.clear();
+}
+
+void FakeEnyx::ClearFailures() {
+    const Locked state;
+    state->scripts.clear();
+    state->nth.reset();
 }
 
 std::string FakeEnyx::FailedCall() {

@@ -13,6 +13,9 @@
 // Misuse by the code under test fails the running test on the spot: an object freed twice, used
 // after it was freed or not of this library, a register access without the core's lock.
 //
+// As the real library may, the calls without a result (destroy, free, lock, unlock) change errno,
+// to ENOTTY here; an enumeration that finds nothing returns 0 and leaves ENODEV there.
+//
 // Calls are named without the prefix "enyx_hw_". Thread-safe.
 namespace velatest {
 
@@ -54,18 +57,23 @@ class FakeEnyx {
     static void FailAlways(const std::string& call, int errnoValue, int result = -1);
     // The nth of all calls that can fail from now on, whatever its name. Polls do not count.
     static void FailNth(int nth, int errnoValue, int result = -1);
+    // Takes back every failure that has not happened yet.
+    static void ClearFailures();
     // The name of the call that FailNth made fail; empty if it never came to that.
     static std::string FailedCall();
     // The anomaly loop: calls `run` again and again, each time after a Reset: with the 1st call
     // failing, then the 2nd, and so on, until a run gets through without a failure. `run` does the
-    // work and all its checks; FailedCall tells it which call failed. Returns the number of runs.
+    // work and all its checks; FailedCall tells it which call failed, ClearFailures ends the work.
+    // Returns the number of runs.
     static int ForEachFailure(int errnoValue, const std::function<void()>& run);
 
     // ---- packets ----
     // To be delivered by the next polls of the a2c stream of this name, one for each poll.
     static void QueuePacket(const std::string& stream, std::vector<std::uint8_t> packet);
-    // What the next sends return (then 0 again); after each send `onSend`, if given, is called.
+    // What the next sends return, in order; after them 0 again. 11 leaves EAGAIN in errno, any
+    // other but 0 EIO.
     static void QueueSendResults(std::vector<int> results);
+    // Called after each send, before it returns.
     static void OnSend(std::function<void()> hook);
     static std::vector<std::vector<std::uint8_t>> SentPackets();
     // Polls so far. They are not in Calls and allocate nothing, so that a loop can be watched.
@@ -73,9 +81,9 @@ class FakeEnyx {
 
     // ---- what was called ----
     // In order, the name and what tells one call from another: "filter_create",
-    // "filter_set_index 0", "filter_set_name CUSTOM_CHAN0_DATA", "core_enumerate id=474
-    // capacity=1", "core_lock", "read off=64 width=32", "write off=64 width=24 value=0x30201",
-    // "free_mmio_descriptors 1", "c2a_stream_send size=3".
+    // "filter_set_index 0", "filter_set_name CUSTOM_CHAN0_DATA",
+    // "core_enumerate id=474 capacity=1", "core_lock", "read off=64 width=32", "write off=64
+    // width=24 value=0x30201", "free_mmio_descriptors 1", "c2a_stream_send size=3".
     static std::vector<std::string> Calls();
     // How often a call of this name was made, whatever its arguments.
     static int CountOf(const std::string& call);

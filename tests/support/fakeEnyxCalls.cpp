@@ -176,6 +176,9 @@ int enyx_hw_core_enumerate(enyx_hw_core* root, uint16_t core_id, enyx_hw_core** 
     for (std::size_t i = 0; i < std::min(capacity, static_cast<std::size_t>(count)); ++i) {
         cores[i] = Make<enyx_hw_core>(state, "core", root->owner);
     }
+    if (count == 0) {
+        errno = errnoOfNothing;
+    }
     return count;
 }
 
@@ -196,6 +199,7 @@ void enyx_hw_core_lock(enyx_hw_core* core) {
     const std::lock_guard<std::mutex> guard(state.mutex);
     core->holder = std::this_thread::get_id();
     Record(state, "core_lock");
+    errno = errnoOfVoid;
 }
 
 void enyx_hw_core_unlock(enyx_hw_core* core) {
@@ -211,6 +215,7 @@ void enyx_hw_core_unlock(enyx_hw_core* core) {
     }
     core->holder = {};
     core->lock.unlock();
+    errno = errnoOfVoid;
 }
 
 int enyx_hw_read(enyx_hw_core* core, const enyx_hw_register_description* description,

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -98,6 +99,10 @@ struct enyx_hw_c2a_stream : velatest::EnyxObject {};
 
 namespace velatest {
 
+// What a call without a result leaves in errno, and an enumeration that found nothing.
+constexpr int errnoOfVoid = ENOTTY;
+constexpr int errnoOfNothing = ENODEV;
+
 // Adds to the list of calls.
 void Record(EnyxState& state, std::string text);
 // Enters a call that can fail: adds it to the list; if it is to fail, its result, errno set.
@@ -156,6 +161,9 @@ int Enumerate(EnyxState& state, const Enumeration& what, const enyx_hw_filter* f
         descriptors[i]->index = found[i].index;
         descriptors[i]->name = found[i].name;
     }
+    if (found.empty()) {
+        errno = errnoOfNothing;
+    }
     return static_cast<int>(found.size());
 }
 
@@ -169,6 +177,7 @@ void FreeDescriptors(const char* call, Descriptor** descriptors, std::size_t cou
             descriptors[i]->alive = false;
         }
     }
+    errno = errnoOfVoid;
 }
 
 }  // namespace velatest

@@ -190,6 +190,7 @@ int enyx_hw_c2a_stream_send(enyx_hw_c2a_stream* stream, const void* packet, uint
         } else if (!state.sendResults.empty()) {
             result = state.sendResults.front();
             state.sendResults.pop_front();
+            errno = result == tryAgain ? EAGAIN : EIO;
         }
         if (result == 0) {
             const auto* bytes = static_cast<const std::uint8_t*>(packet);
@@ -197,7 +198,7 @@ int enyx_hw_c2a_stream_send(enyx_hw_c2a_stream* stream, const void* packet, uint
         }
         hook = state.onSend;
     }
-    const int reason = result == tryAgain ? EAGAIN : errno;
+    const int reason = errno;
     if (hook) {
         hook();
     }
