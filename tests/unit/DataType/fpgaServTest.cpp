@@ -41,8 +41,8 @@ TEST(FpgaServ, DateChangesAtMidnight) {
 
 TEST(FpgaServ, DateWithoutLocalTimeIsZeroAndSaid) {
     FpgaRig rig;
-    FakeClock::FailLocalTime(true);
     const LogCapture log;
+    FakeClock::FailLocalTime(true);
     unsigned int fpgaDate = 1;
     unsigned int sysDate = 1;
     EXPECT_TRUE(rig.serv.bDataEqual(fpgaDate, sysDate));
