@@ -59,6 +59,7 @@ TEST_F(ApiStart, ANonMasterStartsWithoutTheRegisterDriver) {
 
 TEST_F(ApiStart, AMasterStartsTheRegisterDriverThenTheBoardThenTheStream) {
     OpenApi api(nullptr);
+    // The discovery of the board's core takes a second.
     EXPECT_EQ(api.VelaStart(spi, "master.ini"), 0);
     EXPECT_EQ(
         LinesOfStart(),
@@ -66,7 +67,7 @@ TEST_F(ApiStart, AMasterStartsTheRegisterDriverThenTheBoardThenTheStream) {
                  "INFO [channel:0] Busid:0, ChannelId:0.", "INFO [channel:0] Busid:0, ChannelId:0.",
                  "INFO [channel:0] Doesn't need to bind cpu.",
                  "INFO First time read fpga date:20261120, system date:20261120.",
-                 "INFO System time:83000.", "INFO Current soft version 3.10.0.",
+                 "INFO System time:83001.", "INFO Current soft version 3.10.0.",
                  "INFO Fiber linkstatus 0x103:0xf.", "INFO L1 and L5 switch on.",
                  "INFO Update fpga addr 0x106 to 20261120 over", "INFO Unsubscribe all insts now",
                  "INFO Fpga start transmit inst map pkt.",

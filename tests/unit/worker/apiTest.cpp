@@ -187,13 +187,15 @@ TEST_F(ApiReceive, RecvStartReceivesUntilASignalAndReturnsZero) {
     for (const int sig : {SIGINT, SIGTERM}) {
         CSignalProcess::m_isExit = 0;
         EndingSpi ending(sig);
-        OpenApi api(nullptr);
-        for (const std::uint8_t type : std::vector<std::uint8_t>{17, 18, 19, 20, 17}) {
-            FakeEnyx::QueuePacket("CUSTOM_CHAN3_DATA", Message(type));
+        {
+            OpenApi api(nullptr);
+            for (const std::uint8_t type : std::vector<std::uint8_t>{17, 18, 19, 20, 17}) {
+                FakeEnyx::QueuePacket("CUSTOM_CHAN3_DATA", Message(type));
+            }
+            EXPECT_EQ(api.VelaRecvStart(ending, "chan3.ini"), 0);
+            EXPECT_EQ(ending.calls.size(), 4U);
+            EXPECT_EQ(CSignalProcess::m_isExit, 1);
         }
-        EXPECT_EQ(api.VelaRecvStart(ending, "chan3.ini"), 0);
-        EXPECT_EQ(ending.calls.size(), 4U);
-        EXPECT_EQ(CSignalProcess::m_isExit, 1);
         FakeEnyx::Reset();
     }
 }

@@ -254,8 +254,8 @@ TEST_F(BinFileRead, ALongerLineIsOneRejectedLineAndThoseAfterItAreRead) {
 }
 
 TEST_F(BinFileRead, ALineWithAZeroByteIsRejected) {
-    EXPECT_EQ(
-        Load(std::string("7,SR\0209\n", 9) + std::string("\0", 1) + "\n8,AP301\n" + g_goodEnd), 0);
+    EXPECT_EQ(Load(std::string("7,SR\0CF\n", 8) + std::string("\0", 1) + "\n8,AP301\n" + g_goodEnd),
+              0);
     EXPECT_EQ(insts, (Insts_t{{"AP301", 8}}));
 }
 

@@ -95,7 +95,7 @@ TEST_F(MapPackets, AFirstRecordOfNineBytesHasAnEmptyName) {
 
 TEST_F(MapPackets, ANameEndsAtItsFirstZeroByte) {
     Learn();
-    Receive(MapPacket().Add(std::string_view("SR\0209", 6), 7).Packet());
+    Receive(MapPacket().Add(std::string_view("SR\0CF", 5), 7).Packet());
     EXPECT_EQ(Insts(), (Insts_t{{"SR", 7}}));
 }
 
@@ -225,7 +225,7 @@ TEST_F(MapPackets, ThePacketAfterTheEndSubscribesAndClosesTheTransfer) {
     const Lines_t lines = log.Lines();
     ASSERT_GE(lines.size(), 3U);
     EXPECT_EQ(lines[lines.size() - 3],
-              "INFO Now Fpga start trans subscribe result! write 0x11 value:0x3");
+              "INFO Now Fpga start trans subscribe result! write 0x11 value:0x3.");
     EXPECT_EQ(lines[lines.size() - 2], "INFO Fpga stop transmit inst map pkt.");
     EXPECT_EQ(lines.back(), "INFO All channel subs over.");
     EXPECT_EQ(Peer::AllSubsOver(), 1);

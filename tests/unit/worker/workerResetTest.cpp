@@ -57,10 +57,7 @@ class ChkAndRst : public WorkerBench {
         EXPECT_FALSE(LookedAtCounters()) << time;
         EXPECT_FALSE(ResetsAt(time, Counters::moving)) << time;
     }
-    void ExpectReset(unsigned int time) {
-        EXPECT_TRUE(ResetsAt(time, Counters::still)) << time;
-        EXPECT_TRUE(ResetsAt(time, Counters::moving)) << time;
-    }
+    void ExpectReset(unsigned int time) { EXPECT_TRUE(ResetsAt(time, Counters::moving)) << time; }
     void ExpectResetOnlyIfStill(unsigned int time) {
         EXPECT_TRUE(ResetsAt(time, Counters::still)) << time;
         EXPECT_TRUE(LookedAtCounters()) << time;
@@ -90,8 +87,6 @@ TEST_F(ChkAndRst, AFutureDateOfTheBoardResetsToo) {
 
 TEST_F(ChkAndRst, ResetsFromMidnightUpTo080000) {
     ExpectReset(0);
-    ExpectReset(1799);
-    ExpectReset(1800);
     ExpectReset(75959);
     ExpectReset(80000);
 }
@@ -135,7 +130,6 @@ TEST_F(ChkAndRst, From133000To155959ResetsOnlyAStandingBoard) {
 TEST_F(ChkAndRst, At160000ResetsAMovingBoardAfterALookAtItsCounters) {
     EXPECT_TRUE(ResetsAt(160000, Counters::moving));
     EXPECT_TRUE(LookedAtCounters());
-    EXPECT_TRUE(ResetsAt(160000, Counters::still));
 }
 
 TEST_F(ChkAndRst, From160001To201500ResetsWithoutALookAtTheCounters) {
@@ -161,7 +155,6 @@ TEST_F(ChkAndRst, From210000To232959ResetsOnlyAStandingBoard) {
 TEST_F(ChkAndRst, At233000ResetsAMovingBoardAfterALookAtItsCounters) {
     EXPECT_TRUE(ResetsAt(233000, Counters::moving));
     EXPECT_TRUE(LookedAtCounters());
-    EXPECT_TRUE(ResetsAt(233000, Counters::still));
 }
 
 TEST_F(ChkAndRst, From233001ToMidnightResetsWithoutALookAtTheCounters) {

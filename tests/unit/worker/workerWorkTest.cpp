@@ -60,7 +60,9 @@ TEST_F(WorkerWork, InsideTradingTimeRecoveredAndSubscribedBeforeTheStreamOpens) 
                                                        {"WriteInt32_Log", 0x11, 3}}));
     const Lines_t lines = log.Lines();
     const auto at = [&lines](const std::string& line) {
-        return std::find(lines.begin(), lines.end(), line) - lines.begin();
+        const auto found = std::find(lines.begin(), lines.end(), line);
+        EXPECT_NE(found, lines.end()) << line;
+        return found - lines.begin();
     };
     EXPECT_LT(at("INFO Fpga stop transmit inst map pkt."), at("INFO Now begin recover all inst"));
     EXPECT_LT(at("INFO Now begin recover all inst"),
@@ -68,7 +70,7 @@ TEST_F(WorkerWork, InsideTradingTimeRecoveredAndSubscribedBeforeTheStreamOpens) 
     EXPECT_LT(at("INFO Begin match needed inst! AllInstNum:2."),
               at("INFO Subscribes:Write to fpga Over!"));
     EXPECT_LT(at("INFO Subscribes:Write to fpga Over!"),
-              at("INFO Now Fpga start trans subscribe result! write 0x11 value:0x3"));
+              at("INFO Now Fpga start trans subscribe result! write 0x11 value:0x3."));
     EXPECT_EQ(lines.back(), "INFO Init dma channel :CUSTOM_CHAN0_DATA success.");
     // The flags of the map packets are left alone.
     EXPECT_EQ(Peer::AllSubsOver(), 0);
