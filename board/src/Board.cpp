@@ -95,6 +95,12 @@ void CBoard::PublishCounters(bool open) {
     }
 }
 
+void CBoard::NoticeOpenings() {
+    for (CChannelSender& channel : m_channels) {
+        channel.IsOpen();
+    }
+}
+
 void CBoard::DrainRequests() {
     const auto count = [this](const unsigned char* /*data*/, uint32_t /*size*/) { ++m_requests; };
     for (CRingConsumer& ring : m_requestRings) {

@@ -38,7 +38,9 @@ class CBoard {
     // exchange is at work at this hour, else they stand still.
     void PublishCounters(bool open);
 
-    // Takes what the hosts sent, and frees the streams of holders that died.
+    // Begins to serve streams that were opened, takes what the hosts sent, and frees the streams of
+    // holders that died.
+    void NoticeOpenings();
     void DrainRequests();
     void FreeDeadHolders();
 

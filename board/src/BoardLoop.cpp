@@ -51,6 +51,7 @@ void CBoardLoop::Run(const volatile std::sig_atomic_t& stop) {
 void CBoardLoop::Pass(const BoardTime& time, int64_t realNs) {
     const Phase phase = PhaseAt(time.hhmmss);
     m_board.SetTime(time);
+    m_board.NoticeOpenings();
     Broadcast(phase, time.wallNs);
     Decode(phase, time, realNs);
     m_board.DrainRequests();
@@ -93,7 +94,7 @@ std::string CBoardLoop::StatusLine(const BoardTime& time) const {
         m_board.Subscribed(TABLE_COMBINE), m_board.SwitchWord(),
         m_board.IsTransmittingMap() ? 1 : 0, m_board.Parsed());
     for (CChannelSender& channel : m_board.Channels()) {
-        if (channel.WasEverOpen() || channel.IsOpen()) {
+        if (channel.WasEverOpen()) {
             line += fmt::format(" channel{}={},sent={},dropped={}", channel.Channel(),
                                 channel.IsOpen() ? "open" : "closed", channel.Total().MarketData(),
                                 channel.Total().dropped);
@@ -106,7 +107,7 @@ std::string CBoardLoop::LastLines() const {
     std::string lines;
     ChannelCounts all;
     for (CChannelSender& channel : m_board.Channels()) {
-        if (!channel.WasEverOpen() && !channel.IsOpen()) {
+        if (!channel.WasEverOpen()) {
             continue;
         }
         const ChannelCounts& counts = channel.Total();

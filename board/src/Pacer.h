@@ -22,8 +22,8 @@ class CPacer {
         m_started = true;
         m_last = nowNs;
         const auto passed = static_cast<uint64_t>(std::clamp<int64_t>(elapsed, 0, MAX_BACKLOG_NS));
-        const uint64_t most = static_cast<uint64_t>(MAX_BACKLOG_NS) * m_rate;
-        m_credit = std::min(m_credit + passed * m_rate, std::max(most, NS_PER_EVENT_SECOND));
+        const uint64_t most = static_cast<uint64_t>(MAX_BACKLOG_NS) * m_rate + NS_PER_EVENT_SECOND;
+        m_credit = std::min(m_credit + passed * m_rate, most);
         const uint64_t due = std::min(m_credit / NS_PER_EVENT_SECOND, MaxBatch());
         m_credit -= due * NS_PER_EVENT_SECOND;
         return due;
