@@ -59,8 +59,8 @@ int CheckIsRotateDay(unsigned long* day) {
     if (day == nullptr || !VORBA2::Clock::LocalTime(VORBA2::Clock::WallSeconds(), local)) {
         return 0;
     }
-    const auto today = static_cast<unsigned long>((local.tm_year + 1900) * 10000 +
-                                                  (local.tm_mon + 1) * 100 + local.tm_mday);
+    const int date = (local.tm_year + 1900) * 10000 + (local.tm_mon + 1) * 100 + local.tm_mday;
+    const auto today = static_cast<unsigned long>(date);
     if (*day >= today) {
         return 0;
     }

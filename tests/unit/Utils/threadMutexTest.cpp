@@ -42,6 +42,7 @@ TEST(ThreadMutex, ExcludesOtherThreads) {
     CThreadMutex mutex;
     int count = 0;
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int i = 0; i < 4; ++i) {
         threads.emplace_back([&mutex, &count] {
             for (int turn = 0; turn < perThread; ++turn) {

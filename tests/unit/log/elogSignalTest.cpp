@@ -90,7 +90,7 @@ TEST(ElogSignal, HandlerNeverCutsIntoALine) {
         }
     });
     std::vector<std::string> ordinary;
-    for (int i = 0; i < enough; ++i) {
+    for (int i = 0; i < enough || CSignalProcess::m_isExit == 0; ++i) {
         LOG_INFO("%d %s", i, std::string(300, 'x').c_str());
         ordinary.push_back("INFO " + std::to_string(i) + " " + std::string(300, 'x'));
     }
