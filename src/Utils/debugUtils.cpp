@@ -1,3 +1,6 @@
+#include <unistd.h>
+
+#include <cstddef>
 #include <cstdio>
 
 #include "VelaZceUtils.h"
@@ -10,6 +13,16 @@ constexpr char HEX_DIGITS[] = "0123456789ABCDEF";
 constexpr unsigned int END_BYTES = 2;  // the line end and the zero
 constexpr unsigned int PAIR_BYTES = 2;
 constexpr unsigned int KEY_MASK = 255;
+constexpr std::size_t COUNTER_BYTES = 16;
+
+// Not dprintf(): where the write fails, that of glibc loses the memory of its buffer.
+void WriteCounter(int fd) {
+    char text[COUNTER_BYTES];
+    const int length = std::snprintf(text, sizeof(text), "%d--", static_cast<int>(g_uiPktCnt));
+    if (write(fd, text, static_cast<std::size_t>(length)) != length) {
+        return;  // a debug file that cannot be written holds nobody up
+    }
+}
 
 // Puts pairs for as many of the bytes into `buf` as leave room for the end; returns their number.
 unsigned int FillPairs(char* buf, unsigned int bufLen, const unsigned char* data,
@@ -27,7 +40,7 @@ unsigned int FillPairs(char* buf, unsigned int bufLen, const unsigned char* data
 
 void FillDebugFileHex(char* buf, unsigned int bufLen, int fd, const unsigned char* data,
                       unsigned int dataLen) {
-    dprintf(fd, "%d--", static_cast<int>(g_uiPktCnt));
+    WriteCounter(fd);
     const unsigned int room = buf == nullptr ? 0 : bufLen;
     const unsigned int total = data == nullptr ? 0 : dataLen;
     const unsigned int written = FillPairs(buf, room, data, total);
