@@ -24,13 +24,11 @@ configure_file(cmake/velazcemdapi.pc.in ${CMAKE_CURRENT_BINARY_DIR}/velazcemdapi
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/velazcemdapi.pc
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
-if(TARGET enyx-hw-c)
+if(NOT ENYX_HW_LIBRARY)
   # In the export set so that CMake finds it when an application is linked; its own place is not in
   # any search path.
   install(TARGETS enyx-hw-c EXPORT VelaZceMdApiTargets
           LIBRARY DESTINATION ${VELAZCE_BOARD_LIBDIR} NAMELINK_SKIP)
-endif()
-if(TARGET zce-board)
   install(TARGETS zce-board RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 endif()
 if(VELAZCE_EXAMPLES)

@@ -32,6 +32,10 @@ Process::Options Market::Where(const std::string& name) const {
     return {Path(name), m_environment, Path(name) + "/output"};
 }
 
+void Market::Enter() const {
+    EnterEnvironment({m_directory.path(), m_environment, ""});
+}
+
 void Market::StartClock(unsigned int hhmmss) {
     m_environment.push_back("TZ=" + VirtualZone(hhmmss));
 }
@@ -45,7 +49,8 @@ void Market::StartBoard(const std::vector<std::string>& arguments) {
 
 void Market::StartSmallBoard() {
     WriteFile(Path("instruments"), smallList);
-    StartBoard({"--instruments", Path("instruments"), "--seed", "7", "--rate", "2000"});
+    StartBoard({"--instruments", Path("instruments"), "--seed", "7", "--rate", "2000",
+                "--broadcast-cycle", "0.2"});
 }
 
 std::unique_ptr<Process> Market::Receive(unsigned int channel,
@@ -54,7 +59,7 @@ std::unique_ptr<Process> Market::Receive(unsigned int channel,
     const Process::Options where = Where(name);
     WriteFile(Path(name) + "/config.ini",
               "[config]\ndevice = xilinx0:" + std::to_string(channel) + "\n" + m_rules);
-    std::vector<std::string> command{ZCE_RECV_PROGRAM, "config.ini"};
+    std::vector<std::string> command{ZCE_RECV_PROGRAM, "config.ini", "--print", "1"};
     command.insert(command.end(), more.begin(), more.end());
     return std::make_unique<Process>(command, where);
 }

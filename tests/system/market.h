@@ -23,7 +23,7 @@ class Market : public ::testing::Test {
     void StartBoard(const std::vector<std::string>& arguments);
     // Starts zce-board with a short list of instruments at 2,000 ticks a second.
     void StartSmallBoard();
-    // Starts zce-recv on this channel, in a directory of its own.
+    // Starts zce-recv on this channel, in a directory of its own; it prints the first message.
     std::unique_ptr<Process> Receive(unsigned int channel,
                                      const std::vector<std::string>& more = {});
     // Stops the board, then the receivers, and returns the board's line for each channel.
@@ -34,6 +34,8 @@ class Market : public ::testing::Test {
     // Each type's count of the receiver's last line is the board's.
     void ExpectSame(const std::string& receiverLine, unsigned int channel) const;
 
+    // Puts the calling process itself into this market: environment and working directory.
+    void Enter() const;
     std::string Path(const std::string& name) const;
 
     // What stands in every receiver's INI file below its `device`.

@@ -26,12 +26,8 @@ constexpr auto pollPause = std::chrono::milliseconds(10);
     if (output < 0 || dup2(output, STDOUT_FILENO) < 0 || dup2(output, STDERR_FILENO) < 0) {
         _exit(126);
     }
-    if (!options.directory.empty() && chdir(options.directory.c_str()) != 0) {
+    if (!EnterEnvironment(options)) {
         _exit(126);
-    }
-    for (const std::string& entry : options.environment) {
-        const auto equals = entry.find('=');
-        setenv(entry.substr(0, equals).c_str(), entry.substr(equals + 1).c_str(), 1);
     }
     std::vector<char*> argv;
     argv.reserve(arguments.size() + 1);
@@ -115,6 +111,14 @@ std::string Process::LastLine(const std::string& start) const {
         return "";
     }
     return text.substr(found + 1, text.find('\n', found + 1) - found - 1);
+}
+
+bool EnterEnvironment(const Process::Options& options) {
+    for (const std::string& entry : options.environment) {
+        const auto equals = entry.find('=');
+        setenv(entry.substr(0, equals).c_str(), entry.substr(equals + 1).c_str(), 1);
+    }
+    return options.directory.empty() || chdir(options.directory.c_str()) == 0;
 }
 
 long Field(const std::string& line, const std::string& name) {

@@ -42,6 +42,10 @@ class Process {
     std::string m_output;
 };
 
+// Takes the options' working directory and environment over into the calling process. False if the
+// directory cannot be entered.
+bool EnterEnvironment(const Process::Options& options);
+
 // The value of `name=<digits>` in a line, -1 if it is not there.
 long Field(const std::string& line, const std::string& name);
 

@@ -13,9 +13,9 @@ namespace {
 // Late enough that the call auction is over soon, early enough for a start of a few seconds.
 constexpr unsigned int shortlyBeforeExpiry = 85504;
 
-class Receive : public Market {};
+class Receiving : public Market {};
 
-TEST_F(Receive, EveryProcessGetsExactlyWhatTheBoardSentToItsChannel) {
+TEST_F(Receiving, EveryProcessGetsExactlyWhatTheBoardSentToItsChannel) {
     StartClock(shortlyBeforeExpiry);
     StartSmallBoard();
     auto master = Receive(0);
@@ -33,7 +33,7 @@ TEST_F(Receive, EveryProcessGetsExactlyWhatTheBoardSentToItsChannel) {
     EXPECT_THAT(ReadFile(Path("receiver0/bin")), HasSubstr("bin_file_over_tag"));
 }
 
-TEST_F(Receive, AChannelHeldByAnotherProcessCannotBeOpened) {
+TEST_F(Receiving, AChannelHeldByAnotherProcessCannotBeOpened) {
     StartClock(100000);
     StartSmallBoard();
     auto holder = Receive(3);
@@ -54,7 +54,7 @@ TEST_F(Receive, AChannelHeldByAnotherProcessCannotBeOpened) {
     EXPECT_TRUE(holder->Running());
 }
 
-TEST_F(Receive, ANewProcessTakesOverTheChannelOfAKilledOne) {
+TEST_F(Receiving, ANewProcessTakesOverTheChannelOfAKilledOne) {
     StartClock(shortlyBeforeExpiry);
     StartSmallBoard();
     auto master = Receive(0);
@@ -73,7 +73,7 @@ TEST_F(Receive, ANewProcessTakesOverTheChannelOfAKilledOne) {
     ExpectSame(Finish(*master, 0), 0);
 }
 
-TEST_F(Receive, WithoutABoardThereIsNoCard) {
+TEST_F(Receiving, WithoutABoardThereIsNoCard) {
     StartClock(100000);
     auto master = Receive(0);
     EXPECT_EQ(master->WaitEnd(), 0);
@@ -85,7 +85,7 @@ TEST_F(Receive, WithoutABoardThereIsNoCard) {
     EXPECT_THAT(output, HasSubstr("Vela inner init fail.\n"));
 }
 
-TEST_F(Receive, AConfigurationThatIsNotThereEndsTheStart) {
+TEST_F(Receiving, AConfigurationThatIsNotThereEndsTheStart) {
     Process receiver({ZCE_RECV_PROGRAM, Path("no.ini")}, {"", {}, Path("output")});
     EXPECT_EQ(receiver.WaitEnd(), 0);
     EXPECT_THAT(receiver.Output(), HasSubstr("Failed to load file " + Path("no.ini") + "\n"));
@@ -93,7 +93,7 @@ TEST_F(Receive, AConfigurationThatIsNotThereEndsTheStart) {
     EXPECT_THAT(receiver.Output(), HasSubstr("Vela inner init fail.\n"));
 }
 
-TEST_F(Receive, SecondsEndTheReceiverInBothWaysOfReceiving) {
+TEST_F(Receiving, SecondsEndTheReceiverInBothWaysOfReceiving) {
     StartClock(shortlyBeforeExpiry);
     StartSmallBoard();
     auto master = Receive(0, {"--seconds", "9"});
@@ -104,7 +104,7 @@ TEST_F(Receive, SecondsEndTheReceiverInBothWaysOfReceiving) {
     EXPECT_NE(second->LastLine("zce-recv channel=3 total="), "");
 }
 
-TEST_F(Receive, AReceiverThatNeverGotAMessageStillEndsCleanly) {
+TEST_F(Receiving, AReceiverThatNeverGotAMessageStillEndsCleanly) {
     StartClock(40000);
     StartSmallBoard();
     auto other = Receive(5);
@@ -113,7 +113,7 @@ TEST_F(Receive, AReceiverThatNeverGotAMessageStillEndsCleanly) {
               "zce-recv channel=5 total=0 type17=0 type18=0 type19=0 type20=0 gaps=0");
 }
 
-TEST_F(Receive, WithTheFullListTheReceiverStaysUnder32MiB) {
+TEST_F(Receiving, WithTheFullListTheReceiverStaysUnder32MiB) {
     StartClock(85452);
     StartBoard({"--products", "all", "--rate", "20000"});
     m_rules = "[channel0]\ninsts = all\noptions = recv\nspd = recv\nips = recv\n";
