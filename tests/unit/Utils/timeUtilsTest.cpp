@@ -40,6 +40,7 @@ TEST(TradeTime, UnknownLocalTimeIsOutside) {
     FakeClock::SetTime(100000);
     FakeClock::FailLocalTime(true);
     EXPECT_FALSE(ZceIsInTradeTime());
+    FakeClock::FailLocalTime(false);
 }
 
 TEST(TimeStamps, WallClockInNanoseconds) {
@@ -71,18 +72,21 @@ TEST(NsSleep, SpinsUntilTheEndAndReturnsTheLastReading) {
     FakeClock::StepPerReadNs(30);
     EXPECT_EQ(NS_Sleep(NS_20261120_083000, 100), NS_20261120_083000 + 120);
     EXPECT_TRUE(FakeClock::Sleeps().empty());
+    FakeClock::StepPerReadNs(0);
 }
 
 TEST(NsSleep, EndsAsSoonAsTheEndIsReached) {
     FakeClock::Set(20261120, 83000);
     FakeClock::StepPerReadNs(50);
     EXPECT_EQ(NS_Sleep(NS_20261120_083000, 100), NS_20261120_083000 + 100);
+    FakeClock::StepPerReadNs(0);
 }
 
 TEST(NsSleep, ReadsOnceIfTheEndIsPast) {
     FakeClock::Set(20261120, 83000);
     FakeClock::StepPerReadNs(1);
     EXPECT_EQ(NS_Sleep(NS_20261120_083000 - 10, 5), NS_20261120_083000 + 1);
+    FakeClock::StepPerReadNs(0);
 }
 
 TEST(RotateDay, FirstCallStoresToday) {
@@ -125,6 +129,7 @@ TEST(RotateDay, NullAndUnknownLocalTimeChangeNothing) {
     day = 5;
     EXPECT_EQ(CheckIsRotateDay(&day), 0);
     EXPECT_EQ(day, 5UL);
+    FakeClock::FailLocalTime(false);
 }
 
 }  // namespace

@@ -31,6 +31,7 @@ const char* const FIRST_LINE =
 class ElogFile : public testing::Test {
   protected:
     ElogFile() { FakeClock::Set(20261115, 235958); }
+    ~ElogFile() override { FakeClock::FailLocalTime(false); }
 
     // Starts the service; what it printed to standard error is kept.
     int Init(const std::string& dir, const char* name = "fpga") {

@@ -27,6 +27,7 @@ class ElogLine : public testing::Test {
         EXPECT_EQ(m_logger.Init(0, m_dir.path().c_str(), "fpga"), 0);
         m_start = File().size();
     }
+    ~ElogLine() override { FakeClock::FailLocalTime(false); }
     std::string File() const { return velatest::FileText(m_dir / "fpga_20261115.log"); }
     std::string Written() const { return File().substr(m_start); }
 

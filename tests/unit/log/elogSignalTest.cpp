@@ -52,6 +52,7 @@ TEST(ElogSignal, DoesNotAskTheCLibraryForTheLocalTime) {
     FakeClock::FailLocalTime(true);
     EXPECT_EQ(OrdinaryLine(), "[WARN   ][][fpga]s\n");
     EXPECT_EQ(SignalLine(), "[WARN   ][20261120-08:30:00][fpga]s\n");
+    FakeClock::FailLocalTime(false);
 }
 
 TEST(ElogSignal, LeavesTheChangeOfTheFileToTheNextOrdinaryLine) {
