@@ -20,6 +20,8 @@ write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/VelaZceMdApiConfigV
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/VelaZceMdApiConfig.cmake
               ${CMAKE_CURRENT_BINARY_DIR}/VelaZceMdApiConfigVersion.cmake
         DESTINATION ${VELAZCE_CMAKE_DIR})
+# The tree may be moved: the package finds its prefix from its own place.
+file(RELATIVE_PATH VELAZCE_PC_TO_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 configure_file(cmake/velazcemdapi.pc.in ${CMAKE_CURRENT_BINARY_DIR}/velazcemdapi.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/velazcemdapi.pc
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
