@@ -1,3 +1,4 @@
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <new>
@@ -6,7 +7,7 @@
 
 namespace {
 
-std::size_t allocations = 0;
+std::atomic<std::size_t> allocations{0};
 
 }  // namespace
 

@@ -1,6 +1,7 @@
 #include "DrvEnyx/drvEnyx.h"
 
 #include <cerrno>
+#include <chrono>
 #include <functional>
 #include <future>
 #include <memory>
@@ -101,6 +102,18 @@ TEST_F(DrvRegInit, SeveralThreadsEnumerateOnce) {
     for (std::future<int>& result : results) {
         EXPECT_EQ(result.get(), 0);
     }
+    EXPECT_EQ(FakeEnyx::CountOf("core_enumerate"), 1);
+}
+
+TEST_F(DrvRegInit, SecondThreadWaitsForTheFirstAndFindsItDone) {
+    DrvRegInitParms_t parms{0, 474};
+    std::future<int> second;
+    velatest::FakeClock::OnSleep([&](unsigned int) {
+        second = std::async(std::launch::async, [&] { return m_drv.Init(&parms); });
+        EXPECT_EQ(second.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+    });
+    EXPECT_EQ(m_drv.Init(&parms), 0);
+    EXPECT_EQ(second.get(), 0);
     EXPECT_EQ(FakeEnyx::CountOf("core_enumerate"), 1);
 }
 
