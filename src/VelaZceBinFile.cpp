@@ -81,6 +81,8 @@ void CTernBinFile::Normal_FileInit() {
     OpenForWriting();
 }
 
+// The name by value is the interface as given.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 int CTernBinFile::Normal_WriteInstToBin(std::string name, unsigned short index) {
     if (m_fp == nullptr) {
         return 0;

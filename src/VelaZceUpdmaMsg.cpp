@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <climits>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -98,11 +99,12 @@ bool IsMarketData(std::uint32_t uiType) {
     for (unsigned int uiDone = 0; uiDone < len;) {
         const unsigned int uiCount = std::min(bytesPerWrite, len - uiDone);
         char szHex[2 * bytesPerWrite];
-        for (unsigned int i = 0; i < uiCount; ++i) {
-            szHex[2 * i] = digits[msg[uiDone + i] >> 4];
-            szHex[2 * i + 1] = digits[msg[uiDone + i] & 0xF];
+        char* pEnd = szHex;
+        for (const unsigned char* p = msg + uiDone; p != msg + uiDone + uiCount; ++p) {
+            *pEnd++ = digits[*p >> 4];
+            *pEnd++ = digits[*p & 0xF];
         }
-        std::fwrite(szHex, 1, 2UL * uiCount, stdout);
+        std::fwrite(szHex, 1, static_cast<std::size_t>(pEnd - szHex), stdout);
         uiDone += uiCount;
     }
     std::putchar('\n');
