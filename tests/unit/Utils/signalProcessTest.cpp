@@ -11,7 +11,6 @@
 #include <type_traits>
 #include <vector>
 
-#include "log/elog.h"
 #include "logCapture.h"
 
 namespace {
@@ -153,10 +152,15 @@ TEST_F(SignalProcess, SigpipeIsIgnored) {
 }
 
 TEST_F(SignalProcess, HandlerKeepsErrno) {
-    elog_log_file_close();  // the handler's attempt to write changes errno when nothing is open
+    const int output = dup(STDOUT_FILENO);
+    ASSERT_EQ(close(STDOUT_FILENO), 0);  // the line's way there fails with EBADF
     errno = EDOM;
     CSignalProcess::SignalHandler(SIGINT, nullptr, nullptr);
-    EXPECT_EQ(errno, EDOM);
+    const int after = errno;
+    dup2(output, STDOUT_FILENO);
+    close(output);
+    EXPECT_EQ(after, EDOM);
+    EXPECT_EQ(m_log.Lines(), Lines{"WARN Received signal 2 !!"});
 }
 
 }  // namespace

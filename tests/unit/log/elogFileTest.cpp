@@ -185,8 +185,9 @@ TEST_F(ElogFile, NameOf255BytesIsOpenedAndOneMoreIsRefused) {
 TEST_F(ElogFile, PatternThatDoesNotFitIsRefused) {
     const std::string name(400, 'n');
     EXPECT_EQ(Init(m_dir.path(), name.c_str()), -1);
-    EXPECT_THAT(m_error, testing::EndsWith(" fail, errmsg:File name too long. \n"
-                                           "Error! log init fail.\n"));
+    EXPECT_EQ(m_error, "Error! Create file " + (m_dir.path() + "/" + name).substr(0, 255) +
+                           " fail, errmsg:File name too long. \n"
+                           "Error! log init fail.\n");
     EXPECT_THAT(NamesIn(m_dir.path()), ElementsAre());
 }
 

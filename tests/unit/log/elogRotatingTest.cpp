@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <cstdio>
 #include <string>
 
@@ -14,6 +15,13 @@ namespace {
 
 bool s_logWhileOpening = false;
 
+bool IsHeldBack(int sig) {
+    sigset_t mask;
+    sigemptyset(&mask);
+    EXPECT_EQ(pthread_sigmask(SIG_BLOCK, nullptr, &mask), 0);
+    return sigismember(&mask, sig) == 1;
+}
+
 }  // namespace
 
 // The program is linked with --wrap=fopen: a log line can come in the middle of a rotation.
@@ -23,6 +31,8 @@ extern "C" std::FILE* __wrap_fopen(const char* path, const char* mode) {
     if (s_logWhileOpening) {
         s_logWhileOpening = false;
         EXPECT_STREQ(mode, "ab");
+        EXPECT_TRUE(IsHeldBack(SIGINT));
+        EXPECT_TRUE(IsHeldBack(SIGTERM));
         LOG_WARN("inside");
     }
     return __real_fopen(path, mode);
@@ -40,6 +50,7 @@ TEST(ElogRotating, LineFromWithinTheRotationIsDroppedFromTheFileWithANotice) {
     const velatest::StdoutCapture out;
     s_logWhileOpening = true;
     LOG_INFO("outside");
+    EXPECT_FALSE(IsHeldBack(SIGINT));
     LOG_INFO("after");
     EXPECT_EQ(out.Text(),
               "[INFO   ][20261116-00:00:00][fpga]outside\n"
