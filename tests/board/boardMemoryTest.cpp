@@ -77,7 +77,7 @@ TEST_F(BoardMemory, TwoBusesAreTwoBoards) {
 }
 
 TEST_F(BoardMemory, WhatACrashedBoardLeftIsNoBoardAndANewOneRemovesIt) {
-    boardtest::HoldingChild crashing([this] {
+    boardtest::HoldingChild crashing([] {
         auto* board = MakeBoard().release();
         board->Shm().registers[0x106].store(77);
         return true;
