@@ -273,6 +273,7 @@ void CZceFpgaServ::conToAscii(const char* name, unsigned int* words) {
     }
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the operation takes its name by value
 void CZceFpgaServ::SubsOneInstWithName(std::uint8_t type, std::string name, std::uint16_t index) {
     const std::lock_guard<std::mutex> lock(subscribe_mutex);
     const ZceTableRegs_t& regs = TableRegs(type);

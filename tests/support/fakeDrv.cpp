@@ -12,8 +12,8 @@ namespace {
 constexpr unsigned long registerNum = 0x20000;
 constexpr unsigned long wordBytes = 4;
 constexpr unsigned long lessBytesLimit = 128;
-constexpr unsigned int entryNum = 4096;
-constexpr unsigned int entryWords = 64;
+constexpr unsigned long entryNum = 4096;
+constexpr unsigned long entryWords = 64;
 constexpr unsigned int nameWords = 4;
 constexpr unsigned long noAccess = std::numeric_limits<unsigned long>::max();
 

@@ -7,6 +7,7 @@
 #include "DataType/ZceConfigFile.h"
 #include "VelaZceBinFile.h"
 #include "configFixture.h"
+#include "fakeClock.h"
 #include "fpgaFixture.h"
 
 namespace velatest {
@@ -28,6 +29,9 @@ struct ContractRig {
           bin(insts, 0),
           fpga(insts, 0),
           serv(insts, &config.cfg, &bin, &fpga, 0, config.cfg.getArrayReference()) {
+        OpenFpgaServ::m_bReseted = false;
+        FakeClock::ClearSleeps();
+        FakeClock::OnSleep({});
         fpga.Init(&config.drv);
     }
 

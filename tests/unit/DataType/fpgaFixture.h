@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "DataType/ZceFpgaServ.h"
+#include "fakeClock.h"
 #include "fakeDrv.h"
 
 namespace velatest {
@@ -22,9 +23,14 @@ class OpenFpgaServ : public Vela2_U50::CZceFpgaServ {
     using CZceFpgaServ::m_mapSglInsts;
 };
 
-// A table service over a board in memory.
+// A table service over a board in memory, in a process where nothing has happened yet.
 struct FpgaRig {
-    explicit FpgaRig(unsigned int channel = 0) : serv(insts, channel) { serv.Init(&drv); }
+    explicit FpgaRig(unsigned int channel = 0) : serv(insts, channel) {
+        OpenFpgaServ::m_bReseted = false;
+        FakeClock::ClearSleeps();
+        FakeClock::OnSleep({});
+        serv.Init(&drv);
+    }
 
     std::map<std::string, unsigned short> insts;
     FakeDrv drv;

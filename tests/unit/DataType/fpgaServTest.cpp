@@ -289,7 +289,7 @@ TEST(ResetFpga, ResetsClearsAndRemembers) {
     EXPECT_THAT(log.Lines(), ElementsAre("INFO [channel:0] Clear all inst table over",
                                          "INFO Reset and Clear fpga table over."));
     // Of the process, not of the object.
-    EXPECT_TRUE(FpgaRig().serv.bIsReseted());
+    EXPECT_TRUE(velatest::OpenFpgaServ(rig.insts, 5).bIsReseted());
 }
 
 TEST(ResetFpga, DoesNothingOnOtherChannels) {

@@ -15,7 +15,6 @@ using testing::IsEmpty;
 using testing::Pair;
 using velatest::Checked;
 using velatest::DrvAccess;
-using velatest::FakeDrv;
 using velatest::FpgaRig;
 using velatest::LogCapture;
 using velatest::Read;
