@@ -168,6 +168,7 @@ TEST_F(GetCore, TwoCallsResetTheCoreOnce) {
 
 TEST_F(GetCore, ThreadsAtTheSameMomentResetTheCoreOnce) {
     std::vector<std::future<int>> results;
+    results.reserve(8);
     for (int i = 0; i < 8; ++i) {
         results.push_back(std::async(std::launch::async, [] { return One(); }));
     }

@@ -1,32 +1,7 @@
-#include <atomic>
 #include <cerrno>
-#include <cstdlib>
-#include <new>
 
+#include "allocationCount.h"
 #include "drvDmaFixture.h"
-
-namespace {
-
-std::atomic<std::size_t> allocations{0};
-
-}  // namespace
-
-// Counted, to show that receiving does not allocate.
-void* operator new(std::size_t size) {
-    ++allocations;
-    if (void* memory = std::malloc(size)) {
-        return memory;
-    }
-    throw std::bad_alloc();
-}
-
-void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-
-void operator delete(void* memory, std::size_t /*size*/) noexcept {
-    std::free(memory);
-}
 
 namespace {
 
@@ -233,13 +208,13 @@ TEST_F(DrvDmaRecv, ReceivingDoesNotAllocate) {
     for (int i = 0; i < 4; ++i) {
         FakeEnyx::QueuePacket(stream, {1, 2, 3});
     }
-    const std::size_t before = allocations;
+    const std::size_t before = AllocationCount();
     EXPECT_EQ(m_drv->RecvOnce(handler, nullptr), 1);
     EXPECT_EQ(m_drv->RecvOnceCb(), 0);
     EXPECT_EQ(m_drv->PollData(), 0);
     EXPECT_EQ(m_drv->RecvOnce(handler, nullptr), 1);
     EXPECT_EQ(m_drv->RecvOnce(handler, nullptr), 0);
-    EXPECT_EQ(allocations, before);
+    EXPECT_EQ(AllocationCount(), before);
 }
 
 // RecvOnceCb and PollData do the same.

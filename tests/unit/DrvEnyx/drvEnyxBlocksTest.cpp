@@ -86,12 +86,13 @@ TEST_F(DrvRegReadBytes, FailedReadOfTheTailHasTheSameLine) {
 
 TEST_F(DrvRegReadBytes, BlocksOfSeveralThreadsAreNotInterleaved) {
     Start();
-    constexpr int threads = 4;
-    constexpr int rounds = 50;
+    constexpr std::size_t threads = 4;
+    constexpr std::size_t rounds = 50;
     std::vector<std::future<void>> workers;
-    for (int i = 0; i < threads; ++i) {
+    workers.reserve(threads);
+    for (std::size_t i = 0; i < threads; ++i) {
         workers.push_back(std::async(std::launch::async, [this, i] {
-            for (int round = 0; round < rounds; ++round) {
+            for (std::size_t round = 0; round < rounds; ++round) {
                 Bytes block(24, static_cast<unsigned char>(i));
                 if (i % 2 == 0) {
                     EXPECT_EQ(m_drv.WriteBytes(0, block.data(), 24), 24);
@@ -106,7 +107,7 @@ TEST_F(DrvRegReadBytes, BlocksOfSeveralThreadsAreNotInterleaved) {
         worker.get();
     }
     const Lines calls = FakeEnyx::Calls();
-    ASSERT_EQ(calls.size(), std::size_t{threads * rounds * 5});
+    ASSERT_EQ(calls.size(), threads * rounds * 5);
     for (std::size_t i = 0; i < calls.size(); i += 5) {
         EXPECT_EQ(calls[i], "core_lock");
         EXPECT_NE(calls[i + 1].find(" off=0 "), std::string::npos);

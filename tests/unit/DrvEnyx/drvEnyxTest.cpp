@@ -93,6 +93,7 @@ TEST_F(DrvRegInit, BusIndexOf10IsRejected) {
 
 TEST_F(DrvRegInit, SeveralThreadsEnumerateOnce) {
     std::vector<std::future<int>> results;
+    results.reserve(8);
     for (int i = 0; i < 8; ++i) {
         results.push_back(std::async(std::launch::async, [this] {
             DrvRegInitParms_t parms{0, 474};

@@ -247,7 +247,9 @@ TEST_F(DriverObjects, DmaDriverHoldsItsMembersInOrder) {
     EXPECT_NE(At<void*>(&dma, dmaA2c), nullptr);
     // The a2c stream is the one that a poll asks.
     std::uint32_t value = 0;
-    EXPECT_EQ(enyx_hw_a2c_stream_get_mtu(At<enyx_hw_a2c_stream*>(&dma, dmaA2c), &value), 0);
+    EXPECT_EQ(enyx_hw_a2c_stream_get_mtu(static_cast<enyx_hw_a2c_stream*>(At<void*>(&dma, dmaA2c)),
+                                         &value),
+              0);
     EXPECT_EQ(At<unsigned int>(&dma, dmaA2cMtu), 4096U);
     EXPECT_EQ(At<unsigned int>(&dma, dmaC2aMtu), 512U);
     EXPECT_EQ(At<void*>(&dma, dmaHandler), &handler);
