@@ -1,4 +1,5 @@
-# velazce_add_test(NAME SOURCES files... [LIBS targets...] [LABELS labels...])
+# velazce_add_test(NAME SOURCES files... [LIBS targets...] [LABELS label])
+# The label is by default the name of the folder below tests/: unit, board or system.
 # One test program; each of its test cases becomes a ctest of its own, in a process of its own, so
 # that the library's process-wide state starts afresh every time.
 include(GoogleTest)
@@ -7,6 +8,10 @@ function(velazce_add_test name)
   add_executable(${name} ${ARG_SOURCES})
   target_link_libraries(${name} PRIVATE velazce_flags ${ARG_LIBS} GTest::gmock GTest::gtest
                                         GTest::gtest_main Threads::Threads)
+  if(NOT ARG_LABELS)
+    file(RELATIVE_PATH folder ${PROJECT_SOURCE_DIR}/tests ${CMAKE_CURRENT_SOURCE_DIR})
+    string(REGEX REPLACE "/.*" "" ARG_LABELS ${folder})
+  endif()
   gtest_discover_tests(${name} DISCOVERY_TIMEOUT 120
                        PROPERTIES LABELS "${ARG_LABELS}" TIMEOUT 120)
 endfunction()
