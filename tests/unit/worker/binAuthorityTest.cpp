@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
 
 #include "workerBench.h"
 #include "wrappedCalls.h"
@@ -23,6 +22,7 @@ class ChkBinFileAuthority : public WorkerBench {
     ChkBinFileAuthority() {
         MakeWorker(masterIni);
         FakeClock::SetTime(83000);
+        WrappedCalls::accessMode = -1;
     }
     ~ChkBinFileAuthority() override { Allow(); }
 
@@ -101,9 +101,9 @@ TEST_F(ChkBinFileAuthority, ADirectoryOfRealPermissionsIsRefused) {
         {
             // access() asks for the real user.
             if (geteuid() == 0 && setresuid(65534, 65534, 0) != 0) {
-                std::exit(9);
+                _exit(9);
             }
-            std::exit(chan->ChkBinFileAuthority() == -1 ? 3 : 4);
+            _exit(chan->ChkBinFileAuthority() == -1 ? 3 : 4);
         },
         testing::ExitedWithCode(3), "");
     chmod(".", 0700);
