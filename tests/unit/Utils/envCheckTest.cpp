@@ -335,6 +335,7 @@ TEST_F(EnvCheck, RootIsKnownByItsExactName) {
         EXPECT_EQ(IsCurUserRoot(), at.root) << at.name;
         EXPECT_STREQ(GetCurUserName(), at.name);
     }
+    s_user = nullptr;
 }
 
 TEST_F(EnvCheck, UserWithoutAnEntryHasNoNameAndIsNotRoot) {
