@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <cstdio>
 
 #include "contractFixture.h"
@@ -237,14 +238,27 @@ TEST(GetExpireTime, UnreadableBoardTimeIsNoBreak) {
     EXPECT_EQ(rig.serv.GetExpireTime(), 4U);
 }
 
-// Only the host's hours from 9:00:01 to 11:59:59 know the break. Nothing else can bring the board's
-// time into the break's window: at 12:00:00 they are too far apart.
-TEST(GetExpireTime, HostsMorningEndsBefore120000) {
-    for (const unsigned int now : {115959U, 120000U}) {
+// The host's own time of day, 9:00:01 to 11:59:59, counts at its first reading: here the clock
+// jumps into the break before it is read again for the time to rely on.
+TEST(GetExpireTime, HostsTimeMustBeInTheMorningToo) {
+    struct Jump {
+        unsigned int first;
+        std::int64_t seconds;  // from one reading to the next
+        unsigned int minutes;
+    };
+    const std::vector<Jump> jumps = {{90000, 4560, 4},   // then 10:16:00
+                                     {90001, 4560, 20},  // then 10:16:01
+                                     {115959, -5400, 20},
+                                     {120000, -5400, 4}};
+    for (const Jump& jump : jumps) {
+        SCOPED_TRACE(jump.first);
         RecoverRig rig;
-        rig.SetTimes(now, 103000);
         rig.SetReseted(true);
-        EXPECT_EQ(rig.serv.GetExpireTime(), 4U);
+        rig.SetTimes(jump.first, 0);
+        FakeClock::AdvanceNs(static_cast<std::uint64_t>(-jump.seconds * 1'000'000'000));
+        FakeClock::StepPerReadNs(static_cast<std::uint64_t>(jump.seconds * 1'000'000'000));
+        EXPECT_EQ(rig.serv.GetExpireTime(), jump.minutes);
+        FakeClock::StepPerReadNs(0);
     }
 }
 

@@ -88,6 +88,11 @@ TEST(StoreInstsToGlob, WorksOnCopiesOfItsArguments) {
     rig.serv.StoreInstsToGlob(rig.serv.m_mapSglInsts, rig.serv.m_mapCmbInsts, 0);
     EXPECT_THAT(rig.serv.m_mapSglInsts, ElementsAre(Pair(1, "SR209")));
     EXPECT_THAT(rig.serv.m_mapSglChanBit, ElementsAre(Pair(1, 1)));
+    const std::map<std::uint16_t, std::string> sgl = {{5, "SR301"}};
+    const std::map<std::uint16_t, std::string> cmb = {{6, "SPD-A&B"}};
+    rig.serv.StoreInstsToGlob(sgl, cmb, 0);
+    EXPECT_THAT(sgl, ElementsAre(Pair(5, "SR301")));
+    EXPECT_THAT(cmb, ElementsAre(Pair(6, "SPD-A&B")));
 }
 
 TEST(SubsOneInst, WritesTheMaskOfTheEntry) {
