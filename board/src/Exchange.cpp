@@ -26,12 +26,14 @@ CExchange::CExchange(const std::vector<Instrument>& instruments, uint64_t seed)
     m_states.reserve(instruments.size());
     for (size_t place = 0; place < instruments.size(); ++place) {
         const Instrument& instrument = instruments[place];
-        m_placesOfKind[static_cast<size_t>(instrument.kind)].push_back(
-            static_cast<uint32_t>(place));
+        const auto place32 = static_cast<uint32_t>(place);
+        Kind& kind = m_kinds[static_cast<size_t>(instrument.kind)];
+        kind.weight = KIND_WEIGHTS[static_cast<size_t>(instrument.kind)];
+        kind.places.push_back(place32);
         m_states.push_back(Begin(instrument, m_random));
     }
-    for (size_t kind = 0; kind < m_placesOfKind.size(); ++kind) {
-        m_weights += m_placesOfKind[kind].empty() ? 0 : KIND_WEIGHTS[kind];
+    for (const Kind& kind : m_kinds) {
+        m_weights += kind.weight;
     }
 }
 
@@ -59,16 +61,13 @@ CExchange::State CExchange::Begin(const Instrument& instrument, CRandom& random)
 
 size_t CExchange::PickPlace() {
     uint32_t point = m_random.Below(m_weights);
-    size_t kind = 0;
-    for (;; ++kind) {
-        const uint32_t weight = m_placesOfKind[kind].empty() ? 0 : KIND_WEIGHTS[kind];
-        if (point < weight) {
-            break;
+    for (const Kind& kind : m_kinds) {
+        if (point < kind.weight) {
+            return kind.places[m_random.Below(static_cast<uint32_t>(kind.places.size()))];
         }
-        point -= weight;
+        point -= kind.weight;
     }
-    const std::vector<uint32_t>& places = m_placesOfKind[kind];
-    return places[m_random.Below(static_cast<uint32_t>(places.size()))];
+    return 0;
 }
 
 Tick CExchange::Next() {

@@ -27,7 +27,7 @@ struct Tick {
 // Futures tick far more often than options, as they do.
 class CExchange {
   public:
-    // The list stays unchanged and outlives this object.
+    // The list holds one instrument at least, stays unchanged and outlives this object.
     CExchange(const std::vector<Instrument>& instruments, uint64_t seed);
 
     // The next tick; the instrument's prices have moved.
@@ -51,8 +51,13 @@ class CExchange {
     void Move(State& state);
 
     const std::vector<Instrument>& m_instruments;
-    std::array<std::vector<uint32_t>, 3> m_placesOfKind;
-    uint32_t m_weights = 0;  // of the kinds that are there, together
+    // How often instruments of a kind tick, and where they are in the list; weight 0: none are.
+    struct Kind {
+        uint32_t weight = 0;
+        std::vector<uint32_t> places;
+    };
+    std::array<Kind, 3> m_kinds;
+    uint32_t m_weights = 0;  // together
     std::vector<State> m_states;
     CRandom m_random;
 };

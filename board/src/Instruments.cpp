@@ -90,7 +90,8 @@ bool CInstrumentList::ReadFile(const std::string& path, std::string& error) {
         }
         const std::string reason = Add(std::string(name));
         if (!reason.empty()) {
-            error = path + ":" + std::to_string(number) + ": " + reason;
+            error = path;
+            error.append(":").append(std::to_string(number)).append(": ").append(reason);
             return false;
         }
     }

@@ -1,3 +1,7 @@
+#include <algorithm>
+#include <memory>
+#include <mutex>
+
 #include "enyxHandles.h"
 
 using ZceBoard::Fail;
@@ -31,13 +35,22 @@ ENYX_HW_EXPORT enyx_hw_mmio* enyx_hw_mmio_create(const enyx_hw_mmio_descriptor* 
         return FailNull(EINVAL);
     }
     enyx_hw_accelerator* accelerator = descriptor->accelerator;
-    auto* mmio = new (std::nothrow) enyx_hw_mmio{
-        {{accelerator, ZceBoard::ROOT_CORE_ID}, {accelerator, ZceBoard::REGISTER_CORE_ID}}};
-    return mmio != nullptr ? mmio : FailNull(ENOMEM);
+    const std::lock_guard guard(accelerator->mmioMutex);
+    accelerator->mmios.push_back(std::make_unique<enyx_hw_mmio>(enyx_hw_mmio{
+        {{accelerator, ZceBoard::ROOT_CORE_ID}, {accelerator, ZceBoard::REGISTER_CORE_ID}}}));
+    return accelerator->mmios.back().get();
 }
 
 ENYX_HW_EXPORT void enyx_hw_mmio_destroy(enyx_hw_mmio* mmio) {
-    delete mmio;
+    if (mmio == nullptr) {
+        return;
+    }
+    enyx_hw_accelerator* accelerator = mmio->tree.root.accelerator;
+    const std::lock_guard guard(accelerator->mmioMutex);
+    auto& mmios = accelerator->mmios;
+    mmios.erase(std::remove_if(mmios.begin(), mmios.end(),
+                               [mmio](const auto& owned) { return owned.get() == mmio; }),
+                mmios.end());
 }
 
 ENYX_HW_EXPORT enyx_hw_core_tree* enyx_hw_enumerate_cores(enyx_hw_mmio* mmio) {

@@ -6,9 +6,12 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
+#include <mutex>
 #include <new>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "BoardFile.h"
 #include "BoardMemory.h"
@@ -34,17 +37,6 @@ struct enyx_hw_accelerator_descriptor {
     uint32_t bus;
 };
 
-// An attached board. Never destroyed: cores and streams refer to it.
-struct enyx_hw_accelerator {
-    ZceBoard::CBoardMemory memory;
-    std::optional<ZceBoard::CRegisterFile> registers;
-    std::optional<ZceBoard::CCoreLock> lock;
-};
-
-struct enyx_hw_mmio_descriptor {
-    enyx_hw_accelerator* accelerator;
-};
-
 struct enyx_hw_core {
     enyx_hw_accelerator* accelerator;
     uint32_t id;
@@ -57,6 +49,21 @@ struct enyx_hw_core_tree {
 
 struct enyx_hw_mmio {
     enyx_hw_core_tree tree;
+};
+
+// An attached board. Never destroyed: cores and streams refer to it. An MMIO that its creator does
+// not destroy belongs to it: drivers that discover a board anew leave the cores of their earlier
+// discovery in use.
+struct enyx_hw_accelerator {
+    ZceBoard::CBoardMemory memory;
+    std::optional<ZceBoard::CRegisterFile> registers;
+    std::optional<ZceBoard::CCoreLock> lock;
+    std::mutex mmioMutex;
+    std::vector<std::unique_ptr<enyx_hw_mmio>> mmios;
+};
+
+struct enyx_hw_mmio_descriptor {
+    enyx_hw_accelerator* accelerator;
 };
 
 struct enyx_hw_a2c_stream_descriptor {

@@ -397,7 +397,7 @@ TEST(BoardClock, FollowsLocalTimeUnderTheZoneOfTheProcess) {
     const BoardTime time = ZceBoard::BoardTimeAt(1795161240LL * SECOND + 7);
     EXPECT_EQ(time.date, 20261120U);
     EXPECT_EQ(time.hhmmss, 85603U);
-    EXPECT_EQ(time.dayNs, (8 * 3600ULL + 56 * 60 + 3) * 1000000000 + 7);
+    EXPECT_EQ(time.dayNs, (8 * 3600ULL + 56 * 60ULL + 3) * 1000000000 + 7);
     setenv("TZ", "VIRT+08:00:00", 1);
     tzset();
     EXPECT_EQ(ZceBoard::BoardTimeAt(1795161240LL * SECOND).date, 20261119U);

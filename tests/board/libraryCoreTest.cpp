@@ -186,17 +186,17 @@ TEST_F(LibraryCore, ReadsAndWritesTheBoardsRegisters) {
     EXPECT_EQ(m_board->Shm().registers[0x106].load(), 20261120U);
     EXPECT_EQ(Read(0x106), 20261120U);
     EXPECT_EQ(Read(0x103), 0xFU);
-    const enyx_hw_register_description wide{4 * 0x301, 0, 64};
+    const enyx_hw_register_description wide{uint64_t{4} * 0x301, 0, 64};
     EXPECT_EQ(enyx_hw_write(m_core, &wide, 0x1122334455667788), 0);
     EXPECT_EQ(Read(0x301), 0x55667788U);
     EXPECT_EQ(Read(0x302), 0x11223344U);
-    const enyx_hw_register_description tail{4 * 0x301, 8, 24};
+    const enyx_hw_register_description tail{uint64_t{4} * 0x301, 8, 24};
     EXPECT_EQ(enyx_hw_write(m_core, &tail, 0xFFABCDEF), 0);
     EXPECT_EQ(Read(0x301), 0xABCDEF88U);
 }
 
 TEST_F(LibraryCore, AnAccessOutsideTheSpaceFails) {
-    const enyx_hw_register_description beyond{4 * 0x20000, 0, 32};
+    const enyx_hw_register_description beyond{uint64_t{4} * 0x20000, 0, 32};
     uint64_t value = 5;
     EXPECT_LT(enyx_hw_read(m_core, &beyond, &value), 0);
     EXPECT_EQ(errno, EINVAL);

@@ -45,7 +45,7 @@ TEST(Pacer, ALongStopIsCaughtUpForATenthOfASecondOnly) {
     pacer.Due(0);
     uint64_t events = 0;
     for (int k = 0; k < 1000; ++k) {
-        events += pacer.Due(3600 * 1000 * MS);
+        events += pacer.Due(int64_t{3600} * 1000 * MS);
     }
     EXPECT_EQ(events, 100U);
 }

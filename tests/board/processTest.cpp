@@ -324,6 +324,7 @@ TEST_F(Process, TheFullListStaysUnder64MiBResident) {
     enyx_hw_accelerator* accelerator = Accelerator();
     enyx_hw_core* core = Core(accelerator);
     std::vector<enyx_hw_a2c_stream*> streams;
+    streams.reserve(16);
     for (int channel = 0; channel < 16; ++channel) {
         streams.push_back(OpenA2c(accelerator, "CUSTOM_CHAN" + std::to_string(channel) + "_DATA"));
     }

@@ -41,21 +41,21 @@ TEST_F(RegisterFile, BeginsAsZeroWithAllFibresConnected) {
 }
 
 TEST_F(RegisterFile, A64BitAccessAtIndexNCoversRegistersNAndNPlus1) {
-    ASSERT_TRUE(Write(4 * 0x400, 0, 64, 0x1122334455667788));
+    ASSERT_TRUE(Write(uint64_t{4} * 0x400, 0, 64, 0x1122334455667788));
     EXPECT_EQ(m_file.ReadWord(0x400), 0x55667788U);
     EXPECT_EQ(m_file.ReadWord(0x401), 0x11223344U);
-    EXPECT_EQ(Read(4 * 0x400, 0, 64), 0x1122334455667788U);
+    EXPECT_EQ(Read(uint64_t{4} * 0x400, 0, 64), 0x1122334455667788U);
     EXPECT_EQ(m_file.ReadWord(0x3ff), 0U);
     EXPECT_EQ(m_file.ReadWord(0x402), 0U);
 }
 
 TEST_F(RegisterFile, ANarrowWriteLeavesTheOtherBitsOfTheRegister) {
-    ASSERT_TRUE(Write(4 * 0x400, 0, 64, ~uint64_t{0}));
-    ASSERT_TRUE(Write(4 * 0x400, 0, 8, 0x100));
+    ASSERT_TRUE(Write(uint64_t{4} * 0x400, 0, 64, ~uint64_t{0}));
+    ASSERT_TRUE(Write(uint64_t{4} * 0x400, 0, 8, 0x100));
     EXPECT_EQ(m_file.ReadWord(0x400), 0xFFFFFF00U);
-    ASSERT_TRUE(Write(4 * 0x400, 0, 24, 0x123456));
+    ASSERT_TRUE(Write(uint64_t{4} * 0x400, 0, 24, 0x123456));
     EXPECT_EQ(m_file.ReadWord(0x400), 0xFF123456U);
-    ASSERT_TRUE(Write(4 * 0x400, 0, 40, 0xAA00000001));
+    ASSERT_TRUE(Write(uint64_t{4} * 0x400, 0, 40, 0xAA00000001));
     EXPECT_EQ(m_file.ReadWord(0x400), 0x00000001U);
     EXPECT_EQ(m_file.ReadWord(0x401), 0xFFFFFFAAU);
 }
@@ -67,8 +67,8 @@ TEST_F(RegisterFile, EveryWidthAtEveryBitGivesBackWhatWasWritten) {
             for (uint32_t k = 0; k < 5; ++k) {
                 m_file.WriteWord(0x400 + k, 0);
             }
-            ASSERT_TRUE(Write(4 * 0x400 + 1, bit, width, 0xF123456789ABCDEF));
-            ASSERT_EQ(Read(4 * 0x400 + 1, bit, width), 0xF123456789ABCDEF & mask)
+            ASSERT_TRUE(Write(uint64_t{4} * 0x400 + 1, bit, width, 0xF123456789ABCDEF));
+            ASSERT_EQ(Read(uint64_t{4} * 0x400 + 1, bit, width), 0xF123456789ABCDEF & mask)
                 << width << " bits at " << bit;
             // Nothing beside the field changed.
             uint64_t ones = 0;
@@ -81,7 +81,7 @@ TEST_F(RegisterFile, EveryWidthAtEveryBitGivesBackWhatWasWritten) {
 }
 
 TEST_F(RegisterFile, AFieldOutsideTheSpaceOrWithoutWidthFailsAndLeavesTheValue) {
-    constexpr uint64_t SPACE = 4 * 0x20000;
+    constexpr uint64_t SPACE = uint64_t{4} * 0x20000;
     uint64_t value = 77;
     EXPECT_TRUE(m_file.Read({SPACE - 8, 0, 64}, value));
     value = 77;
