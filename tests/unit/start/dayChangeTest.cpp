@@ -255,7 +255,7 @@ TEST_F(DayChange, ClockSetBackAfterTheAuctionsEndStillSubscribes) {
     ReceiveAt(friday, 82000, {{6, "TA209"}});
     EXPECT_EQ(bench.board.decode, 3U);
     EXPECT_EQ(bench.board.mapTrans, 0U);
-    EXPECT_EQ(bench.board.sgl.words[5 * 64], 1U);
+    EXPECT_EQ(bench.board.sgl.Mask(5), 1U);
     EXPECT_EQ(bench.Insts().size(), 1U);
 }
 
@@ -270,9 +270,9 @@ TEST_F(DayChange, ClockSetBackOutOfTheSessionLearnsOn) {
     EXPECT_EQ(FileText("bin"), "5,SR209\n7,CF209\n");
     ReceiveAt(friday, 85510, {{8, "MA209"}});
     ReceiveAt(friday, 85511, {{8, "MA209"}});
-    EXPECT_EQ(bench.board.sgl.words[5 * 64], 1U);
-    EXPECT_EQ(bench.board.sgl.words[6 * 64], 0U);
-    EXPECT_EQ(bench.board.sgl.words[7 * 64], 1U);
+    EXPECT_EQ(bench.board.sgl.Mask(5), 1U);
+    EXPECT_EQ(bench.board.sgl.Mask(6), 0U);
+    EXPECT_EQ(bench.board.sgl.Mask(7), 1U);
 }
 
 // Set back during the wait of a recovery: the wait is told in sleeps, not in times of day.

@@ -93,7 +93,7 @@ StartResult ExpectedStart(const StartCase& start) {
     }
     result.way = Way::FromTables;
     if (result.reset) {
-        const unsigned int minutes = Holds(MorningBreak(), ready) ? 20 : 4;
+        const std::size_t minutes = Holds(MorningBreak(), ready) ? 20 : 4;
         result.sleeps.insert(result.sleeps.end(), minutes * 6, 10);
     }
     return result;
@@ -126,6 +126,7 @@ std::vector<SweepSecond> SecondsToTry(unsigned int minuteStep) {
     around(120000, 5);  // the end of the host's time in the rule of the morning break
     around(1759, 2);  // the last second at which a start without a board's time counts as midnight
     std::vector<SweepSecond> result;
+    result.reserve(seconds.size());
     for (const auto& [second, atBound] : seconds) {
         result.push_back({second, atBound});
     }

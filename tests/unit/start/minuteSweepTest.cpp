@@ -20,7 +20,7 @@ constexpr unsigned int stateStep = slowBuild ? 6 : 1;
 constexpr unsigned int today = 20261120;
 constexpr unsigned int yesterday = 20261119;
 constexpr unsigned long clearedWords = 262081;  // of one table, by one clearing
-constexpr unsigned long unsubscribedWords = 6 * 4096;
+constexpr unsigned long unsubscribedWords = 6UL * 4096;
 
 // The one instrument of the cache file, and those of the board's tables, which an empty board has
 // gathered after ten seconds.
@@ -95,8 +95,8 @@ class MinuteSweep : public testing::TestWithParam<unsigned int> {
                                    ? CompactBoard::Counters::Moving
                                    : CompactBoard::Counters::Standing;
         GatherNames();
-        bench.board.sgl.words[boardSglIndex * 64] = 0xFFFF;  // subscribed before this start
-        bench.board.cmb.words[boardCmbIndex * 64] = 0xFFFF;
+        bench.board.sgl.Mask(boardSglIndex) = 0xFFFF;  // subscribed before this start
+        bench.board.cmb.Mask(boardCmbIndex) = 0xFFFF;
     }
     void GatherNames() {
         CompactBoard::PutName(bench.board.sgl, boardSglIndex, boardSgl);
@@ -145,20 +145,18 @@ class MinuteSweep : public testing::TestWithParam<unsigned int> {
     }
 
     // The masks are those of the selection and no others; a reset clears every word twice.
-    void CheckTables(const StartResult& expected) const {
-        const CompactBoard& board = bench.board;
+    void CheckTables(const StartResult& expected) {
+        CompactBoard& board = bench.board;
         const bool fromTables = expected.way == Way::FromTables;
-        const auto& sgl = board.sgl.words;
-        const auto& cmb = board.cmb.words;
-        EXPECT_EQ(sgl[boardSglIndex * 64], fromTables ? 1U : 0U);
-        EXPECT_EQ(cmb[boardCmbIndex * 64], fromTables ? 1U : 0U);
-        EXPECT_EQ(sgl[cachedIndex * 64], expected.way == Way::FromCache ? 1U : 0U);
+        EXPECT_EQ(board.sgl.Mask(boardSglIndex), fromTables ? 1U : 0U);
+        EXPECT_EQ(board.cmb.Mask(boardCmbIndex), fromTables ? 1U : 0U);
+        EXPECT_EQ(board.sgl.Mask(cachedIndex), expected.way == Way::FromCache ? 1U : 0U);
         const unsigned long cleared = (expected.reset ? 2 * clearedWords : 0) + unsubscribedWords;
         EXPECT_EQ(board.sgl.stores, cleared + (expected.way == Way::Learn ? 0 : 1));
         EXPECT_EQ(board.cmb.stores, cleared + (fromTables ? 1 : 0));
         // Its names are gone, unless it had ten seconds to gather them again.
         const bool hasNames = !expected.reset || expected.sleeps.back() >= 10;
-        EXPECT_EQ(sgl[boardSglIndex * 64 + 4], hasNames ? 0x53523230U : 0U);
+        EXPECT_EQ(board.sgl.Word(boardSglIndex, 4), hasNames ? 0x53523230U : 0U);
     }
 
     void Count(const StartResult& result) {

@@ -141,26 +141,25 @@ TEST_F(RecoverySequence, FromTheCacheFileLogsTheseLinesInThisOrder) {
     drv->Record(false);
     bench.Start(drv);
     Lines_t expected = KeptLines();
-    Append(expected,
-           {
-               "INFO contract's_corresponding_time=20261120085510",
-               "INFO Bin is validate",
-               "INFO Loading from bin: Index:5,Instructmentid:SR209, lineNumber:1.",
-               "INFO Loading from bin: Index:6,Instructmentid:SR209C5000, lineNumber:2.",
-               "INFO Loading from bin: Index:7,Instructmentid:CF209, lineNumber:3.",
-               "INFO Loading from bin: Index:8,Instructmentid:CF301, lineNumber:4.",
-               "INFO Loading from bin: Index:9,Instructmentid:CF301P15000, lineNumber:5.",
-               "INFO Loading from bin: Index:0,Instructmentid:SPD-SR209&SR301, lineNumber:6.",
-               "INFO Loading from bin: Index:1,Instructmentid:IPS-SF209&SM209, lineNumber:7.",
-               "WARN Invalid format!we skip line 8: "
-               "contract's_corresponding_time=20261120085510\n",
-               "WARN Invalid format!we skip line 9: bin_file_over_tag",
-               "INFO Loading over!",
-               "INFO [channel:0] Current bin total inst count:7.",
-               "INFO Get inst from bin success",
-               "INFO Bin inst count:7",
-               "INFO Fetch all inst from fpga over! insts count:7.",
-           });
+    const Lines_t ofTheFile = {
+        "INFO contract's_corresponding_time=20261120085510",
+        "INFO Bin is validate",
+        "INFO Loading from bin: Index:5,Instructmentid:SR209, lineNumber:1.",
+        "INFO Loading from bin: Index:6,Instructmentid:SR209C5000, lineNumber:2.",
+        "INFO Loading from bin: Index:7,Instructmentid:CF209, lineNumber:3.",
+        "INFO Loading from bin: Index:8,Instructmentid:CF301, lineNumber:4.",
+        "INFO Loading from bin: Index:9,Instructmentid:CF301P15000, lineNumber:5.",
+        "INFO Loading from bin: Index:0,Instructmentid:SPD-SR209&SR301, lineNumber:6.",
+        "INFO Loading from bin: Index:1,Instructmentid:IPS-SF209&SM209, lineNumber:7.",
+        "WARN Invalid format!we skip line 8: contract's_corresponding_time=20261120085510\n",
+        "WARN Invalid format!we skip line 9: bin_file_over_tag",
+        "INFO Loading over!",
+        "INFO [channel:0] Current bin total inst count:7.",
+        "INFO Get inst from bin success",
+        "INFO Bin inst count:7",
+        "INFO Fetch all inst from fpga over! insts count:7.",
+    };
+    Append(expected, ofTheFile);
     Append(expected, SelectionLines());
     expected.emplace_back("INFO Init dma channel :CUSTOM_CHAN0_DATA success.");
     ExpectLines(bench.log.Lines(), expected);

@@ -69,7 +69,7 @@ inline Lines_t SelectionLines() {
         "WARN [channel:0] Warning!! Hasn't receive these insts:XX999! The program continues to run",
         "INFO Begin match needed inst! AllInstNum:7.",
     };
-    const auto perChannel = [&lines](const auto& lineOf) {
+    const auto perChannel = [](const auto& lineOf) {
         for (int channel = 0; channel < 16; ++channel) {
             lineOf(channel);
         }

@@ -138,7 +138,7 @@ void CompactBoard::PutName(Table& table, unsigned int index, std::string_view na
         for (unsigned int at = part * 4; at < part * 4 + 4; ++at) {
             word = word << 8U | (at < name.size() ? static_cast<unsigned char>(name[at]) : 0U);
         }
-        table.words.at(index * entryWords + nameWords - part) = word;
+        table.Word(index, nameWords - part) = word;
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -118,6 +119,11 @@ class CompactBoard {
         unsigned long stores = 0;      // words written
         unsigned long storedAddr = 0;  // sum of their addresses
         unsigned long reads = 0;       // words read
+
+        unsigned int& Word(std::size_t entry, std::size_t word) {
+            return words.at(entry * entryWords + word);
+        }
+        unsigned int& Mask(std::size_t entry) { return Word(entry, 0); }
     };
 
     // Everything as after power-on, with all fibres.

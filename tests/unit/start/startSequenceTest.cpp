@@ -80,40 +80,40 @@ TEST(ColdStart, LogsTheseLinesInThisOrder) {
     drv->Record(false);
     bench.Start(drv);
 
-    ExpectLines(bench.log.Lines(), {
-                                       "INFO Successful load confie file test.ini",
-                                       "INFO [channel:0] Busid:0, ChannelId:0.",
-                                       "INFO [channel:0] Busid:0, ChannelId:0.",
-                                       "INFO [channel:0] Doesn't need to bind cpu.",
-                                       "INFO First time read fpga date:20261119, system "
-                                       "date:20261120.",
-                                       "INFO [channel:0] Clear all inst table over",
-                                       "INFO Reset and Clear fpga table over.",
-                                       "INFO [channel:0] Clear all inst table over",
-                                       "INFO Current soft version 3.10.0.",
-                                       "INFO Fiber linkstatus 0x103:0xf.",
-                                       "INFO config:L5_DSTMAC=01:00:5e:00:00:05",
-                                       "INFO config:L5_DSTIP=239.3.1.5",
-                                       "INFO config:L5_DSTPORT=5005",
-                                       "INFO config:L5_SRCMAC=00:1b:21:aa:bb:cc",
-                                       "INFO config:L5_SRCIP=192.168.1.10",
-                                       "INFO config:L5_SRCPORT=5006",
-                                       "INFO config:L1_DSTMAC=01:00:5e:00:00:01",
-                                       "INFO config:L1_DSTIP=239.3.1.1",
-                                       "INFO config:L1_DSTPORT=1001",
-                                       "INFO config:L1_SRCMAC=00:1b:21:dd:ee:ff",
-                                       "INFO config:L1_SRCIP=192.168.1.11",
-                                       "INFO config:L1_SRCPORT=1002",
-                                       "INFO 0x300 write 1, L5 net version switch open!",
-                                       "INFO 0x310 write 1, L1 net version switch open!",
-                                       "INFO config:czce_level1=enabled.",
-                                       "INFO config:czce_level2=enabled.",
-                                       "INFO L1 and L5 switch on.",
-                                       "INFO Update fpga addr 0x106 to 20261120 over",
-                                       "INFO Unsubscribe all insts now",
-                                       "INFO Fpga start transmit inst map pkt.",
-                                       "INFO Init dma channel :CUSTOM_CHAN0_DATA success.",
-                                   });
+    const Lines_t expected = {
+        "INFO Successful load confie file test.ini",
+        "INFO [channel:0] Busid:0, ChannelId:0.",
+        "INFO [channel:0] Busid:0, ChannelId:0.",
+        "INFO [channel:0] Doesn't need to bind cpu.",
+        "INFO First time read fpga date:20261119, system date:20261120.",
+        "INFO [channel:0] Clear all inst table over",
+        "INFO Reset and Clear fpga table over.",
+        "INFO [channel:0] Clear all inst table over",
+        "INFO Current soft version 3.10.0.",
+        "INFO Fiber linkstatus 0x103:0xf.",
+        "INFO config:L5_DSTMAC=01:00:5e:00:00:05",
+        "INFO config:L5_DSTIP=239.3.1.5",
+        "INFO config:L5_DSTPORT=5005",
+        "INFO config:L5_SRCMAC=00:1b:21:aa:bb:cc",
+        "INFO config:L5_SRCIP=192.168.1.10",
+        "INFO config:L5_SRCPORT=5006",
+        "INFO config:L1_DSTMAC=01:00:5e:00:00:01",
+        "INFO config:L1_DSTIP=239.3.1.1",
+        "INFO config:L1_DSTPORT=1001",
+        "INFO config:L1_SRCMAC=00:1b:21:dd:ee:ff",
+        "INFO config:L1_SRCIP=192.168.1.11",
+        "INFO config:L1_SRCPORT=1002",
+        "INFO 0x300 write 1, L5 net version switch open!",
+        "INFO 0x310 write 1, L1 net version switch open!",
+        "INFO config:czce_level1=enabled.",
+        "INFO config:czce_level2=enabled.",
+        "INFO L1 and L5 switch on.",
+        "INFO Update fpga addr 0x106 to 20261120 over",
+        "INFO Unsubscribe all insts now",
+        "INFO Fpga start transmit inst map pkt.",
+        "INFO Init dma channel :CUSTOM_CHAN0_DATA success.",
+    };
+    ExpectLines(bench.log.Lines(), expected);
 }
 
 // The board ran today and its time of day is no reason for a reset.
@@ -132,22 +132,22 @@ TEST(KeptBoardStart, MakesTheseAccessesInThisOrder) {
     script.LoggedWrite(0x12, 1);
     script.End();
     EXPECT_TRUE(FakeClock::Sleeps().empty());
-    ExpectLines(bench.log.Lines(), {
-                                       "INFO Successful load confie file test.ini",
-                                       "INFO [channel:0] Busid:0, ChannelId:0.",
-                                       "INFO [channel:0] Busid:0, ChannelId:0.",
-                                       "INFO [channel:0] Doesn't need to bind cpu.",
-                                       "INFO First time read fpga date:20261120, system "
-                                       "date:20261120.",
-                                       "INFO System time:83000.",
-                                       "INFO Current soft version 3.10.0.",
-                                       "INFO Fiber linkstatus 0x103:0xf.",
-                                       "INFO L1 and L5 switch on.",
-                                       "INFO Update fpga addr 0x106 to 20261120 over",
-                                       "INFO Unsubscribe all insts now",
-                                       "INFO Fpga start transmit inst map pkt.",
-                                       "INFO Init dma channel :CUSTOM_CHAN0_DATA success.",
-                                   });
+    const Lines_t expected = {
+        "INFO Successful load confie file test.ini",
+        "INFO [channel:0] Busid:0, ChannelId:0.",
+        "INFO [channel:0] Busid:0, ChannelId:0.",
+        "INFO [channel:0] Doesn't need to bind cpu.",
+        "INFO First time read fpga date:20261120, system date:20261120.",
+        "INFO System time:83000.",
+        "INFO Current soft version 3.10.0.",
+        "INFO Fiber linkstatus 0x103:0xf.",
+        "INFO L1 and L5 switch on.",
+        "INFO Update fpga addr 0x106 to 20261120 over",
+        "INFO Unsubscribe all insts now",
+        "INFO Fpga start transmit inst map pkt.",
+        "INFO Init dma channel :CUSTOM_CHAN0_DATA success.",
+    };
+    ExpectLines(bench.log.Lines(), expected);
 }
 
 // A channel that is not the master leaves the board alone.
