@@ -8,7 +8,6 @@
 #include <string_view>
 #include <vector>
 
-#include "DrvEnyx/drvCore.h"
 #include "DrvEnyx/drvEnyx.h"
 #include "fakeEnyx.h"
 #include "workerBench.h"
@@ -20,7 +19,7 @@ namespace velatest {
 class ApiBench : public testing::Test {
   public:
     ApiBench() {
-        FakeClock::Set(20261120, 83000);
+        ForgetProcess();
         FakeEnyx::SetRegister(0x103, 0xF);
         FakeEnyx::SetRegister(0x106, 20261120);
         PutFile("master.ini", "[config]\ndevice=xilinx0:0\n");

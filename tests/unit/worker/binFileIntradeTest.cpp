@@ -66,14 +66,14 @@ class BinFileRead : public testing::Test {
 TEST_F(BinFileRead, AGoodFileIsLoadedWithALineForEachStep) {
     EXPECT_EQ(Load("7,SR209\n65535,SPD-SR209&SR301\n" + g_goodEnd), 0);
     EXPECT_EQ(insts, (Insts_t{{"SR209", 7}, {"SPD-SR209&SR301", 65535}}));
+    const std::string spread =
+        "INFO Loading from bin: Index:65535,Instructmentid:SPD-SR209&SR301, lineNumber:2.";
+    const std::string skipped =
+        "WARN Invalid format!we skip line 3: contract's_corresponding_time=20261120085510\n";
     EXPECT_EQ(log.Lines(),
               (Lines_t{"INFO contract's_corresponding_time=20261120085510", "INFO Bin is validate",
-                       "INFO Loading from bin: Index:7,Instructmentid:SR209, lineNumber:1.",
-                       "INFO Loading from bin: Index:65535,Instructmentid:SPD-SR209&SR301, "
-                       "lineNumber:2.",
-                       "WARN Invalid format!we skip line 3: "
-                       "contract's_corresponding_time=20261120085510\n",
-                       "WARN Invalid format!we skip line 4: bin_file_over_tag",
+                       "INFO Loading from bin: Index:7,Instructmentid:SR209, lineNumber:1.", spread,
+                       skipped, "WARN Invalid format!we skip line 4: bin_file_over_tag",
                        "INFO Loading over!", "INFO [channel:0] Current bin total inst count:2."}));
 }
 

@@ -21,6 +21,8 @@ using velatest::TempDir;
 
 class BinFileWrite : public testing::Test {
   protected:
+    BinFileWrite() { velatest::ForgetProcess(); }
+
     TempDir dir{TempDir::Enter::yes};
     LogCapture log;
     std::map<std::string, unsigned short> insts;

@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstdint>
 #include <map>
+#include <memory>
 #include <string>
 
 #include "mapPacket.h"
@@ -27,8 +30,9 @@ class MapGuards : public WorkerBench {
 
     void Receive(const Bytes_t& packet) {
         // On the heap, at its exact size: a sanitizer sees a read past its end.
-        const Bytes_t exact(packet);
-        CZceDmaChanImpl::DmaEntrance(exact.data(), static_cast<unsigned int>(exact.size()), chan);
+        const std::unique_ptr<std::uint8_t[]> exact(new std::uint8_t[packet.size()]);
+        std::copy(packet.begin(), packet.end(), exact.get());
+        CZceDmaChanImpl::DmaEntrance(exact.get(), static_cast<unsigned int>(packet.size()), chan);
     }
     Insts_t& Insts() { return Peer::Insts(*chan); }
     static std::string Warning(unsigned int record, std::size_t at, const std::string& fault,

@@ -217,8 +217,8 @@ TEST_F(MapPackets, ThePacketAfterTheEndSubscribesAndClosesTheTransfer) {
     Receive(MapPacket().Add("CF301", 9).Packet());
     EXPECT_EQ(Insts().size(), 2U);
     EXPECT_EQ(drv->Accesses(), (std::vector<DrvAccess>{{"WriteInt32_LogWithRead", 0x11001, 1},
-                                                       {"WriteInt32_LogWithRead", 0x11000, 7 * 64},
-                                                       {"WriteInt32_LogWithRead", 0x11002, 7 * 64},
+                                                       {"WriteInt32_LogWithRead", 0x11000, 0x1C0},
+                                                       {"WriteInt32_LogWithRead", 0x11002, 0x1C0},
                                                        {"ReadInt32", 0x11003, 1},
                                                        {"WriteInt32_Log", 0x11, 3},
                                                        {"WriteInt32_Log", 0x12, 0}}));

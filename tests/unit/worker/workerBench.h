@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <fstream>
+#include <iterator>
 #include <map>
 #include <string>
 #include <string_view>
@@ -10,11 +12,13 @@
 #include <vector>
 
 #include "DataType/ZceConfigFile.h"
+#include "DrvEnyx/drvCore.h"
 #include "IVelaZceMdApi.h"
 #include "VelaZceMdApiImpl.h"
 #include "VelaZceUpdmaImpl.h"
 #include "fakeClock.h"
 #include "fakeDrv.h"
+#include "fakeEnyx.h"
 #include "logCapture.h"
 #include "tempDir.h"
 
@@ -105,6 +109,26 @@ class OpenApi : public CVelaZceMdApiImpl {
     using CVelaZceMdApiImpl::m_pSpi;
 };
 
+// What a test of before may have left in this process.
+inline void ForgetProcess() {
+    Peer::SignalRegister() = 0;
+    Peer::AllSubsOver() = 0;
+    Peer::CallTimeExpired() = 0;
+    Peer::LoadMapEnabled() = 1;
+    Peer::FirstTmRead() = 0;
+    Peer::FirstTm() = 0;
+    CZceDmaChanImpl::g_uiContractSettleTm = 0;
+    CSignalProcess::m_isExit = 0;
+    for (const int sig : {SIGINT, SIGTERM, SIGPIPE}) {
+        std::signal(sig, SIG_DFL);
+    }
+    DrvEnyxVarClear();
+    FakeEnyx::Reset();
+    FakeClock::Set(20261120, 83000);
+    FakeClock::OnSleep(nullptr);
+    FakeClock::ClearSleeps();
+}
+
 // A worker on a board in memory, in a directory of its own, the log read back. Local time is
 // 2026-11-20 08:30:00 at the start; the board has today's date and all fibres.
 class WorkerBench : public testing::Test {
@@ -113,6 +137,7 @@ class WorkerBench : public testing::Test {
     static constexpr const char* channel3Ini = "[config]\ndevice=xilinx0:3\n";
 
     WorkerBench() {
+        ForgetProcess();
         drv->SetReg(0x103, 0xF);
         drv->SetReg(0x106, 20261120);
         drv->OnDestroy([this] { ++drvDestroyed; });

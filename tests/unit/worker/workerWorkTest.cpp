@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <vector>
 
-#include "DrvEnyx/drvCore.h"
 #include "fakeEnyx.h"
 #include "workerBench.h"
 
@@ -25,10 +24,7 @@ std::vector<std::uint8_t> Message(std::uint8_t type) {
     return {type, 0, 0, 0, 1, 2, 3, 4, 5, 6, 7, 8, 0xB0, 0xB1};
 }
 
-class WorkerWork : public WorkerBench {
-  protected:
-    ~WorkerWork() override { CSignalProcess::m_isExit = 0; }
-};
+class WorkerWork : public WorkerBench {};
 
 TEST_F(WorkerWork, OutsideTradingTimeANewFileThenTheBroadcastThenTheStream) {
     PutFile("bin", "old");
@@ -54,8 +50,8 @@ TEST_F(WorkerWork, InsideTradingTimeRecoveredAndSubscribedBeforeTheStreamOpens) 
     EXPECT_FALSE(streamWasOpen);
     EXPECT_EQ(drv->Accesses(), (std::vector<DrvAccess>{{"WriteInt32_Log", 0x12, 0},
                                                        {"WriteInt32_LogWithRead", 0x11001, 1},
-                                                       {"WriteInt32_LogWithRead", 0x11000, 7 * 64},
-                                                       {"WriteInt32_LogWithRead", 0x11002, 7 * 64},
+                                                       {"WriteInt32_LogWithRead", 0x11000, 0x1C0},
+                                                       {"WriteInt32_LogWithRead", 0x11002, 0x1C0},
                                                        {"ReadInt32", 0x11003, 1},
                                                        {"WriteInt32_Log", 0x11, 3}}));
     const Lines_t lines = log.Lines();
