@@ -7,6 +7,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <thread>
+
 #include "configFixture.h"
 #include "log/elog.h"
 
@@ -317,14 +319,22 @@ TEST(ConfigFileBindCpu, AbsentOrMinusOneBindsNothing) {
 TEST(ConfigFileBindCpu, BindsTheCallingThread) {
     const int cpu = FirstAllowedCpu();
     LoadedConfig rig("cpucore = " + std::to_string(cpu) + "\n");
+    cpu_set_t before;
+    sched_getaffinity(0, sizeof(before), &before);
     const LogCapture log;
-    rig.cfg.BindCpu();
+    cpu_set_t bound;
+    std::thread([&rig, &bound] {
+        rig.cfg.BindCpu();
+        sched_getaffinity(0, sizeof(bound), &bound);
+    }).join();
     EXPECT_THAT(log.Lines(), ElementsAre("INFO [channel:0] Set CPU[" + std::to_string(cpu) +
                                          "] affinity success."));
-    cpu_set_t cpus;
-    sched_getaffinity(0, sizeof(cpus), &cpus);
-    EXPECT_EQ(CPU_COUNT(&cpus), 1);
-    EXPECT_TRUE(CPU_ISSET(static_cast<unsigned int>(cpu), &cpus));
+    EXPECT_EQ(CPU_COUNT(&bound), 1);
+    EXPECT_TRUE(CPU_ISSET(static_cast<unsigned int>(cpu), &bound));
+    // This thread goes where it went before.
+    cpu_set_t after;
+    sched_getaffinity(0, sizeof(after), &after);
+    EXPECT_TRUE(CPU_EQUAL(&before, &after));
 }
 
 TEST(ConfigFileBindCpu, NumbersThatCannotBeSetFailAndAreLogged) {

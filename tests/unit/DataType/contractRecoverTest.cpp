@@ -1,9 +1,12 @@
 // Rebuilding the instrument list inside trading time, and the report of what it lacks.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstdint>
 #include <cstdio>
+#include <mutex>
+#include <thread>
 
 #include "contractFixture.h"
 #include "fakeClock.h"
@@ -125,6 +128,21 @@ TEST(RecoverAll, NoBinAndNoResetReadTheTablesAtOnce) {
                             "INFO System time:100000.", "INFO Expire time 0 minute.",
                             "INFO New round, fetch from fpga, inst count:2.",
                             "INFO Fetch all inst from fpga over! insts count:2."));
+    // What the tables gave is not kept in a cache file.
+    EXPECT_EQ(access("bin", F_OK), -1);
+}
+
+// Whether both locks of the subscription could be taken by another thread.
+bool LocksAreFree() {
+    bool isFree = false;
+    std::thread([&isFree] {
+        const std::unique_lock<std::mutex> order(Vela2_U50::CContractServ::order_mutex,
+                                                 std::try_to_lock);
+        const std::unique_lock<std::mutex> tables(Vela2_U50::CZceFpgaServ::subscribe_mutex,
+                                                  std::try_to_lock);
+        isFree = order.owns_lock() && tables.owns_lock();
+    }).join();
+    return isFree;
 }
 
 // The wait without a cache file after a reset: its lines, each before its sleep of 10 seconds.
@@ -132,6 +150,7 @@ void ExpectWait(RecoverRig& rig, unsigned int seconds) {
     rig.SetReseted(true);
     unsigned long accessesAtLastSleep = 0;
     FakeClock::OnSleep([&](unsigned int) {
+        EXPECT_TRUE(LocksAreFree());
         accessesAtLastSleep = rig.Drv().ReadCount() + rig.Drv().WriteCount();
     });
     const LogCapture log;

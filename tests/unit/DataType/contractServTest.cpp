@@ -2,7 +2,12 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/types.h>
+#include <unistd.h>
 
+#include <atomic>
+#include <fstream>
+#include <mutex>
 #include <thread>
 
 #include "contractFixture.h"
@@ -238,19 +243,44 @@ TEST(Selection, RepeatedOneAppendsTheRulesAgain) {
     EXPECT_THAT(rig.Rules(0).vecSubClasses, ElementsAre("SR", "SR"));
 }
 
+// Whether a thread of this process waits for something, or has ended.
+bool IsWaiting(pid_t thread) {
+    std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/stat");
+    std::string stat;
+    std::getline(file, stat);
+    const auto name = stat.rfind(')');
+    return name == std::string::npos || stat.substr(name, 3) == ") S";
+}
+
 TEST(Selection, WaitsForTheOrderLockAndHoldsItThroughout) {
-    ContractRig rig("[channel0]\nspd = recv\n");
-    std::unique_lock<std::mutex> lock(Vela2_U50::CContractServ::order_mutex);
+    ContractRig rig("[channel0]\ninsts = SR209\noptions = norecv\n");
+    rig.insts = {{"SR209", 1}};
+    std::unique_lock<std::mutex> order(Vela2_U50::CContractServ::order_mutex);
+    std::unique_lock<std::mutex> tables(Vela2_U50::CZceFpgaServ::subscribe_mutex);
     const LogCapture log;
-    std::thread selection([&rig] { rig.serv.FilterAndStoreToGlobMap(); });
-    // Nothing can be seen of a thread that waits; what it would do first has not happened.
-    std::this_thread::yield();
-    EXPECT_EQ(rig.Rules(0).bSpdRecv, 0);
-    lock.unlock();
+    std::atomic<pid_t> thread = 0;
+    std::thread selection([&rig, &thread] {
+        thread = gettid();
+        rig.serv.FilterAndStoreToGlobMap();
+    });
+    while (thread == 0 || !IsWaiting(thread)) {
+        std::this_thread::yield();
+    }
+    // Not even the rules have been read.
+    EXPECT_THAT(log.Lines(), IsEmpty());
+    order.unlock();
+    const char* const record =
+        "INFO [channel:0] Record func:Meeting conditions count is:OneLeg:1, Combine:0.";
+    while (!log.Has(record) || !IsWaiting(thread)) {
+        std::this_thread::yield();
+    }
+    // The selection is in its last step, which needs the tables' lock for each instrument.
+    EXPECT_FALSE(order.try_lock());
+    EXPECT_THAT(rig.fpga.m_mapSglChanBit, IsEmpty());
+    tables.unlock();
     selection.join();
-    EXPECT_EQ(rig.Rules(0).bSpdRecv, 1);
-    EXPECT_TRUE(Vela2_U50::CContractServ::order_mutex.try_lock());
-    Vela2_U50::CContractServ::order_mutex.unlock();
+    EXPECT_THAT(rig.fpga.m_mapSglChanBit, ElementsAre(Pair(1, 1)));
+    EXPECT_TRUE(order.try_lock());
 }
 
 }  // namespace
