@@ -1,5 +1,6 @@
 # velazce_add_test(NAME SOURCES files... [LIBS targets...] [LABELS label])
 # The label is by default the name of the folder below tests/: unit, board or system.
+# The target tests_<label> builds all programs of a label.
 # One test program; each of its test cases becomes a ctest of its own, in a process of its own, so
 # that the library's process-wide state starts afresh every time.
 include(GoogleTest)
@@ -12,6 +13,10 @@ function(velazce_add_test name)
     file(RELATIVE_PATH folder ${PROJECT_SOURCE_DIR}/tests ${CMAKE_CURRENT_SOURCE_DIR})
     string(REGEX REPLACE "/.*" "" ARG_LABELS ${folder})
   endif()
+  if(NOT TARGET tests_${ARG_LABELS})
+    add_custom_target(tests_${ARG_LABELS})
+  endif()
+  add_dependencies(tests_${ARG_LABELS} ${name})
   gtest_discover_tests(${name} DISCOVERY_TIMEOUT 120
                        PROPERTIES LABELS "${ARG_LABELS}" TIMEOUT 120)
 endfunction()
