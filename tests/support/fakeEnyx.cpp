@@ -38,6 +38,7 @@ void SetUp(EnyxState& state) {
     state.sent.clear();
     state.polls = 0;
     state.calls.clear();
+    state.onCall.clear();
 }
 
 // The state, locked.
@@ -83,7 +84,13 @@ std::optional<int> ScriptedFailure(EnyxState& state, std::string_view call) {
 }
 
 void Record(EnyxState& state, std::string text) {
+    const auto hook = state.onCall.find(NameOf(text));
     state.calls.push_back(std::move(text));
+    if (hook != state.onCall.end()) {
+        const int before = errno;
+        hook->second();
+        errno = before;
+    }
 }
 
 std::optional<int> Enter(EnyxState& state, const char* call, const std::string& arguments) {
@@ -279,6 +286,11 @@ int FakeEnyx::CountOf(const std::string& call) {
         count += NameOf(made) == call ? 1 : 0;
     }
     return count;
+}
+
+void FakeEnyx::OnCall(const std::string& call, std::function<void()> hook) {
+    const Locked state;
+    state->onCall[call] = std::move(hook);
 }
 
 void FakeEnyx::ClearCalls() {

@@ -88,6 +88,9 @@ class FakeEnyx {
     // How often a call of this name was made, whatever its arguments.
     static int CountOf(const std::string& call);
     static void ClearCalls();
+    // Called at the beginning of each call of this name. The hook may not use this class or the
+    // library's calls: it runs in the middle of one.
+    static void OnCall(const std::string& call, std::function<void()> hook);
     // Objects that live now, by kind: "filter", "accelerator_descriptor", "mmio_descriptor",
     // "mmio", "a2c_descriptor", "c2a_descriptor", "a2c_stream", "c2a_stream". No entry: none.
     static std::map<std::string, int> Live();

@@ -70,6 +70,7 @@ struct EnyxState {
     std::vector<std::vector<std::uint8_t>> sent;
     std::uint64_t polls = 0;
     std::vector<std::string> calls;
+    std::map<std::string, std::function<void()>, std::less<>> onCall;
 };
 
 EnyxState& TheEnyxState();

@@ -158,6 +158,20 @@ TEST_F(GetCore, HoldsTheLockDuringTheWait) {
     other.get();
 }
 
+TEST_F(GetCore, EnumeratesTheCoresOutsideTheLock) {
+    ASSERT_NE(DrvEnyxCoreGetAcc(0), nullptr);
+    int passed = 0;
+    std::future<void> other;
+    FakeEnyx::OnCall("core_enumerate", [&] {
+        // Answered from the cache, so that it waits for nothing but the lock.
+        other = std::async(std::launch::async, [] { DrvEnyxCoreGetAcc(0); });
+        passed += other.wait_for(std::chrono::seconds(60)) == std::future_status::ready ? 1 : 0;
+    });
+    EXPECT_EQ(One(), 1);  // discovers
+    EXPECT_EQ(One(), 1);  // finds the root known
+    EXPECT_EQ(passed, 2);
+}
+
 TEST_F(GetCore, TwoCallsResetTheCoreOnce) {
     EXPECT_EQ(One(), 1);
     FakeEnyx::ClearCalls();
@@ -312,10 +326,14 @@ TEST_F(GetCore, MmioOfAFailedDiscoveryIsDestroyedOnceOnly) {
     EXPECT_EQ(One(), 1);
 }
 
-TEST_F(GetCore, LogsTheFinalLineAfterTheCleanUp) {
+TEST_F(GetCore, LogsTheFailureThenDestroysTheMmioThenLogsTheFinalLine) {
+    const std::string failure = "ERROR Could not find root, errmsg:Input/output error.";
+    Lines atDestruction;
+    FakeEnyx::OnCall("mmio_destroy", [&] { atDestruction = m_log.Lines(); });
     FakeEnyx::Fail("core_tree_get_root", 1, EIO);
     EXPECT_EQ(One(), -1);
-    EXPECT_EQ(FakeEnyx::Calls().back(), "mmio_destroy");
+    EXPECT_THAT(atDestruction, ElementsAre(failure));
+    EXPECT_THAT(m_log.Lines(), ElementsAre(failure, "ERROR Get core error. busId:0, coreId:474"));
     EXPECT_THAT(FakeEnyx::Live(), IsEmpty());
 }
 

@@ -102,6 +102,21 @@ TEST_F(ElogFile, EmptyDirectoryNameFails) {
               "?\n");
 }
 
+// Components of 100 characters: those that end within the first 512 bytes of the path are made.
+TEST_F(ElogFile, OnlyTheFirst512BytesOfThePathAreWalked) {
+    std::string dir = m_dir.path();
+    std::string walked;
+    while (dir.size() <= 700) {
+        walked = dir.size() < 511 ? dir : walked;
+        dir += "/" + std::string(99, 'd');
+    }
+    EXPECT_EQ(Init(dir), -1);
+    EXPECT_EQ(m_error, "Error! make file or log dir:[" + dir +
+                           "] failed! Maybe no access authority.use root try again ?\n");
+    EXPECT_TRUE(std::filesystem::is_directory(walked));
+    EXPECT_THAT(NamesIn(walked), ElementsAre());
+}
+
 TEST_F(ElogFile, DirectoryWithoutWritePermissionFails) {
     const std::string dir = m_dir / "fixed";
     ASSERT_EQ(mkdir(dir.c_str(), 0755), 0);

@@ -1,0 +1,98 @@
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <cstdlib>
+#include <memory>
+#include <string>
+
+#include "fakeClock.h"
+#include "log/CRwLogger.h"
+#include "log/elog.h"
+#include "tempDir.h"
+
+namespace {
+
+bool s_isCounting = false;
+int s_allocations = 0;
+
+void Count() {
+    s_allocations += s_isCounting ? 1 : 0;
+}
+
+}  // namespace
+
+// The program is linked with --wrap for each of these: whatever of the log service (or of this
+// file) allocates comes by here.
+// NOLINTBEGIN(bugprone-reserved-identifier): the linker's names
+extern "C" {
+void* __real_malloc(std::size_t size);
+void* __wrap_malloc(std::size_t size);
+void* __real_calloc(std::size_t count, std::size_t size);
+void* __wrap_calloc(std::size_t count, std::size_t size);
+void* __real_realloc(void* memory, std::size_t size);
+void* __wrap_realloc(void* memory, std::size_t size);
+void* __real__Znwm(std::size_t size);
+void* __wrap__Znwm(std::size_t size);
+void* __real__Znam(std::size_t size);
+void* __wrap__Znam(std::size_t size);
+
+void* __wrap_malloc(std::size_t size) {
+    Count();
+    return __real_malloc(size);
+}
+void* __wrap_calloc(std::size_t count, std::size_t size) {
+    Count();
+    return __real_calloc(count, size);
+}
+void* __wrap_realloc(void* memory, std::size_t size) {
+    Count();
+    return __real_realloc(memory, size);
+}
+void* __wrap__Znwm(std::size_t size) {
+    Count();
+    return __real__Znwm(size);
+}
+void* __wrap__Znam(std::size_t size) {
+    Count();
+    return __real__Znam(size);
+}
+}
+// NOLINTEND(bugprone-reserved-identifier)
+
+namespace {
+
+// Allocations while `work` runs.
+template <typename Work>
+int AllocationsOf(Work work) {
+    s_allocations = 0;
+    s_isCounting = true;
+    work();
+    s_isCounting = false;
+    return s_allocations;
+}
+
+const std::string LONG_TEXT(3000, 'x');
+
+void WriteInEveryWay() {
+    LOG_ERROR("text %d %s", 7, "more");
+    LOG_INFO("%s", LONG_TEXT.c_str());
+    elog_write_line(ELOG_LVL_DEBUG, "fpga", "/a/x.cpp", "F", 12345, "d");
+    elog_write_line(ELOG_LVL_ASSERT, "fpga", "/a/x.cpp", "F", 1, "a");
+    elog_hex_dump("n", 16, "0123456789abcdef", 16);
+    elog_write_raw("raw %d", 1);
+    elog_write_raw_large("%s", LONG_TEXT.c_str());
+}
+
+TEST(ElogAllocation, WritingAllocatesNothing) {
+    const velatest::TempDir dir;
+    velatest::FakeClock::Set(20261115, 93005);
+    CRwLogger logger;
+    ASSERT_EQ(logger.Init(0, dir.path().c_str(), "fpga"), 0);
+    EXPECT_EQ(AllocationsOf(WriteInEveryWay), 0);
+}
+
+TEST(ElogAllocation, TheCountDoesCount) {
+    EXPECT_EQ(AllocationsOf([] { std::make_unique<int>(7); }), 1);
+}
+
+}  // namespace
