@@ -1,0 +1,139 @@
+// The receiver and the board's program as their user sees them: what they print and what they
+// count.
+
+#include <gmock/gmock.h>
+#include <signal.h>  // NOLINT(modernize-deprecated-headers): SIGSTOP
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "market.h"
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+namespace velatest {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// The call auction is over in six seconds.
+constexpr unsigned int shortlyBeforeExpiry = 85504;
+
+std::vector<std::string> LinesOf(const std::string& text, const std::string& start) {
+    std::vector<std::string> lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);) {
+        if (line.starts_with(start)) {
+            lines.push_back(line);
+        }
+    }
+    return lines;
+}
+
+class Receiver : public Market {
+  protected:
+    // A master that has subscribed, and a receiver on channel 3 that gets messages.
+    void StartBoth(const std::vector<std::string>& more) {
+        m_master = Receive(0);
+        ASSERT_TRUE(m_master->WaitFor("Fpga start transmit inst map pkt.")) << m_master->Output();
+        m_receiver = Receive(3, more);
+        ASSERT_TRUE(m_receiver->WaitFor("zce-recv type=")) << m_receiver->Output();
+    }
+    // How many messages the board has dropped on channel 3, by its last status line.
+    long Dropped() const {
+        const std::string line = m_board->LastLine("status ");
+        std::smatch found;
+        return std::regex_search(line, found,
+                                 std::regex(" channel3=[a-z]+,sent=[0-9]+,dropped=(.+)"))
+                   ? std::stol(found[1])
+                   : -1;
+    }
+
+    std::unique_ptr<Process> m_master;
+    std::unique_ptr<Process> m_receiver;
+};
+
+TEST_F(Receiver, PrintsAsManyMessagesAsAskedForAndARateOnceASecond) {
+    StartClock(shortlyBeforeExpiry);
+    StartSmallBoard();
+    StartBoth({"--print", "3", "--seconds", "9"});
+    EXPECT_EQ(m_receiver->WaitEnd(), 0);
+    const std::string output = m_receiver->Output();
+    const std::vector<std::string> messages = LinesOf(output, "zce-recv type=");
+    EXPECT_EQ(messages.size(), 3U);
+    const std::regex message(
+        R"(zce-recv type=(17|18|19|20) [A-Z0-9&-]+ [0-9]{6} last -?[0-9]+\.[0-9]{2} )"
+        R"(bid -?[0-9]+\.[0-9]{2} x [0-9]+ ask -?[0-9]+\.[0-9]{2} x [0-9]+ volume [0-9]+)");
+    for (const std::string& line : messages) {
+        EXPECT_TRUE(std::regex_match(line, message)) << line;
+    }
+    const std::vector<std::string> rates = LinesOf(output, "zce-recv rate=");
+    EXPECT_GE(rates.size(), 2U);
+    EXPECT_LE(rates.size(), 9U);
+    for (const std::string& line : rates) {
+        EXPECT_TRUE(
+            std::regex_match(line, std::regex("zce-recv rate=[0-9]+/s total=[0-9]+ gaps=0")))
+            << line;
+    }
+}
+
+TEST_F(Receiver, CountsEveryMessageThatItWasTooSlowFor) {
+    StartClock(shortlyBeforeExpiry);
+    WriteFile(Path("instruments"), "SR301\nSR305\nCF301\nSPD-SR301&SR305\n");
+    StartBoard(
+        {"--instruments", Path("instruments"), "--rate", "20000", "--broadcast-cycle", "0.2"});
+    StartBoth({});
+    m_receiver->Signal(SIGSTOP);
+    const auto patience = Clock::now() + std::chrono::seconds(20);
+    while (Dropped() <= 0 && Clock::now() < patience) {
+        usleep(10'000);
+    }
+    m_receiver->Signal(SIGCONT);
+    ASSERT_GT(Dropped(), 0);
+    // Two seconds without a loss: messages have come after the last one.
+    long before = -1;
+    while (before != Dropped() && Clock::now() < patience) {
+        before = Dropped();
+        usleep(2'100'000);
+    }
+    StopBoard();
+    const std::string line = Finish(*m_receiver, 3);
+    EXPECT_GT(Field(line, "gaps"), 0) << line;
+    EXPECT_EQ(Field(line, "gaps"), Field(BoardLine(3), "dropped")) << line << BoardLine(3);
+    EXPECT_EQ(Field(line, "total"), Field(BoardLine(3), "total")) << line << BoardLine(3);
+    EXPECT_THAT(m_receiver->Output(), HasSubstr("Back pressure happens! may loss some data !"));
+}
+
+// What an application's author can copy: the installed header and the bodies of the board.
+TEST_F(Receiver, KnowsTheLibraryByItsHeaderAndTheBoardByItsBodiesAlone) {
+    const std::filesystem::path here = std::filesystem::path(__FILE__).parent_path();
+    const std::string source = ReadFile((here / "../../examples/zce-recv.cpp").string());
+    EXPECT_THAT(LinesOf(source, "#include \""),
+                ElementsAre("#include \"IVelaZceMdApi.h\"", "#include \"ZceBoardMsg.h\""));
+}
+
+class BoardProgram : public Market {};
+
+TEST_F(BoardProgram, PrintsAStatusLineOnceASecond) {
+    StartClock(93000);
+    const auto begin = Clock::now();
+    StartSmallBoard();
+    ASSERT_TRUE(m_board->WaitFor("status bus=0 time=09:30:0"));
+    usleep(2'200'000);
+    StopBoard();
+    const std::chrono::duration<double> seconds = Clock::now() - begin;
+    const std::size_t lines = LinesOf(m_board->Output(), "status ").size();
+    EXPECT_GE(lines, 2U);
+    EXPECT_LE(static_cast<double>(lines), seconds.count());
+}
+
+}  // namespace
+
+}  // namespace velatest
