@@ -406,4 +406,12 @@ TEST(ConfigFileFeeds, SwitchWordAndItsReport) {
     }
 }
 
+TEST(ConfigFileFeeds, WordOutlivesTheObject) {
+    {
+        LoadedConfig rig("czce_level2 = disabled\n");
+        rig.cfg.DumpDevInfo();
+    }
+    EXPECT_EQ(CZceConfigFile::m_SwitchReg, 2U);
+}
+
 }  // namespace

@@ -74,7 +74,7 @@ TEST(ConfigFileObject, HoldsItsMembersInOrder) {
     EXPECT_EQ(MemberAt<std::string>(&rig.cfg, cfgName), "CUSTOM_CHAN9_DATA");
     EXPECT_EQ(&MemberAt<Vela2_U50::ZceSubsInfo_t>(&rig.cfg, cfgRules),
               &rig.cfg.getArrayReference()[0]);
-    static_assert(sizeof(rig.cfg) == cfgRules + 16 * 216);
+    static_assert(sizeof(rig.cfg) == cfgRules + std::size_t{16} * 216);
 }
 
 TEST(ConfigFileObject, FreesWhatItLoaded) {
