@@ -12,7 +12,7 @@ known=$(mktemp)
 trap 'rm -f "$known"' EXIT
 # A parameterised case is named without its parameter's number.
 ctest --test-dir "$build" -N | sed -n 's/^ *Test *#[0-9]*: //p' |
-    sed -E 's/ *# GetParam.*//; s/\/[A-Za-z0-9_]+$//; s/^[A-Za-z0-9_]+\/([A-Za-z0-9_]+\.)/\1/' |
+    sed -E 's/ *# GetParam.*//; s/^([A-Za-z0-9_]+\/)?([A-Za-z0-9_]+\.[A-Za-z0-9_]+)(\/.*)?$/\2/' |
     sort -u >"$known"
 
 awk -v known="$known" '
