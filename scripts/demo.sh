@@ -100,7 +100,8 @@ total=$(wc -l <"$work/instruments")
 
 say "The virtual day begins: it is $(date +%H:%M:%S) in Zhengzhou, the call auction is on"
 tell "board: a software board on bus 0; its exchange lists $total instruments"
-"$bin/zce-board" --bus 0 --products all --seed 1 --rate "$RATE" >"$work/board.log" 2>&1 &
+"$bin/zce-board" --bus 0 --products all --seed 1 --rate "$RATE" \
+    --feeds "$ROOT/examples/config/feeds.ini" >"$work/board.log" 2>&1 &
 board=$!
 processes+=($board)
 wait_for "$work/board.log" "ready" 10

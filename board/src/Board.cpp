@@ -21,11 +21,12 @@ std::array<CChannelSender, CHANNELS> CBoard::MakeSenders(BoardShm& shm) {
     return SendersOf(shm, std::make_index_sequence<CHANNELS>());
 }
 
-CBoard::CBoard(CBoardMemory& memory)
+CBoard::CBoard(CBoardMemory& memory, const CFeeds& feeds)
     : m_memory(memory),
       m_shm(memory.Shm()),
       m_registers(m_shm),
       m_lock(m_shm.header.coreLock),
+      m_feeds(feeds),
       m_channels(MakeSenders(m_shm)) {
     for (size_t channel = 0; channel < CHANNELS; ++channel) {
         m_requestRings[channel] = CRingConsumer(ViewOf(m_shm.c2a[channel]), C2A_TAG_GENERATION);
@@ -65,7 +66,7 @@ bool CBoard::IsDecoding() const {
 
 void CBoard::HearTick(const CExchange& exchange, const Tick& tick, const BoardTime& time,
                       Phase phase) {
-    if ((SwitchWord() & tick.feed) == 0) {
+    if ((SwitchWord() & m_received & tick.feed) == 0) {
         return;
     }
     ++m_parsed[tick.type - ZCE_BOARD_TYPE_L1_SINGLE];

@@ -3,6 +3,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "BoardClock.h"
@@ -11,6 +12,7 @@
 #include "ChannelSender.h"
 #include "CoreLock.h"
 #include "Exchange.h"
+#include "Feeds.h"
 #include "RegisterFile.h"
 
 namespace ZceBoard {
@@ -21,8 +23,9 @@ namespace ZceBoard {
 // never waits for a process that uses the board. One thread.
 class CBoard {
   public:
-    // The memory is the living board's and outlives this object.
-    explicit CBoard(CBoardMemory& memory);
+    // The memory is the living board's and outlives this object. Without `feeds` both feeds are
+    // received whatever the host programs.
+    explicit CBoard(CBoardMemory& memory, const CFeeds& feeds = {});
 
     void SetTime(const BoardTime& time);
 
@@ -32,7 +35,10 @@ class CBoard {
 
     // Whether the board decodes anything: 0x11 is not 0 and the board is not held in reset.
     bool IsDecoding() const;
-    // A tick of the exchange: parsed if its feed is switched on, sent to the subscribed channels.
+    // Looks which feeds arrive with what the host has programmed: before each batch of ticks.
+    void NoticeFeeds() { m_received = m_feeds.Received(m_registers); }
+    // A tick of the exchange: parsed if its feed arrives and is switched on, sent to the subscribed
+    // channels.
     void HearTick(const CExchange& exchange, const Tick& tick, const BoardTime& time, Phase phase);
     // Moves the parse counters by what was parsed since the last call; `open` says whether the
     // exchange is at work at this hour, else they stand still.
@@ -54,6 +60,8 @@ class CBoard {
     std::array<CChannelSender, CHANNELS>& Channels() { return m_channels; }
     uint64_t Requests() const { return m_requests; }
     uint64_t Parsed() const { return m_parsedTotal; }
+    // For the status line: empty, or the feeds with a blank in front of each.
+    std::string FeedStatus() const { return m_feeds.Status(m_registers); }
 
   private:
     static std::array<CChannelSender, CHANNELS> MakeSenders(BoardShm& shm);
@@ -62,6 +70,8 @@ class CBoard {
     BoardShm& m_shm;
     CRegisterFile m_registers;
     CCoreLock m_lock;
+    CFeeds m_feeds;
+    uint32_t m_received = SWITCH_L1 | SWITCH_L5;
     std::array<CChannelSender, CHANNELS> m_channels;
     std::array<CRingConsumer, CHANNELS> m_requestRings;
     std::array<uint32_t, COUNTERS_PER_GROUP> m_parsed{};

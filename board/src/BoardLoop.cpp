@@ -78,6 +78,7 @@ void CBoardLoop::Decode(Phase phase, const BoardTime& time, int64_t realNs) {
         m_pacer.Forget();
         return;
     }
+    m_board.NoticeFeeds();
     for (; due != 0; --due) {
         m_board.HearTick(m_exchange, m_exchange.Next(), time, phase);
     }
@@ -100,7 +101,7 @@ std::string CBoardLoop::StatusLine(const BoardTime& time) const {
                                 channel.Total().dropped);
         }
     }
-    return line;
+    return line + m_board.FeedStatus();
 }
 
 std::string CBoardLoop::LastLines() const {

@@ -14,8 +14,14 @@ constexpr uint32_t REG_TIME_A = 0x104;  // time of day hhmmss, two copies
 constexpr uint32_t REG_TIME_B = 0x105;
 constexpr uint32_t REG_DATE = 0x106;  // yyyymmdd, the host's to write
 
-constexpr uint32_t REG_NET_FIRST = 0x300;  // network functions: L5 0x300.., L1 0x310..
+constexpr uint32_t REG_NET_FIRST = 0x300;  // network functions
 constexpr uint32_t REG_NET_LAST = 0x31F;
+
+// A feed's network function: its net version switch, and behind it, for destination and then
+// source: MAC address (upper 2 bytes, lower 4 bytes), IP address, port.
+constexpr uint32_t REG_NET_L5 = 0x300;
+constexpr uint32_t REG_NET_L1 = 0x310;
+constexpr uint32_t NET_SWITCH_OPEN = 1;
 
 // Parse counters: two groups, one counter for each message type 17 to 20.
 constexpr uint32_t REG_COUNTER_A = 0x200b;

@@ -5,11 +5,13 @@
 #include <cstring>
 #include <ctime>
 #include <exception>
+#include <optional>
 #include <string>
 
 #include "Board.h"
 #include "BoardLoop.h"
 #include "BoardMemory.h"
+#include "Feeds.h"
 #include "Instruments.h"
 
 // zce-board: one software board and the exchange behind it. Exit status: 0 after SIGINT, SIGTERM or
@@ -44,6 +46,7 @@ struct Arguments {
     ZceBoard::BoardOptions options;
     std::string instruments;
     std::string products;
+    std::optional<std::string> feeds;
     double auctionCycle = 4;
     double tradingCycle = 60;
     bool bList = false;
@@ -75,6 +78,11 @@ void Describe(CLI::App& app, Arguments& arguments) {
     app.add_option("--broadcast-cycle-trading", arguments.tradingCycle, "The same in trading time")
         ->check(CLI::Range(0.01, 3600.0))
         ->capture_default_str();
+    app.add_option(
+        "--feeds", arguments.feeds,
+        "An INI file with the addresses of the feeds L5 and L1, under the keys of a host's "
+        "section [config]: a feed arrives only while the host has programmed the same. "
+        "Without: both arrive, whatever is programmed");
     app.add_flag("--list-instruments", arguments.bList,
                  "Print the instruments, one index,type,name a line, and end");
 }
@@ -97,6 +105,15 @@ bool LoadInstruments(const Arguments& arguments, ZceBoard::CInstrumentList& list
         return false;
     }
     return true;
+}
+
+bool LoadFeeds(const std::optional<std::string>& path, ZceBoard::CFeeds& feeds) {
+    std::string error;
+    if (!path || feeds.ReadFile(*path, error)) {
+        return true;
+    }
+    fprintf(stderr, "zce-board: %s\n", error.c_str());
+    return false;
 }
 
 bool MakeBoard(ZceBoard::CBoardMemory& memory, uint32_t bus) {
@@ -126,7 +143,8 @@ int Main(int argc, char** argv) {
         return app.exit(error) == 0 ? 0 : EXIT_NOT_STARTED;
     }
     ZceBoard::CInstrumentList list;
-    if (!LoadInstruments(arguments, list)) {
+    ZceBoard::CFeeds feeds;
+    if (!LoadInstruments(arguments, list) || !LoadFeeds(arguments.feeds, feeds)) {
         return EXIT_NOT_STARTED;
     }
     if (arguments.bList) {
@@ -143,7 +161,7 @@ int Main(int argc, char** argv) {
     if (!MakeBoard(memory, arguments.options.bus)) {
         return EXIT_NOT_STARTED;
     }
-    ZceBoard::CBoard board(memory);
+    ZceBoard::CBoard board(memory, feeds);
     ZceBoard::CBoardLoop(board, list, arguments.options).Run(g_stop);
     return 0;
 }

@@ -223,6 +223,20 @@ TEST_F(Process, ABadInstrumentFileIsNamedWithFileAndLine) {
     EXPECT_FALSE(NameExists());
 }
 
+TEST_F(Process, ABadFeedFileIsNamedAndNothingIsLeftBehind) {
+    std::string text;
+    std::ofstream(m_dir + "/list") << "[config]\nL1_DSTIP = 239.1.1\n";
+    EXPECT_EQ(Refused({"--products", "all", "--feeds", m_dir + "/list"}, text), 2);
+    EXPECT_EQ(text, "zce-board: " + m_dir +
+                        "/list: [config] L1_DSTIP = 239.1.1: an IP address is four numbers from 0 "
+                        "to 255, like 239.1.1.5\n");
+    EXPECT_EQ(Refused({"--products", "all", "--feeds", ""}, text), 2);
+    EXPECT_EQ(text, "zce-board: : No such file or directory\n");
+    EXPECT_EQ(Refused({"--products", "all", "--feeds"}, text), 2);
+    EXPECT_NE(text.find("--feeds"), std::string::npos) << text;
+    EXPECT_FALSE(NameExists());
+}
+
 TEST_F(Process, AnImpossiblePrefixIsAStartError) {
     setenv("ZCE_BOARD_SHM_PREFIX", "no/such", 1);
     std::string text;

@@ -47,10 +47,13 @@ void Market::StartBoard(const std::vector<std::string>& arguments) {
     ASSERT_TRUE(m_board->WaitFor("ready")) << m_board->Output();
 }
 
-void Market::StartSmallBoard() {
+void Market::StartSmallBoard(const std::vector<std::string>& more) {
     WriteFile(Path("instruments"), smallList);
-    StartBoard({"--instruments", Path("instruments"), "--seed", "7", "--rate", "2000",
-                "--broadcast-cycle", "0.2"});
+    std::vector<std::string> arguments{
+        "--instruments", Path("instruments"), "--seed", "7", "--rate",
+        "2000",          "--broadcast-cycle", "0.2"};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    StartBoard(arguments);
 }
 
 std::unique_ptr<Process> Market::Receive(unsigned int channel,

@@ -22,7 +22,7 @@ class Market : public ::testing::Test {
     // Starts zce-board with these arguments after "--bus 0" and waits until it is ready.
     void StartBoard(const std::vector<std::string>& arguments);
     // Starts zce-board with a short list of instruments at 2,000 ticks a second.
-    void StartSmallBoard();
+    void StartSmallBoard(const std::vector<std::string>& more = {});
     // Starts zce-recv on this channel, in a directory of its own; it prints the first message.
     std::unique_ptr<Process> Receive(unsigned int channel,
                                      const std::vector<std::string>& more = {});

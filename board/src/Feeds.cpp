@@ -1,0 +1,226 @@
+#include "Feeds.h"
+
+#include <fmt/format.h>
+#include <iniparser.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <string_view>
+#include <vector>
+
+#include "FeedAddress.h"
+
+namespace ZceBoard {
+
+namespace {
+
+struct Feed {
+    const char* name;
+    uint32_t bit;
+    uint32_t switchRegister;  // its addresses are in the registers behind it
+};
+
+constexpr std::array<Feed, CFeeds::COUNT> FEEDS = {{
+    {"L5", SWITCH_L5, REG_NET_L5},
+    {"L1", SWITCH_L1, REG_NET_L1},
+}};
+
+struct Item {
+    const char* name;
+    size_t word;  // its first one among a feed's
+    AddressKind kind;
+};
+
+constexpr Item ITEMS[] = {
+    {"DSTMAC", 0, AddressKind::Mac},   {"DSTIP", 2, AddressKind::Ip},
+    {"DSTPORT", 3, AddressKind::Port}, {"SRCMAC", 4, AddressKind::Mac},
+    {"SRCIP", 6, AddressKind::Ip},     {"SRCPORT", 7, AddressKind::Port},
+};
+
+constexpr const char* SECTION = "config";
+
+std::string KeyOf(const Feed& feed, const Item& item) {
+    return fmt::format("{}_{}", feed.name, item.name);
+}
+
+CFeeds::Words Programmed(const CRegisterFile& registers, const Feed& feed) {
+    CFeeds::Words words{};
+    for (uint32_t k = 0; k < CFeeds::WORDS; ++k) {
+        words[k] = registers.Peek(feed.switchRegister + 1 + k);
+    }
+    return words;
+}
+
+bool IsSwitchOpen(const CRegisterFile& registers, const Feed& feed) {
+    return registers.Peek(feed.switchRegister) == NET_SWITCH_OPEN;
+}
+
+AddressWords ItemOf(const CFeeds::Words& words, const Item& item) {
+    AddressWords address{};
+    std::copy_n(words.begin() + static_cast<std::ptrdiff_t>(item.word), WordsOf(item.kind),
+                address.begin());
+    return address;
+}
+
+// The first item that is not as expected, programmed against expected; empty if there is none.
+std::string FirstDifference(const CFeeds::Words& programmed, const CFeeds::Words& expected) {
+    for (const Item& item : ITEMS) {
+        const AddressWords is = ItemOf(programmed, item);
+        const AddressWords wanted = ItemOf(expected, item);
+        if (is != wanted) {
+            return fmt::format("{} {}, expected {}", item.name, FormatAddress(item.kind, is),
+                               FormatAddress(item.kind, wanted));
+        }
+    }
+    return {};
+}
+
+std::string StateOf(const CRegisterFile& registers, const Feed& feed,
+                    const std::optional<CFeeds::Words>& expected) {
+    if (!expected) {
+        return "any";
+    }
+    const CFeeds::Words programmed = Programmed(registers, feed);
+    const std::string difference = FirstDifference(programmed, *expected);
+    if (IsSwitchOpen(registers, feed)) {
+        return difference.empty() ? "ok" : "wrong:" + difference;
+    }
+    // A feed that the host left alone has nothing to be compared.
+    const bool untouched = programmed == CFeeds::Words{};
+    return untouched || difference.empty() ? "closed" : "closed:" + difference;
+}
+
+using Dictionary = std::unique_ptr<dictionary, decltype(&iniparser_freedict)>;
+
+// The file's content, or null and why.
+Dictionary Load(const std::string& path, std::string& error) {
+    Dictionary ini(nullptr, iniparser_freedict);
+    struct stat file {};
+    int err = stat(path.c_str(), &file) == 0 && access(path.c_str(), R_OK) == 0 ? 0 : errno;
+    if (err == 0 && S_ISDIR(file.st_mode)) {
+        err = EISDIR;
+    }
+    if (err != 0) {
+        error = fmt::format("{}: {}", path, strerror(err));
+        return ini;
+    }
+    ini.reset(iniparser_load(path.c_str()));
+    if (ini == nullptr) {  // the parser has said on standard error what is wrong in which line
+        error = fmt::format("{}: not an INI file", path);
+    } else if (iniparser_find_entry(ini.get(), SECTION) == 0) {
+        error = fmt::format("{}: there is no section [{}]", path, SECTION);
+        ini.reset();
+    }
+    return ini;
+}
+
+// A key that begins like a feed's and is none, which would be a feed's left-out key otherwise. The
+// other keys are a host's: its own file may be given too. The parser has them in lower case.
+std::string ForeignKey(const dictionary* ini) {
+    const int count = iniparser_getsecnkeys(ini, SECTION);
+    std::vector<const char*> keys(static_cast<size_t>(std::max(count, 0)));
+    if (keys.empty() || iniparser_getseckeys(ini, SECTION, keys.data()) == nullptr) {
+        return {};
+    }
+    for (const char* entry : keys) {
+        std::string key = entry + strlen(SECTION) + 1;
+        std::transform(key.begin(), key.end(), key.begin(),
+                       [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 32) : c; });
+        for (const Feed& feed : FEEDS) {
+            const bool known =
+                std::any_of(std::begin(ITEMS), std::end(ITEMS),
+                            [&key, &feed](const Item& item) { return key == KeyOf(feed, item); });
+            if (!known && key.rfind(std::string(feed.name) + "_", 0) == 0) {
+                return key;
+            }
+        }
+    }
+    return {};
+}
+
+// A feed's addresses, none if no key of it is there. False: `error` says what is wrong.
+bool ReadFeed(const dictionary* ini, const Feed& feed, std::optional<CFeeds::Words>& expected,
+              std::string& error) {
+    CFeeds::Words words{};
+    std::string missing;
+    size_t found = 0;
+    for (const Item& item : ITEMS) {
+        const std::string key = KeyOf(feed, item);
+        const char* value =
+            iniparser_getstring(ini, fmt::format("{}:{}", SECTION, key).c_str(), nullptr);
+        if (value == nullptr) {
+            missing = missing.empty() ? key : missing;
+            continue;
+        }
+        AddressWords address{};
+        if (!ParseAddress(item.kind, value, address)) {
+            error = fmt::format("[{}] {} = {}: {}", SECTION, key, value, FormOf(item.kind));
+            return false;
+        }
+        std::copy_n(address.begin(), WordsOf(item.kind),
+                    words.begin() + static_cast<std::ptrdiff_t>(item.word));
+        ++found;
+    }
+    if (found != 0 && found != std::size(ITEMS)) {
+        error = fmt::format("[{}] {} is missing: a feed has all of its six addresses or none",
+                            SECTION, missing);
+        return false;
+    }
+    expected = found != 0 ? std::optional(words) : std::nullopt;
+    return true;
+}
+
+}  // namespace
+
+bool CFeeds::ReadFile(const std::string& path, std::string& error) {
+    const Dictionary ini = Load(path, error);
+    if (ini == nullptr) {
+        return false;
+    }
+    if (const std::string key = ForeignKey(ini.get()); !key.empty()) {
+        error = fmt::format("{}: [{}] {}: there is no such address of a feed", path, SECTION, key);
+        return false;
+    }
+    std::array<std::optional<Words>, COUNT> expected;
+    for (size_t k = 0; k < COUNT; ++k) {
+        std::string reason;
+        if (!ReadFeed(ini.get(), FEEDS[k], expected[k], reason)) {
+            error = fmt::format("{}: {}", path, reason);
+            return false;
+        }
+    }
+    if (std::none_of(expected.begin(), expected.end(), [](const auto& feed) { return feed; })) {
+        error = fmt::format("{}: [{}] names no feed", path, SECTION);
+        return false;
+    }
+    m_expected = expected;
+    return true;
+}
+
+uint32_t CFeeds::Received(const CRegisterFile& registers) const {
+    uint32_t received = 0;
+    for (size_t k = 0; k < COUNT; ++k) {
+        const Feed& feed = FEEDS[k];
+        const bool arrives = !m_expected[k] || (IsSwitchOpen(registers, feed) &&
+                                                Programmed(registers, feed) == *m_expected[k]);
+        received |= arrives ? feed.bit : 0;
+    }
+    return received;
+}
+
+std::string CFeeds::Status(const CRegisterFile& registers) const {
+    std::string status;
+    if (!m_expected[0] && !m_expected[1]) {
+        return status;
+    }
+    for (size_t k = 0; k < COUNT; ++k) {
+        status += fmt::format(" {}={}", FEEDS[k].name, StateOf(registers, FEEDS[k], m_expected[k]));
+    }
+    return status;
+}
+
+}  // namespace ZceBoard
