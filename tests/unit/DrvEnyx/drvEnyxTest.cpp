@@ -1,5 +1,8 @@
 #include "DrvEnyx/drvEnyx.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <chrono>
 #include <functional>
@@ -137,6 +140,27 @@ TEST_F(DrvRegInit, EveryFailureIsAFailureOfInitAndTheNextInitSucceeds) {
                   "msg:Input/output error, busid:0, coreId:474.");
         EXPECT_EQ(drv.Init(&parms), 0);
     });
+}
+
+// Each line changes errno on its way; the last one wants that of the vendor's call all the same.
+TEST_F(DrvRegInit, ReasonIsKeptThoughNoLineCanBePrinted) {
+    const int output = dup(STDOUT_FILENO);
+    const int readOnly = open("/dev/null", O_RDONLY);
+    ASSERT_EQ(dup2(readOnly, STDOUT_FILENO), STDOUT_FILENO);
+    FakeEnyx::ForEachFailure(EACCES, [this] {
+        DrvEnyxVarClear();
+        m_log.Clear();
+        CDrvEnyxReg drv;
+        DrvRegInitParms_t parms{0, 474};
+        if (drv.Init(&parms) != 0) {
+            EXPECT_EQ(m_log.Lines().back(),
+                      "ERROR enumerate core error!, get core num -1, msg:Permission denied, "
+                      "busid:0, coreId:474.");
+        }
+    });
+    dup2(output, STDOUT_FILENO);
+    close(output);
+    close(readOnly);
 }
 
 TEST_F(DrvReg, DestructionLeavesTheCoreAlone) {
