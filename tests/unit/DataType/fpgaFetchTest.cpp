@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <mutex>
 #include <thread>
 
 #include "fpgaFixture.h"
@@ -209,7 +210,9 @@ TEST(FetchAllInst, HoldsTheLock) {
         if (first) {
             first = false;
             std::thread([&held] {
-                held = !Vela2_U50::CZceFpgaServ::subscribe_mutex.try_lock();
+                const std::unique_lock<std::mutex> lock(Vela2_U50::CZceFpgaServ::subscribe_mutex,
+                                                        std::try_to_lock);
+                held = !lock.owns_lock();
             }).join();
         }
     });

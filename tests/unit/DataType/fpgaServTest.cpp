@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <mutex>
 #include <thread>
 
 #include "DataType/ZceConfigFile.h"
@@ -258,13 +259,15 @@ TEST(UnSubsAllInsts, TakesNoLock) {
 TEST(ClearAllInstTable, HoldsTheLock) {
     FpgaRig rig;
     rig.drv.Record(false);
-    bool held = true;
+    bool held = false;
     rig.drv.OnAccess([&held, first = true](const DrvAccess&) mutable {
         if (first) {
             first = false;
             // From another thread: the owner must not try its own lock.
             std::thread([&held] {
-                held = !Vela2_U50::CZceFpgaServ::subscribe_mutex.try_lock();
+                const std::unique_lock<std::mutex> lock(Vela2_U50::CZceFpgaServ::subscribe_mutex,
+                                                        std::try_to_lock);
+                held = !lock.owns_lock();
             }).join();
         }
     });
