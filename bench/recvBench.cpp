@@ -168,7 +168,7 @@ void TimePolls(benchmark::State& state, Poll poll, int expected) {
 }
 
 void VelaRecvMessage(benchmark::State& state) {
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         g_bench->FillLibrary();
         TimePolls(
             state, [] { return g_bench->PollLibrary(); }, batch);
@@ -177,7 +177,7 @@ void VelaRecvMessage(benchmark::State& state) {
 }
 
 void VendorPollMessage(benchmark::State& state) {
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         g_bench->FillVendor();
         TimePolls(
             state, [] { return g_bench->PollVendor(); }, batch);
@@ -186,14 +186,14 @@ void VendorPollMessage(benchmark::State& state) {
 }
 
 void VelaRecvIdle(benchmark::State& state) {
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         TimePolls(
             state, [] { return g_bench->PollLibrary(); }, 0);
     }
 }
 
 void VendorPollIdle(benchmark::State& state) {
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         TimePolls(
             state, [] { return g_bench->PollVendor(); }, 0);
     }
@@ -234,6 +234,7 @@ int main(int argc, char** argv) {
                      {"--benchmark_repetitions=15", "--benchmark_report_aggregates_only=true",
                       "--benchmark_enable_random_interleaving=true"});
     std::vector<char*> pointers;
+    pointers.reserve(arguments.size());
     for (std::string& argument : arguments) {
         pointers.push_back(argument.data());
     }
