@@ -9,6 +9,7 @@
 #include <fstream>
 #include <memory>
 #include <string>
+#include <system_error>
 
 #include "asUser.h"
 #include "fakeClock.h"
@@ -250,6 +251,38 @@ TEST_F(ElogFile, FirstLineAfterMidnightGoesIntoTheNewDaysFile) {
               std::string(FIRST_LINE) + "[INFO   ][20261115-23:59:59][fpga]old\n");
     EXPECT_EQ(FileText(m_dir / "fpga_20261116.log"),
               "[INFO   ][20261116-00:00:00][fpga]new\n[INFO   ][20261116-00:00:00][fpga]newer\n");
+}
+
+// Whether the process has the file open.
+bool IsOpen(const std::string& path) {
+    std::error_code none;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        if (std::filesystem::read_symlink(entry.path(), none).string() == path) {
+            return true;
+        }
+    }
+    return false;
+}
+
+TEST_F(ElogFile, OldFileIsClosedAtTheChangeAndTheLastOneAtTheEnd) {
+    const std::string dir = std::filesystem::canonical(m_dir.path()).string();
+    ASSERT_EQ(Init(dir), 0);
+    EXPECT_TRUE(IsOpen(dir + "/fpga_20261115.log"));
+    FakeClock::AdvanceSeconds(2);
+    LOG_INFO("new");
+    EXPECT_FALSE(IsOpen(dir + "/fpga_20261115.log"));
+    EXPECT_TRUE(IsOpen(dir + "/fpga_20261116.log"));
+    m_logger.reset();
+    EXPECT_FALSE(IsOpen(dir + "/fpga_20261116.log"));
+}
+
+TEST_F(ElogFile, FirstLineGoesIntoTheFileOpenedAtTheStart) {
+    ASSERT_EQ(elog_log_file_init(m_dir.path().c_str(), "fpga"), 0);
+    std::filesystem::rename(m_dir / "fpga_20261115.log", m_dir / "moved");
+    elog_set_filter_level(ELOG_LVL_VERBOSE);
+    elog_start();
+    EXPECT_THAT(NamesIn(m_dir.path()), ElementsAre("moved"));
+    EXPECT_EQ(FileText(m_dir / "moved"), "log is initialized successfully.\n");
 }
 
 TEST_F(ElogFile, FileChangesOverMonthAndYear) {
