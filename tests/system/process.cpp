@@ -131,8 +131,8 @@ long Field(const std::string& line, const std::string& name) {
 
 std::string VirtualZone(unsigned int hhmmss) {
     constexpr long day = 86400;
-    const long want =
-        static_cast<long>(hhmmss / 10000 * 3600 + hhmmss / 100 % 100 * 60 + hhmmss % 100);
+    const long given = hhmmss;
+    const long want = given / 10000 * 3600 + given / 100 % 100 * 60 + given % 100;
     const long now = static_cast<long>(std::time(nullptr) % day);
     long east = (want - now + day + day / 2) % day - day / 2;
     const char sign = east < 0 ? '+' : '-';  // POSIX counts westwards
