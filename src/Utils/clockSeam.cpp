@@ -1,6 +1,6 @@
 #include "Utils/clockSeam.h"
 
-#include <unistd.h>
+#include <cerrno>
 
 namespace VORBA2::Clock {
 
@@ -39,9 +39,9 @@ std::uint64_t MonotonicNs() {
 }
 
 void SleepSeconds(unsigned int seconds) {
-    while (seconds != 0) {
-        seconds = sleep(seconds);
-    }
+    // Not sleep(): what that returns under an accelerated clock (faketime) is not to be relied on.
+    timespec left{static_cast<std::time_t>(seconds), 0};
+    while (nanosleep(&left, &left) != 0 && errno == EINTR) {}
 }
 
 }  // namespace VORBA2::Clock

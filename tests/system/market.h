@@ -41,12 +41,14 @@ class Market : public ::testing::Test {
     // What stands in every receiver's INI file below its `device`.
     std::string m_rules;
     std::unique_ptr<Process> m_board;
+    // For everything that is started from now on.
+    std::vector<std::string> m_environment;
 
-  private:
+    // A process in the directory `name` of this market, which is made if it is not there.
     Process::Options Where(const std::string& name) const;
 
+  private:
     TempDir m_directory;
-    std::vector<std::string> m_environment;
     unsigned int m_started = 0;
 };
 
