@@ -17,12 +17,15 @@ constexpr unsigned int resetRegister = 0x10;
 constexpr unsigned int decodeRegister = 0x11;
 constexpr unsigned int dateRegister = 0x106;
 constexpr unsigned int tableRegisters[] = {0x11000, 0x12000};
+constexpr unsigned int writeAddress = 0;
+constexpr unsigned int writeData = 1;
 constexpr unsigned int readAddress = 2;
 constexpr unsigned int readData = 3;
 constexpr unsigned int entryWords = 64;
 constexpr unsigned int entries = 4095;
 constexpr unsigned int lastNameWord = 4;  // holds the first four characters
 constexpr unsigned int bothFeeds = 3;
+constexpr unsigned int everyChannel = 0xFFFF;
 
 // The clock's rate while the exchange's broadcast goes round: four seconds a round.
 constexpr double learningRate = 40;
@@ -119,6 +122,14 @@ unsigned int BoardAccess::TableWord(unsigned int table, unsigned int index,
     const unsigned int value = Read(first + readData);
     enyx_hw_core_unlock(m_core);
     return value;
+}
+
+void BoardAccess::WriteMask(unsigned int table, unsigned int index, unsigned int mask) const {
+    const unsigned int first = tableRegisters[table];
+    enyx_hw_core_lock(m_core);
+    Write(first + writeData, mask);
+    Write(first + writeAddress, index * entryWords);
+    enyx_hw_core_unlock(m_core);
 }
 
 StartDay::StartDay() : m_clock(Path("clock")) {
@@ -219,6 +230,9 @@ void StartDay::LetBoardLearn(unsigned int date, unsigned int hhmmss) {
         ASSERT_TRUE(m_clock.AwaitBoard(2));
     }
     m_clock.Run(0);
+    for (const Listed& one : m_listed) {
+        m_access->WriteMask(one.table, one.index, everyChannel);
+    }
     m_access->Write(dateRegister, date);
     m_access->Write(decodeRegister, bothFeeds);
 }

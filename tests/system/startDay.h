@@ -26,6 +26,8 @@ class BoardAccess {
     void Write(unsigned int number, unsigned int value) const;
     // A word of an entry of the single-leg table (0) or of the combination table (1).
     unsigned int TableWord(unsigned int table, unsigned int index, unsigned int word) const;
+    // Word 0 of an entry: the channels that receive it.
+    void WriteMask(unsigned int table, unsigned int index, unsigned int mask) const;
 
   private:
     enyx_hw_mmio* m_mmio = nullptr;
@@ -63,7 +65,8 @@ class StartDay : public Market {
     // stays in `name`, the board has today's date and decodes.
     void RunSession(const std::string& name, unsigned int date, bool night);
 
-    // The state in which an earlier master would have left the board.
+    // The board as freshly started, and as another master would have left it in the auction of this
+    // day: with the list, today's date, both feeds on and every channel subscribed to everything.
     void ResetBoard();
     void LetBoardLearn(unsigned int date, unsigned int hhmmss);
 

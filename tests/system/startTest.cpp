@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <signal.h>  // NOLINT(modernize-deprecated-headers): SIGKILL
 
+#include <cstdio>
 #include <ostream>
 #include <sstream>
 
@@ -177,6 +178,25 @@ TEST_F(StartInTradingTime, ReadsTheTablesAtOnceInTheBreaksOfTheDay) {
         ExpectTook(openSeconds);
         ExpectDelivered(*m_master, name, m_listed);
     }
+}
+
+// What a start after the auction's end has learnt stands in a cache file like any other, and a
+// restart believes it: only without that file does it find the whole list.
+TEST_F(StartInTradingTime, AfterALateStartTheWholeListComesWithoutItsCacheFile) {
+    LetBoardLearn(today, 83100);
+    StartAt(85700, "late");
+    m_clock.Run(2);
+    ASSERT_TRUE(m_master->WaitFor("All channel subs over.")) << m_master->Output();
+    const std::vector<Listed> part = InCache(Path("late/bin"));
+    EXPECT_LT(part.size(), m_listed.size());
+    ExpectDelivered(*m_master, "late", part);
+
+    EXPECT_THAT(StartAt(90500, "late"), HasSubstr(fromCache));
+    ExpectDelivered(*m_master, "late", part);
+
+    ASSERT_EQ(std::remove(Path("late/bin").c_str()), 0);
+    EXPECT_THAT(StartAt(90600, "late"), HasSubstr(fromTables));
+    ExpectDelivered(*m_master, "late", m_listed);
 }
 
 // ---- After a reset of the board ----------------------------------------------------------------
