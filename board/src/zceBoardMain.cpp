@@ -5,7 +5,6 @@
 #include <cstring>
 #include <ctime>
 #include <exception>
-#include <optional>
 #include <string>
 
 #include "Board.h"
@@ -46,7 +45,8 @@ struct Arguments {
     ZceBoard::BoardOptions options;
     std::string instruments;
     std::string products;
-    std::optional<std::string> feeds;
+    std::string feeds;
+    const CLI::Option* pFeeds = nullptr;  // whether --feeds was given: its file may be named ""
     double auctionCycle = 4;
     double tradingCycle = 60;
     bool bList = false;
@@ -78,7 +78,7 @@ void Describe(CLI::App& app, Arguments& arguments) {
     app.add_option("--broadcast-cycle-trading", arguments.tradingCycle, "The same in trading time")
         ->check(CLI::Range(0.01, 3600.0))
         ->capture_default_str();
-    app.add_option(
+    arguments.pFeeds = app.add_option(
         "--feeds", arguments.feeds,
         "An INI file with the addresses of the feeds L5 and L1, under the keys of a host's "
         "section [config]: a feed arrives only while the host has programmed the same. "
@@ -107,9 +107,9 @@ bool LoadInstruments(const Arguments& arguments, ZceBoard::CInstrumentList& list
     return true;
 }
 
-bool LoadFeeds(const std::optional<std::string>& path, ZceBoard::CFeeds& feeds) {
+bool LoadFeeds(const Arguments& arguments, ZceBoard::CFeeds& feeds) {
     std::string error;
-    if (!path || feeds.ReadFile(*path, error)) {
+    if (arguments.pFeeds->count() == 0 || feeds.ReadFile(arguments.feeds, error)) {
         return true;
     }
     fprintf(stderr, "zce-board: %s\n", error.c_str());
@@ -144,7 +144,7 @@ int Main(int argc, char** argv) {
     }
     ZceBoard::CInstrumentList list;
     ZceBoard::CFeeds feeds;
-    if (!LoadInstruments(arguments, list) || !LoadFeeds(arguments.feeds, feeds)) {
+    if (!LoadInstruments(arguments, list) || !LoadFeeds(arguments, feeds)) {
         return EXIT_NOT_STARTED;
     }
     if (arguments.bList) {
