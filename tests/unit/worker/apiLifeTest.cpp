@@ -103,12 +103,17 @@ TEST_F(ApiLife, OfTwoMastersTheLastTakesTheDriverAlong) {
     drv->SetReg(0x106, 20261120);
     drv->SetReg(0x103, 0xF);
     drv->Record(false);
+    Vela2_U50::CZceConfigFile cfg("master.ini", drv, nullptr);
+    ASSERT_EQ(cfg.Init(), 0);
+    Vela2_U50::ZceDmaInitParms_t parms{0, 474, "CUSTOM_CHAN0_DATA"};
     {
         OpenApi second(drv);
+        // Without a stream, of which there is one on the board.
+        second.m_pChan = new CZceDmaChanImpl(drv, &second, &cfg);
+        ASSERT_EQ(second.m_pChan->Init(&parms), 0);
         {
             OpenApi first(drv);
             ASSERT_EQ(first.VelaStart(spi, "master.ini"), 0);
-            ASSERT_EQ(second.VelaStart(spi, "master.ini"), 0);
         }
         EXPECT_EQ(destroyed, 0);
         EXPECT_EQ(second.m_pDrv, drv);
