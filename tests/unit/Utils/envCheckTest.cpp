@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <pwd.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -187,6 +188,16 @@ TEST_F(EnvCheck, EDriverIsThereAsSoonAsThePipeOpens) {
     EXPECT_EQ(s_commands.back(), "lsmod | grep hfp");
     s_unstartable = {"lsmod"};
     EXPECT_FALSE(IsEDriverInstalled());
+}
+
+TEST_F(EnvCheck, NoCommandIsLeftBehind) {
+    Boards(1, 1);
+    CheckEnvBoard();
+    IsXiDriverInstalled();
+    IsEDriverInstalled();
+    IsProdProgRunning();
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);  // not even one that has ended
+    EXPECT_EQ(errno, ECHILD);
 }
 
 TEST_F(EnvCheck, NoBoardMustNotRun) {
