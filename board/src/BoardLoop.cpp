@@ -17,6 +17,17 @@ void Print(const std::string& text) {
     fflush(stdout);
 }
 
+std::string CountsText(const ChannelCounts& counts) {
+    return fmt::format("type2={} type17={} type18={} type19={} type20={} total={} dropped={}",
+                       counts.sent[0], counts.sent[1], counts.sent[2], counts.sent[3],
+                       counts.sent[4], counts.MarketData(), counts.dropped);
+}
+
+std::string OpeningLine(uint32_t channel, const OpeningCounts& opening) {
+    return fmt::format("opening channel={} number={} {}\n", channel, opening.number,
+                       CountsText(opening.counts));
+}
+
 }  // namespace
 
 CBoardLoop::CBoardLoop(CBoard& board, const CInstrumentList& list, const BoardOptions& options)
@@ -52,12 +63,21 @@ void CBoardLoop::Pass(const BoardTime& time, int64_t realNs) {
     const Phase phase = PhaseAt(time.hhmmss);
     m_board.SetTime(time);
     m_board.NoticeOpenings();
+    TellEnds();
     Broadcast(phase, time.wallNs);
     Decode(phase, time, realNs);
     m_board.DrainRequests();
     if (realNs >= m_nextHolderCheckNs) {
         m_board.FreeDeadHolders();
         m_nextHolderCheckNs = realNs + HOLDER_CHECK_NS;
+    }
+}
+
+void CBoardLoop::TellEnds() {
+    for (CChannelSender& channel : m_board.Channels()) {
+        if (const auto end = channel.TakeEnd()) {
+            Print(OpeningLine(channel.Channel(), *end));
+        }
     }
 }
 
@@ -111,12 +131,12 @@ std::string CBoardLoop::LastLines() const {
         if (!channel.WasEverOpen()) {
             continue;
         }
+        if (channel.IsOpen()) {
+            lines += OpeningLine(channel.Channel(), channel.Opening());
+        }
         const ChannelCounts& counts = channel.Total();
-        lines += fmt::format(
-            "zce-board channel={} type2={} type17={} type18={} type19={} type20={} total={} "
-            "dropped={} openings={}\n",
-            channel.Channel(), counts.sent[0], counts.sent[1], counts.sent[2], counts.sent[3],
-            counts.sent[4], counts.MarketData(), counts.dropped, channel.Openings());
+        lines += fmt::format("zce-board channel={} {} openings={}\n", channel.Channel(),
+                             CountsText(counts), channel.Openings());
         for (size_t k = 0; k < all.sent.size(); ++k) {
             all.sent[k] += counts.sent[k];
         }

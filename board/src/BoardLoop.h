@@ -26,17 +26,20 @@ class CBoardLoop {
     // Board and list outlive this object.
     CBoardLoop(CBoard& board, const CInstrumentList& list, const BoardOptions& options);
 
-    // Until `stop` is set; prints a status line to standard output every second.
+    // Until `stop` is set; prints to standard output a status line every second, and the counts of
+    // an opening of a stream when it ends.
     void Run(const volatile std::sig_atomic_t& stop);
 
     // One round of everything that is due. `realNs` does not go back.
     void Pass(const BoardTime& time, int64_t realNs);
 
     std::string StatusLine(const BoardTime& time) const;
-    // The last lines: the counts of each channel that was ever open, and the totals.
+    // The last lines: the counts of each opening that has not ended, of each channel that was ever
+    // open, and the totals.
     std::string LastLines() const;
 
   private:
+    void TellEnds();
     void Broadcast(Phase phase, int64_t wallNs);
     void Decode(Phase phase, const BoardTime& time, int64_t realNs);
 

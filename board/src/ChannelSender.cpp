@@ -5,9 +5,13 @@
 namespace ZceBoard {
 
 bool CChannelSender::BeginOpening(uint32_t generation) {
+    if (std::exchange(m_bLive, false)) {
+        m_end = Opening();
+    }
     if (generation == 0) {
         return false;
     }
+    m_bLive = true;
     m_producer.Begin(generation);
     ++m_openings;
     m_ulSeq = 0;

@@ -3,6 +3,8 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
+#include <utility>
 
 #include "Ring.h"
 #include "ZceBoardMsg.h"
@@ -18,6 +20,12 @@ struct ChannelCounts {
         return type == ZCE_BOARD_TYPE_INST_MAP ? 0 : type - ZCE_BOARD_TYPE_L1_SINGLE + 1;
     }
     uint64_t MarketData() const { return sent[1] + sent[2] + sent[3] + sent[4]; }
+};
+
+// What was sent in one opening of a channel's stream; the openings of a channel count from 1.
+struct OpeningCounts {
+    uint32_t number;
+    ChannelCounts counts;
 };
 
 // The board's end of one channel's stream to the host. A stream that nobody holds gets nothing, and
@@ -47,8 +55,10 @@ class CChannelSender {
     bool WasEverOpen() const { return m_openings != 0; }
     uint32_t Openings() const { return m_openings; }
     const ChannelCounts& Total() const { return m_total; }
-    // The counts of the present or last opening.
-    const ChannelCounts& Opening() const { return m_opening; }
+    // The present or last opening.
+    OpeningCounts Opening() const { return {m_openings, m_opening}; }
+    // The last opening that has ended, told once.
+    std::optional<OpeningCounts> TakeEnd() { return std::exchange(m_end, std::nullopt); }
 
   private:
     bool BeginOpening(uint32_t generation);
@@ -59,6 +69,8 @@ class CChannelSender {
     CRingProducer m_producer;
     uint16_t m_channel;
     uint32_t m_openings = 0;
+    bool m_bLive = false;  // an opening is under way
+    std::optional<OpeningCounts> m_end;
     uint64_t m_ulSeq = 0;
     ChannelCounts m_total;
     ChannelCounts m_opening;

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstdlib>
 #include <ctime>
 #include <string>
@@ -275,7 +276,7 @@ TEST_F(Board, ADeadHoldersStreamIsFreedAndTheNextHolderStartsAfresh) {
     const auto messages = Drain(next);
     ASSERT_FALSE(messages.empty());
     EXPECT_EQ(QuoteOf(messages[0]).ulSeq, 1U);
-    EXPECT_EQ(m_board.Channels()[4].Opening().MarketData(), messages.size());
+    EXPECT_EQ(m_board.Channels()[4].Opening().counts.MarketData(), messages.size());
     EXPECT_EQ(m_board.Channels()[4].Openings(), 2U);
 }
 
@@ -298,11 +299,35 @@ TEST_F(Board, TheLastLinesTellEachChannelThatWasEverOpen) {
     CloseRing(nine.ring, nine.generation);
     Pass(83005, MS);
     EXPECT_EQ(m_loop->LastLines(),
+              "opening channel=0 number=1 type2=1 type17=0 type18=0 type19=0 type20=0 total=0 "
+              "dropped=0\n"
               "zce-board channel=0 type2=1 type17=0 type18=0 type19=0 type20=0 total=0 dropped=0 "
               "openings=1\n"
               "zce-board channel=9 type2=0 type17=0 type18=0 type19=0 type20=0 total=0 dropped=0 "
               "openings=1\n"
               "zce-board stopped bus=0 parsed=0 type2=1 total=0 dropped=0 requests=0 resets=0\n");
+}
+
+TEST_F(Board, ALineTellsTheCountsOfEachOpeningWhenItEnds) {
+    Reader first = Open(9);
+    Subscribe(0, 0, 0x200);
+    m_host.WriteWord(0x11, 2);
+    Pass(93000, 50 * MS);
+    const std::string got = std::to_string(Drain(first).size());
+    CloseRing(first.ring, first.generation);
+    // The next one opens before the board has looked: the end of the first is not lost.
+    const Reader second = Open(9);
+    testing::internal::CaptureStdout();
+    Pass(93000, MS);
+    CloseRing(second.ring, second.generation);
+    Pass(93000, MS);
+    Pass(93000, MS);
+    const std::string printed = testing::internal::GetCapturedStdout();
+    EXPECT_NE(got, "0");
+    EXPECT_EQ(printed.substr(0, printed.find("opening channel=9 number=2")),
+              "opening channel=9 number=1 type2=0 type17=" + got +
+                  " type18=0 type19=0 type20=0 total=" + got + " dropped=0\n");
+    EXPECT_EQ(std::count(printed.begin(), printed.end(), '\n'), 2) << printed;
 }
 
 TEST_F(Board, TheStatusLineTellsTimePhaseAndWhatIsLearnt) {
