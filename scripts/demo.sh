@@ -18,6 +18,7 @@ finish() {
     for pid in "${processes[@]}"; do
         kill -KILL "$pid" 2>/dev/null && wait "$pid" 2>/dev/null
     done
+    rm -f "/dev/shm/demo$$-zce-board.0" # a killed board could not
     if [ $status -eq 0 ]; then
         rm -rf "$work"
     else

@@ -1,6 +1,7 @@
 #include "market.h"
 
 #include <signal.h>  // NOLINT(modernize-deprecated-headers): SIGINT
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -17,10 +18,23 @@ constexpr const char* defaultRules =
     "[channel0]\ninsts = SR\noptions = recv\nspd = recv\n"
     "[channel3]\ninsts = all\noptions = norecv\nips = recv\n";
 
+// What the names of this test process's boards begin with.
+std::string Prefix() {
+    return "test" + std::to_string(getpid()) + "-";
+}
+
 }  // namespace
 
 Market::Market() : m_rules(defaultRules) {
-    m_environment.push_back("ZCE_BOARD_SHM_PREFIX=test" + std::to_string(getpid()) + "-");
+    m_environment.push_back("ZCE_BOARD_SHM_PREFIX=" + Prefix());
+}
+
+Market::~Market() {
+    if (m_board != nullptr && m_board->Running()) {
+        m_board->Signal(SIGINT);
+        m_board->WaitEnd(std::chrono::seconds(10));
+    }
+    shm_unlink(("/" + Prefix() + "zce-board.0").c_str());
 }
 
 std::string Market::Path(const std::string& name) const {

@@ -16,6 +16,8 @@ namespace velatest {
 class Market : public ::testing::Test {
   protected:
     Market();
+    // Ends the board, so that it takes its shared memory along; what a killed one left is removed.
+    ~Market() override;
 
     // The local time of day for everything started from here on.
     void StartClock(unsigned int hhmmss);
