@@ -42,7 +42,7 @@ run "Build: release, g++" build release
 run "Tests: release" tests release
 run "Build: AddressSanitizer + UndefinedBehaviorSanitizer, clang++ and clang-tidy" build asan
 run "Tests: AddressSanitizer + UndefinedBehaviorSanitizer" tests asan -L 'unit|board'
-run "Build: ThreadSanitizer, clang++" build tsan tests_unit tests_board
+run "Build: ThreadSanitizer, g++" build tsan tests_unit tests_board
 run "Tests: ThreadSanitizer" tests tsan -L 'unit|board'
 
 printf '\ntest: ok, %d test runs in %d s\n' "$total" $(($(date +%s) - started))
