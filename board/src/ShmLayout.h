@@ -17,7 +17,7 @@
 namespace ZceBoard {
 
 constexpr uint64_t SHM_MAGIC = 0x3144524142455a43;  // "CZEBARD1"
-constexpr uint32_t SHM_VERSION = 1;
+constexpr uint32_t SHM_VERSION = 2;
 
 constexpr size_t CHANNELS = 16;
 constexpr uint32_t STREAM_MTU = 2048;
@@ -32,6 +32,7 @@ static_assert(std::atomic<uint64_t>::is_always_lock_free);
 // Bytes of the memory's file that are locked, one process each (open file description locks, so
 // that the end of the holder frees them whatever its end was). A locked byte means:
 constexpr int64_t LOCK_BOARD = 0;       // the board lives
+constexpr int64_t LOCK_CONTROL = 1;     // a request to the board is being made
 constexpr int64_t LOCK_A2C_FIRST = 64;  // + channel: the stream is held
 constexpr int64_t LOCK_C2A_FIRST = 128;
 
@@ -83,10 +84,68 @@ struct alignas(PAGE) ShmHeader {
     alignas(CACHE_LINE) pthread_mutex_t coreLock;
 };
 
+// One kind of fault, as Faults.h tells of it. Counts are since it was switched on.
+struct FaultWords {
+    std::atomic<uint32_t> on;      // 1: the fault is there
+    std::atomic<uint32_t> every;   // strikes at each n-th occasion; 0 counts as 1
+    std::atomic<uint32_t> target;  // the register, channel or entry that it is for, or FAULT_ANY
+    std::atomic<uint32_t> value;   // what a fault of this kind does with it
+    std::atomic<uint32_t> limit;   // ends by itself after so many strikes; 0: never
+    std::atomic<uint32_t> occasions;
+    std::atomic<uint32_t> strikes;
+};
+
+constexpr uint32_t FAULT_ANY = 0xFFFFFFFF;
+constexpr size_t FAULT_KINDS = 15;
+
+struct alignas(PAGE) FaultBlock {
+    std::atomic<uint32_t> any;  // how many kinds are on: nobody looks further while it is 0
+    alignas(CACHE_LINE) std::array<FaultWords, FAULT_KINDS> kinds;
+};
+
+// What the board's process tells of itself once a pass, for whoever watches it. Each word is right
+// on its own; the words together are of about the same moment.
+struct ChannelStats {
+    std::array<std::atomic<uint64_t>, 5> sent;  // types 2, 17, 18, 19, 20, over all openings
+    std::atomic<uint64_t> other;                // of any other type
+    std::atomic<uint64_t> dropped;
+    std::atomic<uint32_t> openings;
+    std::atomic<uint32_t> open;  // 1: somebody holds the stream
+};
+
+struct alignas(PAGE) BoardStats {
+    std::atomic<uint64_t> passes;  // rounds of the board's loop, ever
+    std::atomic<uint32_t> date;    // the board's time: yyyymmdd, hhmmss, ms of the second
+    std::atomic<uint32_t> hhmmss;
+    std::atomic<uint32_t> millisecond;
+    std::atomic<uint32_t> phase;                       // a Phase
+    std::atomic<uint32_t> paused;                      // 1: clock and traffic stand still
+    std::atomic<uint32_t> source;                      // a TrafficSource
+    std::array<std::atomic<uint32_t>, 2> instruments;  // of the exchange, single-leg and combined
+    std::array<std::atomic<uint32_t>, 2> feeds;        // a FeedState each: L5, L1
+    std::atomic<uint64_t> parsed;
+    std::atomic<uint64_t> requests;
+    std::atomic<int64_t> speedMilli;  // 1000: the clock runs with real time
+    alignas(CACHE_LINE) std::array<ChannelStats, CHANNELS> channels;
+};
+
+// A request to the board's process. Whoever makes one holds LOCK_CONTROL, writes kind and argument
+// and then `asked`; the board does it in its next pass and writes `result` and then `answered`.
+struct alignas(PAGE) ControlMailbox {
+    std::atomic<uint32_t> asked;
+    std::atomic<uint32_t> answered;
+    std::atomic<uint32_t> kind;  // a Request
+    std::atomic<uint64_t> argument;
+    std::atomic<int32_t> result;  // 0 or an errno
+};
+
 using TableWords = std::array<std::atomic<uint32_t>, TABLE_WORDS>;
 
 struct BoardShm {
     ShmHeader header;
+    FaultBlock faults;
+    BoardStats stats;
+    ControlMailbox control;
     alignas(PAGE) std::array<std::atomic<uint32_t>, REGISTER_COUNT> registers;
     alignas(PAGE) std::array<TableWords, TABLE_COUNT> tables;
     alignas(PAGE) std::array<A2cMemory, CHANNELS> a2c;
