@@ -62,6 +62,8 @@ class CBoard {
     uint64_t Parsed() const { return m_parsedTotal; }
     // For the status line: empty, or the feeds with a blank in front of each.
     std::string FeedStatus() const { return m_feeds.Status(m_registers); }
+    std::array<FeedState, CFeeds::COUNT> FeedStates() const { return m_feeds.States(m_registers); }
+    BoardShm& Shm() { return m_shm; }
 
   private:
     static std::array<CChannelSender, CHANNELS> MakeSenders(BoardShm& shm);

@@ -7,12 +7,6 @@
 
 namespace ZceBoard {
 
-namespace {
-
-constexpr int64_t NS_PER_SECOND = 1000000000;
-
-}  // namespace
-
 BoardTime BoardTimeAt(int64_t wallNs) {
     const time_t seconds = wallNs / NS_PER_SECOND;
     tm local{};
@@ -30,10 +24,21 @@ BoardTime BoardTimeAt(int64_t wallNs) {
     return time;
 }
 
-BoardTime ReadBoardTime() {
+uint32_t HhmmssOf(int64_t dayNs) {
+    const auto seconds = static_cast<uint32_t>(dayNs / NS_PER_SECOND);
+    return seconds / 3600 * 10000 + seconds / 60 % 60 * 100 + seconds % 60;
+}
+
+int64_t DayNsOf(uint32_t hhmmss) {
+    const int64_t seconds =
+        int64_t{hhmmss / 10000} * 3600 + int64_t{hhmmss / 100 % 100} * 60 + hhmmss % 100;
+    return seconds * NS_PER_SECOND;
+}
+
+HostTime ReadHostTime() {
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
-    return BoardTimeAt(now.tv_sec * NS_PER_SECOND + now.tv_nsec);
+    return {now.tv_sec * NS_PER_SECOND + now.tv_nsec, RealNs()};
 }
 
 // The system calls themselves: a library that moves the clock for a process stands in front of the

@@ -2,15 +2,19 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <cstdio>
 
 namespace ZceBoard {
 
 namespace {
 
-constexpr int64_t PASS_NS = 1'000'000;
-constexpr int64_t HOLDER_CHECK_NS = 20'000'000;
-constexpr int64_t STATUS_NS = 1'000'000'000;
+constexpr int64_t PASS_NS = NS_PER_MS;
+constexpr int64_t HOLDER_CHECK_NS = 20 * NS_PER_MS;
+constexpr int64_t STATUS_NS = NS_PER_SECOND;
+constexpr uint64_t MAX_STEP_MS = 60'000;
+constexpr std::memory_order RELAXED = std::memory_order_relaxed;
 
 void Print(const std::string& text) {
     fputs(text.c_str(), stdout);
@@ -28,49 +32,72 @@ std::string OpeningLine(uint32_t channel, const OpeningCounts& opening) {
                        CountsText(opening.counts));
 }
 
-}  // namespace
-
-CBoardLoop::CBoardLoop(CBoard& board, const CInstrumentList& list, const BoardOptions& options)
-    : m_board(board),
-      m_list(list),
-      m_options(options),
-      m_broadcast(list.All(), options.pace),
-      m_exchange(list.All(), options.seed),
-      m_pacer(options.rate) {}
-
-void CBoardLoop::Run(const volatile std::sig_atomic_t& stop) {
-    const int64_t started = RealNs();
-    int64_t nextStatusNs = started + STATUS_NS;
-    Print(fmt::format("zce-board bus={} ready instruments={}+{} seed={} rate={}\n", m_options.bus,
-                      m_list.Count(TABLE_SINGLE), m_list.Count(TABLE_COMBINE), m_options.seed,
-                      m_options.rate));
-    while (stop == 0) {
-        const int64_t now = RealNs();
-        const BoardTime time = ReadBoardTime();
-        Pass(time, now);
-        if (now >= nextStatusNs) {
-            Print(StatusLine(time) + "\n");
-            nextStatusNs = now + STATUS_NS;
-        }
-        if (!m_pacer.HasBacklog()) {
-            RealSleep(PASS_NS);
-        }
-    }
-    Print(LastLines());
+bool IsTimeOfDay(uint64_t hhmmss) {
+    return hhmmss / 10000 < 24 && hhmmss / 100 % 100 < 60 && hhmmss % 100 < 60;
 }
 
-void CBoardLoop::Pass(const BoardTime& time, int64_t realNs) {
-    const Phase phase = PhaseAt(time.hhmmss);
-    m_board.SetTime(time);
+}  // namespace
+
+void CBoardLoop::Pass(const HostTime& now) {
     m_board.NoticeOpenings();
     TellEnds();
-    Broadcast(phase, time.wallNs);
-    Decode(phase, time, realNs);
-    m_board.DrainRequests();
-    if (realNs >= m_nextHolderCheckNs) {
-        m_board.FreeDeadHolders();
-        m_nextHolderCheckNs = realNs + HOLDER_CHECK_NS;
+    if (m_bPaused) {
+        m_traffic.Hold(now);
+    } else {
+        m_traffic.Follow(now);
     }
+    AnswerRequest(m_board.Shm().control,
+                  [this](Request request, uint64_t argument) { return Answer(request, argument); });
+    if (!m_bPaused) {
+        m_traffic.Play(m_board);
+    }
+    m_board.DrainRequests();
+    if (now.realNs >= m_nextHolderCheckNs) {
+        m_board.FreeDeadHolders();
+        m_nextHolderCheckNs = now.realNs + HOLDER_CHECK_NS;
+    }
+    Publish();
+}
+
+int CBoardLoop::Answer(Request request, uint64_t argument) {
+    switch (request) {
+        case Request::Pause:
+        case Request::Resume: {
+            const bool pause = request == Request::Pause;
+            const int result = m_bPaused == pause ? EALREADY : 0;
+            m_bPaused = pause;
+            Publish();
+            return result;
+        }
+        case Request::Step:
+            return Step(argument);
+        case Request::Advance: {
+            const int result = IsTimeOfDay(argument)
+                                   ? m_traffic.AdvanceTo(static_cast<uint32_t>(argument))
+                                   : EINVAL;
+            m_board.SetTime(m_traffic.Time());
+            Publish();
+            return result;
+        }
+    }
+    return EINVAL;
+}
+
+int CBoardLoop::Step(uint64_t ms) {
+    if (!m_bPaused) {
+        return EPERM;
+    }
+    if (ms == 0 || ms > MAX_STEP_MS) {
+        return EINVAL;
+    }
+    for (; ms != 0; --ms) {
+        m_traffic.Step(NS_PER_MS);
+        do {
+            m_traffic.Play(m_board);
+        } while (m_traffic.HasBacklog());
+    }
+    Publish();
+    return 0;
 }
 
 void CBoardLoop::TellEnds() {
@@ -81,36 +108,45 @@ void CBoardLoop::TellEnds() {
     }
 }
 
-void CBoardLoop::Broadcast(Phase phase, int64_t wallNs) {
-    for (size_t due = m_broadcast.Due(phase, wallNs); due != 0; --due) {
-        if (!m_board.HearMapPacket(m_broadcast.Next(), m_list.All())) {
-            return;  // the core is locked: this packet comes with the next pass
+void CBoardLoop::Publish() {
+    BoardStats& stats = m_board.Shm().stats;
+    const BoardTime time = m_traffic.Time();
+    stats.date.store(time.date, RELAXED);
+    stats.hhmmss.store(time.hhmmss, RELAXED);
+    stats.millisecond.store(static_cast<uint32_t>(time.dayNs / NS_PER_MS % 1000), RELAXED);
+    stats.phase.store(static_cast<uint32_t>(m_traffic.CurrentPhase()), RELAXED);
+    stats.paused.store(m_bPaused ? 1 : 0, RELAXED);
+    stats.source.store(static_cast<uint32_t>(m_traffic.Source()), RELAXED);
+    stats.speedMilli.store(m_traffic.SpeedMilli(), RELAXED);
+    for (uint32_t table = 0; table < TABLE_COUNT; ++table) {
+        stats.instruments[table].store(static_cast<uint32_t>(m_traffic.Instruments(table)),
+                                       RELAXED);
+    }
+    const auto feeds = m_board.FeedStates();
+    for (size_t k = 0; k < feeds.size(); ++k) {
+        stats.feeds[k].store(static_cast<uint32_t>(feeds[k]), RELAXED);
+    }
+    stats.parsed.store(m_board.Parsed(), RELAXED);
+    stats.requests.store(m_board.Requests(), RELAXED);
+    for (CChannelSender& channel : m_board.Channels()) {
+        if (channel.WasEverOpen()) {
+            channel.Publish(stats.channels[channel.Channel()]);
         }
-        m_broadcast.Advance();
     }
+    stats.passes.fetch_add(1, std::memory_order_release);
 }
 
-// The exchange ticks at any hour, so that one can work with the board at any hour; only the parse
-// counters keep the exchange's hours, since hosts judge the board's life by them.
-void CBoardLoop::Decode(Phase phase, const BoardTime& time, int64_t realNs) {
-    uint64_t due = m_pacer.Due(realNs);
-    if (!m_board.IsDecoding()) {
-        m_pacer.Forget();
-        return;
-    }
-    m_board.NoticeFeeds();
-    for (; due != 0; --due) {
-        m_board.HearTick(m_exchange, m_exchange.Next(), time, phase);
-    }
-    m_board.PublishCounters(IsMarketOpen(phase));
+std::string CBoardLoop::ReadyLine() const {
+    return fmt::format("zce-board bus={} ready {}\n", m_bus, m_traffic.Describe());
 }
 
-std::string CBoardLoop::StatusLine(const BoardTime& time) const {
+std::string CBoardLoop::StatusLine() const {
+    const uint32_t hhmmss = m_traffic.Time().hhmmss;
     std::string line = fmt::format(
         "status bus={} time={:02}:{:02}:{:02} phase={} learnt={}+{} subscribed={}+{} switch={:#x} "
         "map={} parsed={}",
-        m_options.bus, time.hhmmss / 10000, time.hhmmss / 100 % 100, time.hhmmss % 100,
-        PhaseName(PhaseAt(time.hhmmss)), m_board.Learnt(TABLE_SINGLE),
+        m_bus, hhmmss / 10000, hhmmss / 100 % 100, hhmmss % 100,
+        PhaseName(m_traffic.CurrentPhase()), m_board.Learnt(TABLE_SINGLE),
         m_board.Learnt(TABLE_COMBINE), m_board.Subscribed(TABLE_SINGLE),
         m_board.Subscribed(TABLE_COMBINE), m_board.SwitchWord(),
         m_board.IsTransmittingMap() ? 1 : 0, m_board.Parsed());
@@ -121,7 +157,7 @@ std::string CBoardLoop::StatusLine(const BoardTime& time) const {
                                 channel.Total().dropped);
         }
     }
-    return line + m_board.FeedStatus();
+    return line + m_board.FeedStatus() + m_traffic.Status() + (m_bPaused ? " paused" : "");
 }
 
 std::string CBoardLoop::LastLines() const {
@@ -145,8 +181,35 @@ std::string CBoardLoop::LastLines() const {
     return lines + fmt::format(
                        "zce-board stopped bus={} parsed={} type2={} total={} dropped={} "
                        "requests={} resets={}\n",
-                       m_options.bus, m_board.Parsed(), all.sent[0], all.MarketData(), all.dropped,
+                       m_bus, m_board.Parsed(), all.sent[0], all.MarketData(), all.dropped,
                        m_board.Requests(), m_board.Resets());
+}
+
+void RunBoards(std::vector<CBoardLoop>& loops, const volatile std::sig_atomic_t& stop) {
+    for (const CBoardLoop& loop : loops) {
+        Print(loop.ReadyLine());
+    }
+    const auto isOver = [](const CBoardLoop& loop) { return loop.IsOver(); };
+    const auto hasBacklog = [](const CBoardLoop& loop) { return loop.HasBacklog(); };
+    int64_t nextStatusNs = RealNs() + STATUS_NS;
+    while (stop == 0 && !std::all_of(loops.begin(), loops.end(), isOver)) {
+        const HostTime now = ReadHostTime();
+        for (CBoardLoop& loop : loops) {
+            loop.Pass(now);
+        }
+        if (now.realNs >= nextStatusNs) {
+            for (const CBoardLoop& loop : loops) {
+                Print(loop.StatusLine() + "\n");
+            }
+            nextStatusNs = now.realNs + STATUS_NS;
+        }
+        if (std::none_of(loops.begin(), loops.end(), hasBacklog)) {
+            RealSleep(PASS_NS);
+        }
+    }
+    for (const CBoardLoop& loop : loops) {
+        Print(loop.LastLines());
+    }
 }
 
 }  // namespace ZceBoard

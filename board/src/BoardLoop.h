@@ -3,53 +3,49 @@
 #include <csignal>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "Board.h"
-#include "Broadcast.h"
-#include "Exchange.h"
-#include "Instruments.h"
-#include "Pacer.h"
+#include "Traffic.h"
 
 namespace ZceBoard {
 
-struct BoardOptions {
-    uint32_t bus = 0;
-    uint64_t seed = 1;
-    uint64_t rate = 20000;  // ticks a second of real time, over all instruments
-    BroadcastPace pace{4'000'000'000, 60'000'000'000};
-};
-
-// Brings board and exchange together and keeps them going in real time: once a millisecond what is
-// due is done, in bounded batches, and in between it sleeps. One thread.
+// Brings a board and its traffic together and keeps them going: in each pass what is due is done,
+// in bounded batches, and what happened is told in the board's memory. One thread.
 class CBoardLoop {
   public:
-    // Board and list outlive this object.
-    CBoardLoop(CBoard& board, const CInstrumentList& list, const BoardOptions& options);
+    // Board and traffic outlive this object.
+    CBoardLoop(CBoard& board, CTraffic& traffic, uint32_t bus)
+        : m_board(board), m_traffic(traffic), m_bus(bus) {}
 
-    // Until `stop` is set; prints to standard output a status line every second, and the counts of
-    // an opening of a stream when it ends.
-    void Run(const volatile std::sig_atomic_t& stop);
+    // One round of everything that is due. `now.realNs` does not go back. Prints to standard output
+    // the counts of each opening of a stream that has ended.
+    void Pass(const HostTime& now);
 
-    // One round of everything that is due. `realNs` does not go back.
-    void Pass(const BoardTime& time, int64_t realNs);
+    bool HasBacklog() const { return !m_bPaused && m_traffic.HasBacklog(); }
+    bool IsOver() const { return m_traffic.IsOver(); }
 
-    std::string StatusLine(const BoardTime& time) const;
+    std::string ReadyLine() const;
+    std::string StatusLine() const;
     // The last lines: the counts of each opening that has not ended, of each channel that was ever
     // open, and the totals.
     std::string LastLines() const;
 
   private:
+    int Answer(Request request, uint64_t argument);
+    int Step(uint64_t ms);
     void TellEnds();
-    void Broadcast(Phase phase, int64_t wallNs);
-    void Decode(Phase phase, const BoardTime& time, int64_t realNs);
+    void Publish();
 
     CBoard& m_board;
-    const CInstrumentList& m_list;
-    BoardOptions m_options;
-    CBroadcast m_broadcast;
-    CExchange m_exchange;
-    CPacer m_pacer;
+    CTraffic& m_traffic;
+    uint32_t m_bus;
     int64_t m_nextHolderCheckNs = 0;
+    bool m_bPaused = false;
 };
+
+// Keeps boards going in real time, once a millisecond each and sleeping in between, until `stop` is
+// set or all traffic is over. Prints a status line for each every second, and the last lines.
+void RunBoards(std::vector<CBoardLoop>& loops, const volatile std::sig_atomic_t& stop);
 
 }  // namespace ZceBoard

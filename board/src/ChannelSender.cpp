@@ -1,5 +1,6 @@
 #include "ChannelSender.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace ZceBoard {
@@ -57,6 +58,30 @@ void CChannelSender::SendMapPacket(const unsigned char* packet, uint32_t size) {
     memcpy(place, packet, size);
     m_producer.CommitWrite(size);
     CountSent(ZCE_BOARD_TYPE_INST_MAP);
+}
+
+bool CChannelSender::SendWhole(const unsigned char* message, uint32_t size) {
+    unsigned char* place = m_producer.PrepareWrite(size);
+    if (place == nullptr) {
+        return false;
+    }
+    memcpy(place, message, size);
+    m_producer.CommitWrite(size);
+    uint32_t type = 0;
+    memcpy(&type, message, std::min<size_t>(size, sizeof(type)));
+    CountSent(type);
+    return true;
+}
+
+void CChannelSender::Publish(ChannelStats& stats) const {
+    constexpr std::memory_order RELAXED = std::memory_order_relaxed;
+    for (size_t k = 0; k < stats.sent.size(); ++k) {
+        stats.sent[k].store(m_total.sent[k], RELAXED);
+    }
+    stats.other.store(m_total.sent[ChannelCounts::OTHER], RELAXED);
+    stats.dropped.store(m_total.dropped, RELAXED);
+    stats.openings.store(m_openings, RELAXED);
+    stats.open.store(m_bLive ? 1 : 0, RELAXED);
 }
 
 }  // namespace ZceBoard

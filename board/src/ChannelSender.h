@@ -13,11 +13,15 @@ namespace ZceBoard {
 
 // What was sent on a channel, by type, and what its reader was too slow for.
 struct ChannelCounts {
-    std::array<uint64_t, 5> sent{};  // types 2, 17, 18, 19, 20
+    static constexpr size_t OTHER = 5;
+    std::array<uint64_t, OTHER + 1> sent{};  // types 2, 17, 18, 19, 20, any other
     uint64_t dropped = 0;
 
     static size_t PlaceOf(uint32_t type) {
-        return type == ZCE_BOARD_TYPE_INST_MAP ? 0 : type - ZCE_BOARD_TYPE_L1_SINGLE + 1;
+        if (type >= ZCE_BOARD_TYPE_L1_SINGLE && type <= ZCE_BOARD_TYPE_L5_COMBINE) {
+            return type - ZCE_BOARD_TYPE_L1_SINGLE + 1;
+        }
+        return type == ZCE_BOARD_TYPE_INST_MAP ? 0 : OTHER;
     }
     uint64_t MarketData() const { return sent[1] + sent[2] + sent[3] + sent[4]; }
 };
@@ -50,6 +54,12 @@ class CChannelSender {
     void SendMarketData(uint32_t type, ZceBoardL5_t& body, uint32_t len);
     // A whole message as it is, of type 2.
     void SendMapPacket(const unsigned char* packet, uint32_t size);
+    // A whole message as it is, of any type and of 1 to STREAM_MTU bytes. False while the ring is
+    // full, which is back pressure but no drop: it may be tried again.
+    bool SendWhole(const unsigned char* message, uint32_t size);
+
+    // Into the board's memory, for whoever watches.
+    void Publish(ChannelStats& stats) const;
 
     uint32_t Channel() const { return m_channel; }
     bool WasEverOpen() const { return m_openings != 0; }

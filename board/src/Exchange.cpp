@@ -70,21 +70,27 @@ size_t CExchange::PickPlace() {
     return 0;
 }
 
-Tick CExchange::Next() {
+size_t CExchange::MoveOne() {
     const size_t place = PickPlace();
-    const Instrument& instrument = m_instruments[place];
     Move(m_states[place]);
+    return place;
+}
+
+Tick CExchange::TickOf(size_t place, uint32_t feed) const {
+    const Instrument& instrument = m_instruments[place];
     const bool combination = instrument.table == TABLE_COMBINE;
-    if (m_random.Below(2) == 0) {
-        return {&instrument, place,
-                static_cast<uint32_t>(combination ? ZCE_BOARD_TYPE_L1_COMBINE
-                                                  : ZCE_BOARD_TYPE_L1_SINGLE),
-                SWITCH_L1};
-    }
-    return {
-        &instrument, place,
-        static_cast<uint32_t>(combination ? ZCE_BOARD_TYPE_L5_COMBINE : ZCE_BOARD_TYPE_L5_SINGLE),
-        SWITCH_L5};
+    const auto level1 = combination ? ZCE_BOARD_TYPE_L1_COMBINE : ZCE_BOARD_TYPE_L1_SINGLE;
+    const auto level2 = combination ? ZCE_BOARD_TYPE_L5_COMBINE : ZCE_BOARD_TYPE_L5_SINGLE;
+    return {&instrument, place, static_cast<uint32_t>(feed == SWITCH_L1 ? level1 : level2), feed};
+}
+
+Tick CExchange::Next() {
+    const size_t place = MoveOne();
+    return TickOf(place, m_random.Below(2) == 0 ? SWITCH_L1 : SWITCH_L5);
+}
+
+Tick CExchange::NextOn(uint32_t feed) {
+    return TickOf(MoveOne(), feed);
 }
 
 void CExchange::Move(State& state) {

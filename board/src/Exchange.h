@@ -30,8 +30,10 @@ class CExchange {
     // The list holds one instrument at least, stays unchanged and outlives this object.
     CExchange(const std::vector<Instrument>& instruments, uint64_t seed);
 
-    // The next tick; the instrument's prices have moved.
+    // The next tick, on a feed by chance or on the given one (SWITCH_L1 or SWITCH_L5); the
+    // instrument's prices have moved.
     Tick Next();
+    Tick NextOn(uint32_t feed);
 
     // What the tick's message says, but for the sequence number, which belongs to the channel. The
     // levels beyond those of the tick's feed are 0.
@@ -48,6 +50,8 @@ class CExchange {
 
     static State Begin(const Instrument& instrument, CRandom& random);
     size_t PickPlace();
+    size_t MoveOne();
+    Tick TickOf(size_t place, uint32_t feed) const;
     void Move(State& state);
 
     const std::vector<Instrument>& m_instruments;

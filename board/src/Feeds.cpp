@@ -43,6 +43,9 @@ constexpr Item ITEMS[] = {
 
 constexpr const char* SECTION = "config";
 
+// Of the values of FeedState.
+constexpr const char* STATE_NAMES[] = {"any", "ok", "closed", "wrong"};
+
 std::string KeyOf(const Feed& feed, const Item& item) {
     return fmt::format("{}_{}", feed.name, item.name);
 }
@@ -79,19 +82,29 @@ std::string FirstDifference(const CFeeds::Words& programmed, const CFeeds::Words
     return {};
 }
 
-std::string StateOf(const CRegisterFile& registers, const Feed& feed,
-                    const std::optional<CFeeds::Words>& expected) {
+FeedState StateOf(const CRegisterFile& registers, const Feed& feed,
+                  const std::optional<CFeeds::Words>& expected) {
     if (!expected) {
-        return "any";
+        return FeedState::Any;
+    }
+    if (!IsSwitchOpen(registers, feed)) {
+        return FeedState::Closed;
+    }
+    return Programmed(registers, feed) == *expected ? FeedState::Ok : FeedState::Wrong;
+}
+
+std::string TextOf(const CRegisterFile& registers, const Feed& feed,
+                   const std::optional<CFeeds::Words>& expected) {
+    const FeedState state = StateOf(registers, feed, expected);
+    std::string text = STATE_NAMES[static_cast<size_t>(state)];
+    if (state == FeedState::Any || state == FeedState::Ok) {
+        return text;
     }
     const CFeeds::Words programmed = Programmed(registers, feed);
     const std::string difference = FirstDifference(programmed, *expected);
-    if (IsSwitchOpen(registers, feed)) {
-        return difference.empty() ? "ok" : "wrong:" + difference;
-    }
     // A feed that the host left alone has nothing to be compared.
-    const bool untouched = programmed == CFeeds::Words{};
-    return untouched || difference.empty() ? "closed" : "closed:" + difference;
+    const bool untouched = state == FeedState::Closed && programmed == CFeeds::Words{};
+    return untouched || difference.empty() ? text : text + ":" + difference;
 }
 
 using Dictionary = std::unique_ptr<dictionary, decltype(&iniparser_freedict)>;
@@ -205,11 +218,18 @@ uint32_t CFeeds::Received(const CRegisterFile& registers) const {
     uint32_t received = 0;
     for (size_t k = 0; k < COUNT; ++k) {
         const Feed& feed = FEEDS[k];
-        const bool arrives = !m_expected[k] || (IsSwitchOpen(registers, feed) &&
-                                                Programmed(registers, feed) == *m_expected[k]);
-        received |= arrives ? feed.bit : 0;
+        const FeedState state = StateOf(registers, feed, m_expected[k]);
+        received |= state == FeedState::Any || state == FeedState::Ok ? feed.bit : 0;
     }
     return received;
+}
+
+std::array<FeedState, CFeeds::COUNT> CFeeds::States(const CRegisterFile& registers) const {
+    std::array<FeedState, COUNT> states{};
+    for (size_t k = 0; k < COUNT; ++k) {
+        states[k] = StateOf(registers, FEEDS[k], m_expected[k]);
+    }
+    return states;
 }
 
 std::string CFeeds::Status(const CRegisterFile& registers) const {
@@ -218,7 +238,7 @@ std::string CFeeds::Status(const CRegisterFile& registers) const {
         return status;
     }
     for (size_t k = 0; k < COUNT; ++k) {
-        status += fmt::format(" {}={}", FEEDS[k].name, StateOf(registers, FEEDS[k], m_expected[k]));
+        status += fmt::format(" {}={}", FEEDS[k].name, TextOf(registers, FEEDS[k], m_expected[k]));
     }
     return status;
 }

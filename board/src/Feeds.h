@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 
+#include "Control.h"
 #include "RegisterFile.h"
 
 namespace ZceBoard {
@@ -26,6 +27,9 @@ class CFeeds {
     // The received feeds, SWITCH_L5 and SWITCH_L1. Reads up to 18 registers: once a batch of ticks.
     uint32_t Received(const CRegisterFile& registers) const;
 
+    static constexpr size_t COUNT = 2;
+    // L5, then L1.
+    std::array<FeedState, COUNT> States(const CRegisterFile& registers) const;
     // Both feeds for the status line, each with a blank in front; empty without ReadFile():
     //   L5=any     its addresses are not known here
     //   L5=ok      received
@@ -34,7 +38,6 @@ class CFeeds {
     //   L5=wrong:DSTIP 239.1.1.6, expected 239.1.1.5
     std::string Status(const CRegisterFile& registers) const;
 
-    static constexpr size_t COUNT = 2;
     // The words of a feed's network registers, in their order.
     static constexpr size_t WORDS = 8;
     using Words = std::array<uint32_t, WORDS>;

@@ -6,12 +6,14 @@
 #include <ctime>
 #include <exception>
 #include <string>
+#include <vector>
 
 #include "Board.h"
 #include "BoardLoop.h"
 #include "BoardMemory.h"
 #include "Feeds.h"
 #include "Instruments.h"
+#include "LiveTraffic.h"
 
 // zce-board: one software board and the exchange behind it. Exit status: 0 after SIGINT, SIGTERM or
 // SIGHUP, and for --help and --list-instruments; 2 for a usage error and for a board that cannot
@@ -22,7 +24,7 @@ namespace {
 constexpr int EXIT_NOT_STARTED = 2;
 constexpr uint32_t MAX_BUS = 9;
 constexpr uint64_t MAX_RATE = 10'000'000;
-constexpr double NS_PER_SECOND = 1e9;
+constexpr double NS = 1e9;  // of a second
 
 volatile std::sig_atomic_t g_stop = 0;
 
@@ -42,7 +44,8 @@ void InstallSignals() {
 }
 
 struct Arguments {
-    ZceBoard::BoardOptions options;
+    uint32_t bus = 0;
+    ZceBoard::LiveOptions options;
     std::string instruments;
     std::string products;
     std::string feeds;
@@ -61,7 +64,7 @@ void Describe(CLI::App& app, Arguments& arguments) {
                      "all: the full list of the exchange's products")
         ->check(CLI::IsMember({"all"}));
     source->require_option(1);
-    app.add_option("--bus", arguments.options.bus, "Bus index of the board")
+    app.add_option("--bus", arguments.bus, "Bus index of the board")
         ->check(CLI::Range(0U, MAX_BUS))
         ->capture_default_str();
     app.add_option("--seed", arguments.options.seed,
@@ -151,18 +154,19 @@ int Main(int argc, char** argv) {
         PrintInstruments(list);
         return 0;
     }
-    arguments.options.pace.auctionCycleNs =
-        static_cast<int64_t>(arguments.auctionCycle * NS_PER_SECOND);
-    arguments.options.pace.tradingCycleNs =
-        static_cast<int64_t>(arguments.tradingCycle * NS_PER_SECOND);
+    arguments.options.pace.auctionCycleNs = static_cast<int64_t>(arguments.auctionCycle * NS);
+    arguments.options.pace.tradingCycleNs = static_cast<int64_t>(arguments.tradingCycle * NS);
     tzset();
     InstallSignals();
     ZceBoard::CBoardMemory memory;
-    if (!MakeBoard(memory, arguments.options.bus)) {
+    if (!MakeBoard(memory, arguments.bus)) {
         return EXIT_NOT_STARTED;
     }
     ZceBoard::CBoard board(memory, feeds);
-    ZceBoard::CBoardLoop(board, list, arguments.options).Run(g_stop);
+    ZceBoard::CLiveTraffic traffic(list, arguments.options);
+    std::vector<ZceBoard::CBoardLoop> loops;
+    loops.emplace_back(board, traffic, arguments.bus);
+    ZceBoard::RunBoards(loops, g_stop);
     return 0;
 }
 

@@ -8,6 +8,7 @@
 
 #include "Board.h"
 #include "BoardLoop.h"
+#include "LiveTraffic.h"
 #include "boardFixture.h"
 
 namespace boardtest {
@@ -22,8 +23,10 @@ class PlayingBoard : public BoardFixture {
         for (const char* name : {"SR209", "CF301", "SR209C5000", "SPD-SR209&SR301"}) {
             m_list.Add(name);
         }
-        m_options.rate = 10000;
-        m_loop = std::make_unique<ZceBoard::CBoardLoop>(m_board, m_list, m_options);
+        ZceBoard::LiveOptions options;
+        options.rate = 10000;
+        m_traffic = std::make_unique<Traffic>(m_list, options);
+        m_loop = std::make_unique<ZceBoard::CBoardLoop>(m_board, *m_traffic, 0);
     }
 
     // Real and board time pass in steps of 1 ms from a board time hhmmss on.
@@ -32,7 +35,8 @@ class PlayingBoard : public BoardFixture {
         for (const int64_t end = m_wallNs + ns; m_wallNs < end; m_wallNs += MS) {
             time.wallNs = m_wallNs;
             m_realNs += MS;
-            m_loop->Pass(time, m_realNs);
+            m_traffic->m_now = time;
+            m_loop->Pass({m_wallNs, m_realNs});
         }
     }
 
@@ -76,7 +80,16 @@ class PlayingBoard : public BoardFixture {
     ZceBoard::CRegisterFile m_host{m_memory->Shm()};
     ZceBoard::CBoard m_board;
     ZceBoard::CInstrumentList m_list;
-    ZceBoard::BoardOptions m_options;
+    // Live traffic at a time of day that the test gives.
+    struct Traffic : ZceBoard::CLiveTraffic {
+        using CLiveTraffic::CLiveTraffic;
+        void Follow(const ZceBoard::HostTime& now) override {
+            PassRealTime(now.realNs, true);
+            SetTime(m_now);
+        }
+        ZceBoard::BoardTime m_now{};
+    };
+    std::unique_ptr<Traffic> m_traffic;
     std::unique_ptr<ZceBoard::CBoardLoop> m_loop;
     std::array<ZceBoard::CBoardFile, 16> m_holders;
     int64_t m_wallNs = 1000 * SECOND;
