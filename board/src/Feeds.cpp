@@ -1,16 +1,8 @@
 #include "Feeds.h"
 
 #include <fmt/format.h>
-#include <iniparser.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <memory>
-#include <string_view>
-#include <vector>
 
 #include "FeedAddress.h"
 
@@ -107,40 +99,11 @@ std::string TextOf(const CRegisterFile& registers, const Feed& feed,
     return untouched || difference.empty() ? text : text + ":" + difference;
 }
 
-using Dictionary = std::unique_ptr<dictionary, decltype(&iniparser_freedict)>;
-
-// The file's content, or null and why.
-Dictionary Load(const std::string& path, std::string& error) {
-    Dictionary ini(nullptr, iniparser_freedict);
-    struct stat file {};
-    int err = stat(path.c_str(), &file) == 0 && access(path.c_str(), R_OK) == 0 ? 0 : errno;
-    if (err == 0 && S_ISDIR(file.st_mode)) {
-        err = EISDIR;
-    }
-    if (err != 0) {
-        error = fmt::format("{}: {}", path, strerror(err));
-        return ini;
-    }
-    ini.reset(iniparser_load(path.c_str()));
-    if (ini == nullptr) {  // the parser has said on standard error what is wrong in which line
-        error = fmt::format("{}: not an INI file", path);
-    } else if (iniparser_find_entry(ini.get(), SECTION) == 0) {
-        error = fmt::format("{}: there is no section [{}]", path, SECTION);
-        ini.reset();
-    }
-    return ini;
-}
-
 // A key that begins like a feed's and is none, which would be a feed's left-out key otherwise. The
-// other keys are a host's: its own file may be given too. The parser has them in lower case.
-std::string ForeignKey(const dictionary* ini) {
-    const int count = iniparser_getsecnkeys(ini, SECTION);
-    std::vector<const char*> keys(static_cast<size_t>(std::max(count, 0)));
-    if (keys.empty() || iniparser_getseckeys(ini, SECTION, keys.data()) == nullptr) {
-        return {};
-    }
-    for (const char* entry : keys) {
-        std::string key = entry + strlen(SECTION) + 1;
+// other keys are a host's: its own file may be given too.
+std::string ForeignKey(const CIniFile& ini, const std::string& section) {
+    for (const std::string& entry : ini.Keys(section)) {
+        std::string key = entry;
         std::transform(key.begin(), key.end(), key.begin(),
                        [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 32) : c; });
         for (const Feed& feed : FEEDS) {
@@ -148,30 +111,36 @@ std::string ForeignKey(const dictionary* ini) {
                 std::any_of(std::begin(ITEMS), std::end(ITEMS),
                             [&key, &feed](const Item& item) { return key == KeyOf(feed, item); });
             if (!known && key.rfind(std::string(feed.name) + "_", 0) == 0) {
-                return key;
+                return entry;
             }
         }
     }
     return {};
 }
 
+std::string Lower(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
+    return text;
+}
+
 // A feed's addresses, none if no key of it is there. False: `error` says what is wrong.
-bool ReadFeed(const dictionary* ini, const Feed& feed, std::optional<CFeeds::Words>& expected,
-              std::string& error) {
+bool ReadFeed(const CIniFile& ini, const std::string& section, const Feed& feed,
+              std::optional<CFeeds::Words>& expected, std::string& error) {
     CFeeds::Words words{};
     std::string missing;
     size_t found = 0;
     for (const Item& item : ITEMS) {
         const std::string key = KeyOf(feed, item);
-        const char* value =
-            iniparser_getstring(ini, fmt::format("{}:{}", SECTION, key).c_str(), nullptr);
+        const char* value = ini.Get(section, key);
         if (value == nullptr) {
             missing = missing.empty() ? key : missing;
             continue;
         }
         AddressWords address{};
         if (!ParseAddress(item.kind, value, address)) {
-            error = fmt::format("[{}] {} = {}: {}", SECTION, key, value, FormOf(item.kind));
+            error = fmt::format("{} = {}: {}", ini.Where(section, Lower(key)), value,
+                                FormOf(item.kind));
             return false;
         }
         std::copy_n(address.begin(), WordsOf(item.kind),
@@ -179,8 +148,8 @@ bool ReadFeed(const dictionary* ini, const Feed& feed, std::optional<CFeeds::Wor
         ++found;
     }
     if (found != 0 && found != std::size(ITEMS)) {
-        error = fmt::format("[{}] {} is missing: a feed has all of its six addresses or none",
-                            SECTION, missing);
+        error = fmt::format("{} {} is missing: a feed has all of its six addresses or none",
+                            ini.Where(section), missing);
         return false;
     }
     expected = found != 0 ? std::optional(words) : std::nullopt;
@@ -190,24 +159,30 @@ bool ReadFeed(const dictionary* ini, const Feed& feed, std::optional<CFeeds::Wor
 }  // namespace
 
 bool CFeeds::ReadFile(const std::string& path, std::string& error) {
-    const Dictionary ini = Load(path, error);
-    if (ini == nullptr) {
+    CIniFile ini;
+    if (!ini.Load(path, error)) {
         return false;
     }
-    if (const std::string key = ForeignKey(ini.get()); !key.empty()) {
-        error = fmt::format("{}: [{}] {}: there is no such address of a feed", path, SECTION, key);
+    if (!ini.HasSection(SECTION)) {
+        error = fmt::format("{}: there is no section [{}]", path, SECTION);
+        return false;
+    }
+    return Read(ini, SECTION, error);
+}
+
+bool CFeeds::Read(const CIniFile& ini, const std::string& section, std::string& error) {
+    if (const std::string key = ForeignKey(ini, section); !key.empty()) {
+        error = fmt::format("{}: there is no such address of a feed", ini.Where(section, key));
         return false;
     }
     std::array<std::optional<Words>, COUNT> expected;
     for (size_t k = 0; k < COUNT; ++k) {
-        std::string reason;
-        if (!ReadFeed(ini.get(), FEEDS[k], expected[k], reason)) {
-            error = fmt::format("{}: {}", path, reason);
+        if (!ReadFeed(ini, section, FEEDS[k], expected[k], error)) {
             return false;
         }
     }
     if (std::none_of(expected.begin(), expected.end(), [](const auto& feed) { return feed; })) {
-        error = fmt::format("{}: [{}] names no feed", path, SECTION);
+        error = fmt::format("{} names no feed", ini.Where(section));
         return false;
     }
     m_expected = expected;

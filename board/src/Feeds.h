@@ -7,6 +7,7 @@
 #include <string>
 
 #include "Control.h"
+#include "IniFile.h"
 #include "RegisterFile.h"
 
 namespace ZceBoard {
@@ -20,9 +21,11 @@ namespace ZceBoard {
 class CFeeds {
   public:
     // Reads the addresses from an INI file with the keys of a host's section [config]. A feed is
-    // there with all of its six keys or not at all. False: `error` names the file, the key and the
-    // value, and this object is unchanged.
+    // there with all of its six keys or not at all. False: `error` names the file, the line, the
+    // key and the value, and this object is unchanged.
     bool ReadFile(const std::string& path, std::string& error);
+    // The same from a section of a file that is read already.
+    bool Read(const CIniFile& ini, const std::string& section, std::string& error);
 
     // The received feeds, SWITCH_L5 and SWITCH_L1. Reads up to 18 registers: once a batch of ticks.
     uint32_t Received(const CRegisterFile& registers) const;

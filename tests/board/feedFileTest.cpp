@@ -75,7 +75,8 @@ class FeedFile : public testing::Test {
     }
     ~FeedFile() override { unlink(m_path.c_str()); }
 
-    // Why a file with this content is refused, without its path in front; "" if it is not.
+    // Why a file with this content is refused, without its path and a colon in front; "" if it is
+    // not.
     std::string Refusal(const std::string& content) {
         std::ofstream(m_path, std::ios::trunc) << content;
         CFeeds feeds;
@@ -84,8 +85,8 @@ class FeedFile : public testing::Test {
             EXPECT_EQ(error, "");
             return "";
         }
-        EXPECT_EQ(error.substr(0, m_path.size() + 2), m_path + ": ");
-        return error.substr(m_path.size() + 2);
+        EXPECT_EQ(error.substr(0, m_path.size() + 1), m_path + ":");
+        return error.substr(m_path.size() + 1);
     }
     // A good file with `was` replaced by `is`.
     std::string RefusalWith(const std::string& was, const std::string& is) {
@@ -115,39 +116,41 @@ TEST_F(FeedFile, ABadAddressIsNamedWithSectionKeyAndValue) {
     const std::string ip = ": an IP address is four numbers from 0 to 255, like 239.1.1.5";
     const std::string port = ": a port is a decimal number from 1 to 65535, without leading 0";
     EXPECT_EQ(RefusalWith("00:1b:21:aa:bb:05", "00:1b:21:aa:bb"),
-              "[config] L5_SRCMAC = 00:1b:21:aa:bb" + mac);
-    EXPECT_EQ(RefusalWith("01:00:5E:01:01:01", "gateway"), "[config] L1_DSTMAC = gateway" + mac);
-    EXPECT_EQ(RefusalWith("239.1.1.5", "239.1.1.500"), "[config] L5_DSTIP = 239.1.1.500" + ip);
-    EXPECT_EQ(RefusalWith("192.168.1.10", ""), "[config] L1_SRCIP = " + ip);
-    EXPECT_EQ(RefusalWith("30001", "0"), "[config] L1_DSTPORT = 0" + port);
-    EXPECT_EQ(RefusalWith("31005", "0x791d"), "[config] L5_SRCPORT = 0x791d" + port);
+              "6: [config] l5_srcmac = 00:1b:21:aa:bb" + mac);
+    EXPECT_EQ(RefusalWith("01:00:5E:01:01:01", "gateway"), "9: [config] l1_dstmac = gateway" + mac);
+    EXPECT_EQ(RefusalWith("239.1.1.5", "239.1.1.500"), "4: [config] l5_dstip = 239.1.1.500" + ip);
+    EXPECT_EQ(RefusalWith("192.168.1.10", ""), "13: [config] l1_srcip = " + ip);
+    EXPECT_EQ(RefusalWith("30001", "0"), "11: [config] l1_dstport = 0" + port);
+    EXPECT_EQ(RefusalWith("31005", "0x791d"), "8: [config] l5_srcport = 0x791d" + port);
 }
 
 TEST_F(FeedFile, AFeedHasAllOfItsSixAddressesOrNone) {
     const std::string why = " is missing: a feed has all of its six addresses or none";
     EXPECT_EQ(RefusalWith("L5_DSTMAC = 01:00:5e:01:01:05 ; multicast\n", ""),
-              "[config] L5_DSTMAC" + why);
-    EXPECT_EQ(RefusalWith("L1_SRCPORT = 31001\n", ""), "[config] L1_SRCPORT" + why);
-    EXPECT_EQ(Refusal("[config]\nL1_SRCPORT = 31001\n"), "[config] L1_DSTMAC" + why);
+              "1: [config] L5_DSTMAC" + why);
+    EXPECT_EQ(RefusalWith("L1_SRCPORT = 31001\n", ""), "1: [config] L1_SRCPORT" + why);
+    EXPECT_EQ(Refusal("[config]\nL1_SRCPORT = 31001\n"), "1: [config] L1_DSTMAC" + why);
 }
 
 TEST_F(FeedFile, AMisspelledKeyOfAFeedIsNamed) {
     EXPECT_EQ(RefusalWith("L5_DSTMAC", "L5_DESTMAC"),
-              "[config] L5_DESTMAC: there is no such address of a feed");
+              "3: [config] l5_destmac: there is no such address of a feed");
     EXPECT_EQ(Refusal("[config]\nl1_port = 5\n"),
-              "[config] L1_PORT: there is no such address of a feed");
+              "2: [config] l1_port: there is no such address of a feed");
 }
 
 TEST_F(FeedFile, WithoutAnyFeedItIsRefused) {
-    EXPECT_EQ(Refusal(""), "there is no section [config]");
-    EXPECT_EQ(RefusalWith("[config]", "[feeds]"), "there is no section [config]");
-    EXPECT_EQ(Refusal("[config]\ndevice = xilinx0:0\n"), "[config] names no feed");
-    EXPECT_EQ(Refusal("[config]\n"), "[config] names no feed");
+    EXPECT_EQ(Refusal(""), " there is no section [config]");
+    EXPECT_EQ(RefusalWith("[config]", "[feeds]"), " there is no section [config]");
+    EXPECT_EQ(Refusal("[config]\ndevice = xilinx0:0\n"), "1: [config] names no feed");
+    EXPECT_EQ(Refusal("[config]\n"), "1: [config] names no feed");
 }
 
 TEST_F(FeedFile, WhatIsNoIniFileIsRefused) {
-    EXPECT_EQ(Refusal("[config]\nthis is no line of it\n"), "not an INI file");
-    EXPECT_EQ(RefusalWith("239.1.1.5", std::string(5000, '1')), "not an INI file");
+    EXPECT_EQ(Refusal("[config]\nthis is no line of it\n"),
+              "2: syntax error: this is no line of it");
+    EXPECT_EQ(RefusalWith("239.1.1.5", std::string(5000, '1')).substr(0, 23),
+              "4: the line is too long");
 }
 
 TEST_F(FeedFile, AFileThatCannotBeReadIsNamedWithTheReason) {

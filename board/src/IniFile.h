@@ -1,0 +1,39 @@
+#pragma once
+
+#include <iniparser.h>
+
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace ZceBoard {
+
+// An INI file, and in which line what stands. Names of sections and keys are in lower case.
+class CIniFile {
+  public:
+    // False: `error` names the file, the line where there is one, and the reason. A key that is
+    // there twice is refused. One file at a time in a process: the parser's complaints go through
+    // a place that all share.
+    bool Load(const std::string& path, std::string& error);
+
+    const std::string& Path() const { return m_path; }
+    std::vector<std::string> Sections() const;
+    std::vector<std::string> Keys(const std::string& section) const;
+    bool HasSection(const std::string& section) const { return m_lines.count(section) != 0; }
+    // Null if it is not there.
+    const char* Get(const std::string& section, const std::string& key) const;
+    // For messages: "day.ini:12: [clock] start", the line being the section's if it has no such
+    // key.
+    std::string Where(const std::string& section, const std::string& key = {}) const;
+
+  private:
+    bool FindLines(std::string& error);
+
+    std::string m_path;
+    std::unique_ptr<dictionary, decltype(&iniparser_freedict)> m_ini{nullptr, iniparser_freedict};
+    std::map<std::string, int> m_lines;  // "section" and "section:key"
+};
+
+}  // namespace ZceBoard
