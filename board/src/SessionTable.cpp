@@ -1,28 +1,51 @@
 #include "SessionTable.h"
 
+#include <algorithm>
+#include <cstddef>
+
 namespace ZceBoard {
 
 namespace {
-
-struct Window {
-    uint32_t first;  // hhmmss, inclusive
-    uint32_t end;    // exclusive
-    Phase phase;
-};
-
-constexpr Window DAY[] = {
-    {83000, 90000, Phase::Auction},   {90000, 101500, Phase::Trading},
-    {101500, 103000, Phase::Break},   {103000, 113000, Phase::Trading},
-    {113000, 133000, Phase::Break},   {133000, 150000, Phase::Trading},
-    {203000, 210000, Phase::Auction}, {210000, 233000, Phase::Trading},
-};
 
 constexpr const char* NAMES[] = {"closed", "auction", "trading", "break"};
 
 }  // namespace
 
-Phase PhaseAt(uint32_t hhmmss) {
-    for (const Window& window : DAY) {
+const char* PhaseName(Phase phase) {
+    return NAMES[static_cast<uint8_t>(phase)];
+}
+
+std::optional<Phase> PhaseOf(std::string_view name) {
+    for (size_t k = 0; k < std::size(NAMES); ++k) {
+        if (name == NAMES[k]) {
+            return static_cast<Phase>(k);
+        }
+    }
+    return std::nullopt;
+}
+
+CSessionTable::CSessionTable()
+    : m_windows{
+          {83000, 90000, Phase::Auction},   {90000, 101500, Phase::Trading},
+          {101500, 103000, Phase::Break},   {103000, 113000, Phase::Trading},
+          {113000, 133000, Phase::Break},   {133000, 150000, Phase::Trading},
+          {203000, 210000, Phase::Auction}, {210000, 233000, Phase::Trading},
+      } {}
+
+bool CSessionTable::Add(uint32_t first, uint32_t end, Phase phase) {
+    const bool meets =
+        std::any_of(m_windows.begin(), m_windows.end(), [first, end](const Window& window) {
+            return first < window.end && window.first < end;
+        });
+    if (meets || first >= end) {
+        return false;
+    }
+    m_windows.push_back({first, end, phase});
+    return true;
+}
+
+Phase CSessionTable::At(uint32_t hhmmss) const {
+    for (const Window& window : m_windows) {
         if (hhmmss >= window.first && hhmmss < window.end) {
             return window.phase;
         }
@@ -30,8 +53,9 @@ Phase PhaseAt(uint32_t hhmmss) {
     return Phase::Closed;
 }
 
-const char* PhaseName(Phase phase) {
-    return NAMES[static_cast<uint8_t>(phase)];
+Phase PhaseAt(uint32_t hhmmss) {
+    static const CSessionTable usual;
+    return usual.At(hhmmss);
 }
 
 }  // namespace ZceBoard
