@@ -86,7 +86,6 @@ struct alignas(PAGE) ShmHeader {
 
 // One kind of fault, as Faults.h tells of it. Counts are since it was switched on.
 struct FaultWords {
-    std::atomic<uint32_t> on;      // 1: the fault is there
     std::atomic<uint32_t> every;   // strikes at each n-th occasion; 0 counts as 1
     std::atomic<uint32_t> target;  // the register, channel or entry that it is for, or FAULT_ANY
     std::atomic<uint32_t> value;   // what a fault of this kind does with it
@@ -99,7 +98,7 @@ constexpr uint32_t FAULT_ANY = 0xFFFFFFFF;
 constexpr size_t FAULT_KINDS = 15;
 
 struct alignas(PAGE) FaultBlock {
-    std::atomic<uint32_t> any;  // how many kinds are on: nobody looks further while it is 0
+    std::atomic<uint32_t> on;  // bit k: kind k is on; nobody looks further while it is 0
     alignas(CACHE_LINE) std::array<FaultWords, FAULT_KINDS> kinds;
 };
 
