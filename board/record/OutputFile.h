@@ -1,0 +1,27 @@
+#pragma once
+
+#include <string>
+
+namespace ZceRecord {
+
+// A file that one process at a time records to.
+class COutputFile {
+  public:
+    COutputFile() = default;
+    ~COutputFile() { Close(); }
+    COutputFile(const COutputFile&) = delete;
+    COutputFile& operator=(const COutputFile&) = delete;
+
+    // Makes or empties the file, unless another process is recording to it. False with the reason.
+    bool Open(const std::string& path, std::string& error);
+    bool IsOpen() const { return m_fd >= 0; }
+    // All of it; false with the reason.
+    bool Write(const char* data, size_t size, std::string& error) const;
+    // Also right in a forked child: the parent keeps the file and its lock.
+    void Close();
+
+  private:
+    int m_fd = -1;
+};
+
+}  // namespace ZceRecord

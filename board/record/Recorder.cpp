@@ -1,0 +1,161 @@
+#include "Recorder.h"
+
+#include <poll.h>
+#include <pthread.h>
+#include <signal.h>  // NOLINT(modernize-deprecated-headers): pthread_sigmask()
+
+#include <exception>
+#include <string>
+#include <thread>
+
+namespace ZceRecord {
+
+namespace {
+
+constexpr int PASS_PAUSE_MS = 2;
+
+// No signal reaches the thread that has one of these, nor the threads that it starts.
+class CSignalsBlocked {
+  public:
+    CSignalsBlocked() {
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, &m_before);
+    }
+    ~CSignalsBlocked() { pthread_sigmask(SIG_SETMASK, &m_before, nullptr); }
+    CSignalsBlocked(const CSignalsBlocked&) = delete;
+    CSignalsBlocked& operator=(const CSignalsBlocked&) = delete;
+
+  private:
+    sigset_t m_before{};
+};
+
+}  // namespace
+
+bool CRecorder::StartThread() {
+    if (m_hasThread) {
+        return true;
+    }
+    try {
+        const CSignalsBlocked blocked;
+        std::thread(&CRecorder::Work, this).detach();
+        m_hasThread = true;
+    } catch (const std::exception& reason) {
+        Say(std::string("no thread to write with: ") + reason.what() + ": nothing is recorded");
+    }
+    return m_hasThread;
+}
+
+void CRecorder::Work() {
+    pthread_setname_np(pthread_self(), "zce-record");
+    for (;;) {
+        {
+            const std::lock_guard guard(m_passMutex);
+            if (m_finished) {
+                return;
+            }
+            PassBoth(false);
+        }
+        poll(nullptr, 0, PASS_PAUSE_MS);
+    }
+}
+
+void CRecorder::PassBoth(bool last) {
+    if (m_messagesState == State::Yes) {
+        m_messages.Pass(last);
+    }
+    if (m_registersState == State::Yes) {
+        m_registers.Pass(last);
+    }
+}
+
+bool CRecorder::CanRecord() {
+    if (!m_settings.fault.empty() && !m_faultTold) {
+        m_faultTold = true;
+        Say(m_settings.fault);
+    }
+    return m_settings.fault.empty();
+}
+
+bool CRecorder::BeginMessages() {
+    std::string error;
+    if (!CanRecord()) {
+        return false;
+    }
+    if (!m_messages.Open(m_settings.name, m_settings.path, m_settings.bufferBytes, error)) {
+        Say(m_settings.name + ": " + error + ": nothing is recorded");
+        return false;
+    }
+    return StartThread();
+}
+
+bool CRecorder::BeginRegisters() {
+    std::string error;
+    if (!CanRecord()) {
+        return false;
+    }
+    const std::string name = m_settings.name + ".registers";
+    if (!m_registers.Open(name, m_settings.path + ".registers", error)) {
+        Say(name + ": " + error + ": no register accesses are recorded");
+        return false;
+    }
+    return StartThread();
+}
+
+CMessageQueue* CRecorder::StreamOpened(uint16_t bus, uint16_t channel) {
+    if (m_abandoned) {
+        return nullptr;
+    }
+    const std::lock_guard guard(m_startMutex);
+    if (m_messagesState == State::No) {
+        m_messagesState = BeginMessages() ? State::Yes : State::Never;
+    }
+    return m_messagesState == State::Yes ? m_messages.Opened(bus, channel) : nullptr;
+}
+
+bool CRecorder::WantsRegisters() {
+    if (!m_settings.registers || m_abandoned) {
+        return false;
+    }
+    const State state = m_registersState.load(std::memory_order_acquire);
+    if (state != State::No) {
+        return state == State::Yes;
+    }
+    const std::lock_guard guard(m_startMutex);
+    if (m_registersState == State::No) {
+        m_registersState = BeginRegisters() ? State::Yes : State::Never;
+    }
+    return m_registersState == State::Yes;
+}
+
+void CRecorder::Finish() {
+    if (m_abandoned) {
+        return;
+    }
+    const CSignalsBlocked blocked;
+    const std::lock_guard guard(m_passMutex);
+    if (m_finished) {
+        return;
+    }
+    m_finished = true;
+    PassBoth(true);
+    if (m_messagesState == State::Yes && !m_messages.Summary().empty()) {
+        Say(m_messages.Summary());
+    }
+    if (m_registersState == State::Yes && !m_registers.Summary().empty()) {
+        Say(m_registers.Summary());
+    }
+    m_messagesState = State::Never;
+    m_registersState = State::Never;
+}
+
+void CRecorder::AfterFork(bool child) {
+    if (child && m_hasThread) {
+        m_abandoned = true;
+        m_messages.Abandon();
+        m_registers.Abandon();
+    }
+    m_startMutex.unlock();
+}
+
+}  // namespace ZceRecord

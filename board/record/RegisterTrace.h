@@ -1,0 +1,64 @@
+#pragma once
+
+#include <cstdint>
+#include <ctime>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "OutputFile.h"
+
+namespace ZceRecord {
+
+// One register access of the application.
+struct RegisterAccess {
+    int64_t timeNs = 0;  // CLOCK_REALTIME before the call
+    uint64_t byteOffset = 0;
+    uint64_t value = 0;
+    int error = 0;  // errno of a failed call
+    uint8_t bitOffset = 0;
+    uint8_t width = 0;
+    bool described = false;  // the call had a register description
+    bool write = false;
+    bool failed = false;
+};
+
+// Writes the accesses as lines of text:
+//
+//     2026-11-20 08:55:04.123456789 read 0x104 0x153210
+//     2026-11-20 08:55:04.123456912 write 0x302[0:16] 0x1a2b
+//     2026-11-20 08:55:04.123457000 write 0x90000 0x1 failed: Invalid argument (22)
+//
+// The time is local. The brackets, first bit in the 32-bit register and width, are left out for a
+// whole register. A failed read has no value. Add may be called by any thread and only keeps the
+// access; Open, Pass and Summary by one at a time.
+class CRegisterTrace {
+  public:
+    bool Open(const std::string& name, const std::string& path, std::string& error);
+    void Add(const RegisterAccess& access);
+    void Pass(bool last);
+    // The line that tells what was recorded; empty after a failure, which was told then.
+    std::string Summary() const;
+    void Abandon() { m_file.Close(); }
+
+  private:
+    void Format(const RegisterAccess& access);
+    void Flush();
+
+    std::string m_name;
+    std::mutex m_mutex;  // the two below
+    std::vector<RegisterAccess> m_accesses;
+    uint64_t m_lost = 0;
+
+    COutputFile m_file;
+    std::vector<RegisterAccess> m_taken;
+    std::string m_text;
+    time_t m_second = -1;  // whose date and time of day m_date holds
+    std::string m_date;
+    uint64_t m_passes = 0;
+    uint64_t m_recorded = 0;
+    uint64_t m_totalLost = 0;
+    bool m_failed = false;
+};
+
+}  // namespace ZceRecord
