@@ -1,5 +1,7 @@
 #include "Board.h"
 
+#include <algorithm>
+#include <cstring>
 #include <utility>
 
 namespace ZceBoard {
@@ -38,15 +40,44 @@ void CBoard::SetTime(const BoardTime& time) {
     m_registers.Poke(REG_TIME_B, time.hhmmss);
 }
 
+bool CBoard::TryLock() {
+    for (int tries = 0; tries < LOCK_TRIES; ++tries) {
+        if (m_lock.TryLock()) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool CBoard::HearDecoded(uint32_t channel, const unsigned char* message, uint32_t size) {
+    CChannelSender& sender = m_channels[channel];
+    if (sender.IsOpen() && !sender.SendWhole(message, size)) {
+        return false;
+    }
+    uint32_t type = 0;
+    memcpy(&type, message, std::min<size_t>(size, sizeof(type)));
+    if (type - ZCE_BOARD_TYPE_L1_SINGLE < COUNTERS_PER_GROUP) {
+        ++m_parsed[type - ZCE_BOARD_TYPE_L1_SINGLE];
+    }
+    return true;
+}
+
+void CBoard::Learn(const std::vector<Instrument>& instruments) {
+    if (IsHeldInReset() || !TryLock()) {
+        return;
+    }
+    for (const Instrument& instrument : instruments) {
+        m_registers.StoreName(instrument.table, instrument.index, instrument.name);
+    }
+    m_lock.Unlock();
+}
+
 bool CBoard::HearMapPacket(const MapPacket& packet, const std::vector<Instrument>& instruments) {
     if (IsHeldInReset()) {
         return true;  // missed, like everything else then
     }
-    int tries = LOCK_TRIES;
-    while (!m_lock.TryLock()) {
-        if (--tries == 0) {
-            return false;
-        }
+    if (!TryLock()) {
+        return false;
     }
     for (size_t k = packet.first; k < packet.first + packet.count; ++k) {
         const Instrument& instrument = instruments[k];

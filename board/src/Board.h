@@ -40,6 +40,12 @@ class CBoard {
     // A tick of the exchange: parsed if its feed arrives and is switched on, sent to the subscribed
     // channels.
     void HearTick(const CExchange& exchange, const Tick& tick, const BoardTime& time, Phase phase);
+    // A whole message that the board is said to have decoded, for one channel, whatever is
+    // subscribed. False while the channel's ring is full; what nobody is there to receive is gone.
+    bool HearDecoded(uint32_t channel, const unsigned char* message, uint32_t size);
+    // Learns these instruments, if some process does not have the core lock just now and the board
+    // is not held in reset.
+    void Learn(const std::vector<Instrument>& instruments);
     // Moves the parse counters by what was parsed since the last call; `open` says whether the
     // exchange is at work at this hour, else they stand still.
     void PublishCounters(bool open);
@@ -66,6 +72,7 @@ class CBoard {
     BoardShm& Shm() { return m_shm; }
 
   private:
+    bool TryLock();
     static std::array<CChannelSender, CHANNELS> MakeSenders(BoardShm& shm);
 
     CBoardMemory& m_memory;

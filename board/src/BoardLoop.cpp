@@ -51,6 +51,7 @@ void CBoardLoop::Pass(const HostTime& now) {
     if (!m_bPaused) {
         m_traffic.Play(m_board);
     }
+    m_clockFile.Tell(m_traffic.Time(), now);
     m_board.DrainRequests();
     if (now.realNs >= m_nextHolderCheckNs) {
         m_board.FreeDeadHolders();
@@ -161,7 +162,7 @@ std::string CBoardLoop::StatusLine() const {
 }
 
 std::string CBoardLoop::LastLines() const {
-    std::string lines;
+    std::string lines = m_traffic.LastWords();
     ChannelCounts all;
     for (CChannelSender& channel : m_board.Channels()) {
         if (!channel.WasEverOpen()) {
@@ -185,21 +186,21 @@ std::string CBoardLoop::LastLines() const {
                        m_board.Requests(), m_board.Resets());
 }
 
-void RunBoards(std::vector<CBoardLoop>& loops, const volatile std::sig_atomic_t& stop) {
-    for (const CBoardLoop& loop : loops) {
-        Print(loop.ReadyLine());
+void RunBoards(std::vector<CBoardLoop*>& loops, const volatile std::sig_atomic_t& stop) {
+    for (const CBoardLoop* loop : loops) {
+        Print(loop->ReadyLine());
     }
-    const auto isOver = [](const CBoardLoop& loop) { return loop.IsOver(); };
-    const auto hasBacklog = [](const CBoardLoop& loop) { return loop.HasBacklog(); };
+    const auto isOver = [](const CBoardLoop* loop) { return loop->IsOver(); };
+    const auto hasBacklog = [](const CBoardLoop* loop) { return loop->HasBacklog(); };
     int64_t nextStatusNs = RealNs() + STATUS_NS;
     while (stop == 0 && !std::all_of(loops.begin(), loops.end(), isOver)) {
         const HostTime now = ReadHostTime();
-        for (CBoardLoop& loop : loops) {
-            loop.Pass(now);
+        for (CBoardLoop* loop : loops) {
+            loop->Pass(now);
         }
         if (now.realNs >= nextStatusNs) {
-            for (const CBoardLoop& loop : loops) {
-                Print(loop.StatusLine() + "\n");
+            for (const CBoardLoop* loop : loops) {
+                Print(loop->StatusLine() + "\n");
             }
             nextStatusNs = now.realNs + STATUS_NS;
         }
@@ -207,8 +208,8 @@ void RunBoards(std::vector<CBoardLoop>& loops, const volatile std::sig_atomic_t&
             RealSleep(PASS_NS);
         }
     }
-    for (const CBoardLoop& loop : loops) {
-        Print(loop.LastLines());
+    for (const CBoardLoop* loop : loops) {
+        Print(loop->LastLines());
     }
 }
 

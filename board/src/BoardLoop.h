@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "Board.h"
+#include "ClockFile.h"
 #include "Traffic.h"
 
 namespace ZceBoard {
@@ -14,9 +15,9 @@ namespace ZceBoard {
 // in bounded batches, and what happened is told in the board's memory. One thread.
 class CBoardLoop {
   public:
-    // Board and traffic outlive this object.
-    CBoardLoop(CBoard& board, CTraffic& traffic, uint32_t bus)
-        : m_board(board), m_traffic(traffic), m_bus(bus) {}
+    // Board and traffic outlive this object. `clockFile` is that of CClockFile.
+    CBoardLoop(CBoard& board, CTraffic& traffic, uint32_t bus, const std::string& clockFile = {})
+        : m_board(board), m_traffic(traffic), m_bus(bus), m_clockFile(clockFile) {}
 
     // One round of everything that is due. `now.realNs` does not go back. Prints to standard output
     // the counts of each opening of a stream that has ended.
@@ -40,12 +41,13 @@ class CBoardLoop {
     CBoard& m_board;
     CTraffic& m_traffic;
     uint32_t m_bus;
+    CClockFile m_clockFile;
     int64_t m_nextHolderCheckNs = 0;
     bool m_bPaused = false;
 };
 
 // Keeps boards going in real time, once a millisecond each and sleeping in between, until `stop` is
 // set or all traffic is over. Prints a status line for each every second, and the last lines.
-void RunBoards(std::vector<CBoardLoop>& loops, const volatile std::sig_atomic_t& stop);
+void RunBoards(std::vector<CBoardLoop*>& loops, const volatile std::sig_atomic_t& stop);
 
 }  // namespace ZceBoard

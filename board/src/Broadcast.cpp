@@ -8,19 +8,10 @@ namespace ZceBoard {
 
 namespace {
 
-// The packet keeps the head of an Ethernet frame: where the addresses would be are the message's
-// type, its channel (0) and the length of what follows, little-endian; then, big-endian, the length
-// of the records.
-constexpr size_t LENGTH_OFFSET = 12;
-constexpr size_t RECORDS_OFFSET = 14;
 constexpr size_t BODY_LEN_OFFSET = 6;
 
-// A record: its length; in a packet's first record 4 bytes more; attribute; index; name.
-constexpr size_t RECORD_HEAD = 5;
-constexpr size_t FIRST_RECORD_EXTRA = 4;
-
 size_t RecordLength(const Instrument& instrument, bool first) {
-    return RECORD_HEAD + (first ? FIRST_RECORD_EXTRA : 0) + instrument.name.size();
+    return MAP_RECORD_HEAD + (first ? MAP_FIRST_RECORD_EXTRA : 0) + instrument.name.size();
 }
 
 void AppendBig16(std::vector<unsigned char>& bytes, size_t value) {
@@ -31,7 +22,7 @@ void AppendBig16(std::vector<unsigned char>& bytes, size_t value) {
 void AppendRecord(std::vector<unsigned char>& bytes, const Instrument& instrument, bool first) {
     AppendBig16(bytes, RecordLength(instrument, first));
     if (first) {
-        bytes.insert(bytes.end(), FIRST_RECORD_EXTRA, 0);
+        bytes.insert(bytes.end(), MAP_FIRST_RECORD_EXTRA, 0);
     }
     bytes.push_back(static_cast<unsigned char>(instrument.kind));
     AppendBig16(bytes, instrument.index);
@@ -42,7 +33,7 @@ void AppendRecord(std::vector<unsigned char>& bytes, const Instrument& instrumen
 MapPacket PacketFrom(const std::vector<Instrument>& instruments, size_t first) {
     MapPacket packet{{}, first, 0};
     std::vector<unsigned char>& bytes = packet.bytes;
-    bytes.assign(RECORDS_OFFSET, 0);
+    bytes.assign(MAP_RECORDS_OFFSET, 0);
     bytes[0] = ZCE_BOARD_TYPE_INST_MAP;
     while (first + packet.count < instruments.size() && packet.count < CBroadcast::MAX_RECORDS) {
         const Instrument& instrument = instruments[first + packet.count];
@@ -53,9 +44,9 @@ MapPacket PacketFrom(const std::vector<Instrument>& instruments, size_t first) {
         AppendRecord(bytes, instrument, isFirst);
         ++packet.count;
     }
-    const size_t records = bytes.size() - RECORDS_OFFSET;
-    bytes[LENGTH_OFFSET] = static_cast<unsigned char>(records >> 8);
-    bytes[LENGTH_OFFSET + 1] = static_cast<unsigned char>(records & 0xFF);
+    const size_t records = bytes.size() - MAP_RECORDS_OFFSET;
+    bytes[MAP_LENGTH_OFFSET] = static_cast<unsigned char>(records >> 8);
+    bytes[MAP_LENGTH_OFFSET + 1] = static_cast<unsigned char>(records & 0xFF);
     const size_t body = bytes.size() - ZCE_BOARD_HEAD_SIZE;
     bytes[BODY_LEN_OFFSET] = static_cast<unsigned char>(body & 0xFF);
     bytes[BODY_LEN_OFFSET + 1] = static_cast<unsigned char>(body >> 8);

@@ -1,13 +1,25 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <span>
+#include <string>
 #include <vector>
 
 #include "Instruments.h"
 #include "SessionTable.h"
 
 namespace ZceBoard {
+
+// The packet keeps the head of an Ethernet frame: where the addresses would be are the message's
+// type, its channel (0) and the length of what follows, little-endian; then, big-endian, the length
+// of the records. A record: its length; in a packet's first record 4 bytes more; attribute; index;
+// name.
+constexpr size_t MAP_LENGTH_OFFSET = 12;
+constexpr size_t MAP_RECORDS_OFFSET = 14;
+constexpr size_t MAP_RECORD_HEAD = 5;
+constexpr size_t MAP_FIRST_RECORD_EXTRA = 4;
 
 // One packet of the instrument broadcast, as it goes to the host, and which instruments of the list
 // it tells.
@@ -16,6 +28,31 @@ struct MapPacket {
     size_t first;
     size_t count;
 };
+
+// The instruments that a map packet of the host's form tells: tell(index, name) for each. Stops at
+// the first record that does not lie in the packet.
+template <class Tell>
+void ReadMapPacket(std::span<const unsigned char> packet, Tell&& tell) {
+    const auto big16 = [&packet](size_t offset) {
+        return static_cast<uint16_t>(packet[offset] << 8 | packet[offset + 1]);
+    };
+    if (packet.size() < MAP_RECORDS_OFFSET) {
+        return;
+    }
+    const size_t end =
+        std::min<size_t>(packet.size(), MAP_RECORDS_OFFSET + big16(MAP_LENGTH_OFFSET));
+    size_t head = MAP_RECORD_HEAD + MAP_FIRST_RECORD_EXTRA;
+    for (size_t at = MAP_RECORDS_OFFSET; at + head < end;) {
+        const size_t length = big16(at);
+        if (length <= head || at + length > end) {
+            return;
+        }
+        const auto* const name = packet.data() + at + head;
+        tell(big16(at + head - sizeof(uint16_t)), std::string(name, name + length - head));
+        at += length;
+        head = MAP_RECORD_HEAD;
+    }
+}
 
 // How long one round of the whole list takes, in ns of board time.
 struct BroadcastPace {

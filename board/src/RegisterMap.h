@@ -56,6 +56,8 @@ constexpr uint32_t TABLE_MASK_WORD = 0;
 constexpr uint32_t TABLE_NAME_WORDS = 4;  // words 4, 3, 2, 1 hold the name, in this order
 constexpr size_t NAME_SIZE = 16;
 
+constexpr uint32_t MAX_BUSES = 10;  // bus indices 0 to 9
+
 constexpr uint32_t ROOT_CORE_ID = 1;
 constexpr uint32_t REGISTER_CORE_ID = 474;
 

@@ -3,10 +3,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <filesystem>
-#include <functional>
 #include <map>
 #include <string_view>
 
@@ -19,7 +17,7 @@ namespace ZceBoard {
 
 namespace {
 
-constexpr uint32_t MAX_BUS = 9;
+constexpr uint32_t MAX_BUS = MAX_BUSES - 1;
 constexpr uint64_t MAX_RATE = 10'000'000;
 constexpr double MIN_SPEED = 0.001;
 constexpr double MAX_SPEED = 1000;
@@ -56,7 +54,8 @@ class CScenarioReader {
     bool ReadFaults();
     bool ReadFault(const std::string& section);
     Refusal AddWindows(std::string_view list, Phase phase);
-    Refusal FaultMoment(std::string_view text, int64_t& ns) const;
+    bool ReadSkips();
+    Refusal MomentOf(std::string_view text, int64_t& ns) const;
 
     bool Fail(const std::string& section, const std::string& key, std::string_view value,
               const std::string& why) {
@@ -64,10 +63,10 @@ class CScenarioReader {
         return false;
     }
     bool Missing(const std::string& section, const std::string& key) {
-        m_error = fmt::format("{}: {} is missing", m_ini.HasSection(section)
-                                                       ? m_ini.Where(section)
-                                                       : m_ini.Path() + ": [" + section + "]",
-                              key);
+        m_error = fmt::format(
+            "{}: {} is missing",
+            m_ini.HasSection(section) ? m_ini.Where(section) : m_ini.Path() + ": [" + section + "]",
+            key);
         return false;
     }
     // Gives the key's value, if it is there, to `take`.
@@ -105,8 +104,9 @@ class CScenarioReader {
     }
     std::string Beside(std::string_view name) const {
         const std::filesystem::path path(name);
-        return path.is_absolute() ? path.string()
-                                  : (std::filesystem::path(m_ini.Path()).parent_path() / path).string();
+        return path.is_absolute()
+                   ? path.string()
+                   : (std::filesystem::path(m_ini.Path()).parent_path() / path).string();
     }
 
     const CIniFile& m_ini;
@@ -119,7 +119,7 @@ const std::map<std::string, std::vector<std::string_view>, std::less<>>& KnownKe
     static const std::map<std::string, std::vector<std::string_view>, std::less<>> known = {
         {"board", {"bus"}},
         {"exchange", {"products", "instruments", "seed"}},
-        {"clock", {"date", "start", "end", "speed", "file"}},
+        {"clock", {"date", "start", "end", "speed", "skip", "file"}},
         {"day", {"auction", "trading", "break"}},
         {"broadcast", {"auction_cycle", "trading_cycle"}},
         {"level1", {"rate", "burst", "burst_every", "phases"}},
@@ -179,8 +179,8 @@ bool CScenarioReader::ReadInstruments() {
     const char* products = m_ini.Get("exchange", "products");
     const char* file = m_ini.Get("exchange", "instruments");
     if ((products == nullptr) == (file == nullptr)) {
-        m_error = fmt::format("{}: [exchange]: one of products and instruments is needed",
-                              m_ini.Path());
+        m_error =
+            fmt::format("{}: [exchange]: one of products and instruments is needed", m_ini.Path());
         return false;
     }
     if (products != nullptr) {
@@ -198,19 +198,18 @@ bool CScenarioReader::ReadClock() {
     std::optional<uint32_t> start;
     std::optional<uint32_t> end;
     double speed = 1;
-    const bool good =
-        With("clock", "date",
-             [this](std::string_view text) -> Refusal {
-                 const auto date = ParseDate(text);
-                 m_scenario.date = date.value_or(0);
-                 return date ? "" : "a date yyyymmdd is needed";
-             }) &&
-        TakeTime("clock", "start", start) && TakeTime("clock", "end", end) &&
-        TakeDecimal("clock", "speed", MIN_SPEED, MAX_SPEED, speed) &&
-        With("clock", "file", [this](std::string_view text) -> Refusal {
-            m_scenario.clockFile = text.empty() ? "" : Beside(text);
-            return text.empty() ? "a file's name is needed" : "";
-        });
+    const bool good = With("clock", "date",
+                           [this](std::string_view text) -> Refusal {
+                               const auto date = ParseDate(text);
+                               m_scenario.date = date.value_or(0);
+                               return date ? "" : "a date yyyymmdd is needed";
+                           }) &&
+                      TakeTime("clock", "start", start) && TakeTime("clock", "end", end) &&
+                      TakeDecimal("clock", "speed", MIN_SPEED, MAX_SPEED, speed) &&
+                      With("clock", "file", [this](std::string_view text) -> Refusal {
+                          m_scenario.clockFile = text;
+                          return text.empty() ? "a file's name is needed" : "";
+                      });
     if (!good) {
         return false;
     }
@@ -223,15 +222,38 @@ bool CScenarioReader::ReadClock() {
         const int64_t length = DayNsOf(*end) - DayNsOf(*start);
         m_scenario.lengthNs = length > 0 ? length : length + NS_PER_DAY;
     }
-    return true;
+    return ReadSkips();
+}
+
+bool CScenarioReader::ReadSkips() {
+    return With("clock", "skip", [this](std::string_view text) -> Refusal {
+        for (const std::string_view item : SplitList(text)) {
+            const size_t dash = item.find('-');
+            if (dash == std::string_view::npos) {
+                return fmt::format("\"{}\" is no span of times hh:mm:ss-hh:mm:ss", item);
+            }
+            Span span{};
+            Refusal why = MomentOf(item.substr(0, dash), span.fromNs);
+            why = why.empty() ? MomentOf(item.substr(dash + 1), span.toNs) : why;
+            if (why.empty() && span.fromNs >= span.toNs) {
+                why = fmt::format("{} is empty", item);
+            }
+            if (!why.empty()) {
+                return why;
+            }
+            m_scenario.skips.push_back(span);
+        }
+        return "";
+    });
 }
 
 Refusal CScenarioReader::AddWindows(std::string_view list, Phase phase) {
     for (const std::string_view item : SplitList(list)) {
         const size_t dash = item.find('-');
         const auto first = ParseTimeOfDay(item.substr(0, dash));
-        const auto end =
-            dash == std::string_view::npos ? std::nullopt : ParseTimeOfDay(item.substr(dash + 1), true);
+        const auto end = dash == std::string_view::npos
+                             ? std::nullopt
+                             : ParseTimeOfDay(item.substr(dash + 1), true);
         if (!first || !end) {
             return fmt::format("\"{}\" is no span of times hh:mm:ss-hh:mm:ss", item);
         }
@@ -248,9 +270,8 @@ bool CScenarioReader::ReadDay() {
     }
     m_scenario.day.Clear();
     for (const Phase phase : {Phase::Auction, Phase::Trading, Phase::Break}) {
-        if (!With("day", PhaseName(phase), [this, phase](std::string_view text) {
-                return AddWindows(text, phase);
-            })) {
+        if (!With("day", PhaseName(phase),
+                  [this, phase](std::string_view text) { return AddWindows(text, phase); })) {
             return false;
         }
     }
@@ -301,7 +322,7 @@ bool CScenarioReader::ReadFeeds() {
 }
 
 // "start", or a time of day, which is the first one after the start.
-Refusal CScenarioReader::FaultMoment(std::string_view text, int64_t& ns) const {
+Refusal CScenarioReader::MomentOf(std::string_view text, int64_t& ns) const {
     if (text == "start") {
         ns = 0;
         return "";
@@ -329,10 +350,10 @@ bool CScenarioReader::ReadFault(const std::string& section) {
     }
     const bool good =
         With(section, "at",
-             [this, &plan](std::string_view text) { return FaultMoment(text, plan.atNs); }) &&
+             [this, &plan](std::string_view text) { return MomentOf(text, plan.atNs); }) &&
         With(section, "until", [this, &plan](std::string_view text) -> Refusal {
             int64_t ns = 0;
-            const Refusal why = FaultMoment(text, ns);
+            const Refusal why = MomentOf(text, ns);
             plan.untilNs = ns;
             return why.empty() && ns <= plan.atNs ? "this is not after the fault's beginning" : why;
         });

@@ -34,7 +34,6 @@ CScenarioTraffic::CScenarioTraffic(const Scenario& scenario, uint32_t today)
     : m_scenario(scenario),
       m_broadcast(scenario.instruments.All(), scenario.pace),
       m_exchange(scenario.instruments.All(), scenario.seed),
-      m_clockFile(scenario.clockFile),
       m_startNs(DayNsOf(scenario.start)),
       m_startDay(DaysOf(scenario.date != 0 ? scenario.date : today)) {}
 
@@ -58,7 +57,6 @@ void CScenarioTraffic::Follow(const HostTime& now) {
 void CScenarioTraffic::Hold(const HostTime& now) {
     m_bStarted = true;
     m_lastRealNs = now.realNs;
-    m_clockFile.Tell(Time(), now);
 }
 
 void CScenarioTraffic::Step(int64_t ns) {
@@ -90,6 +88,7 @@ void CScenarioTraffic::Play(CBoard& board) {
 
 void CScenarioTraffic::BeginSlice(CBoard& board) {
     m_playedNs = NextSliceNs();
+    Skip();
     ++m_slices;
     m_bInSlice = true;
     const BoardTime time = Time();
@@ -99,6 +98,15 @@ void CScenarioTraffic::BeginSlice(CBoard& board) {
     m_slice = {m_broadcast.Due(phase, time.wallNs),
                {TicksOf(m_scenario.levels[0], phase), TicksOf(m_scenario.levels[1], phase)},
                0};
+}
+
+void CScenarioTraffic::Skip() {
+    for (const Span& span : m_scenario.skips) {
+        if (m_playedNs >= span.fromNs && m_playedNs < span.toNs) {
+            m_targetNs += span.toNs - m_playedNs;
+            m_playedNs = span.toNs;
+        }
+    }
 }
 
 // False if the slice goes on in the next pass.

@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <string>
 
-#include "ClockFile.h"
 #include "Exchange.h"
 #include "Scenario.h"
 #include "Traffic.h"
@@ -35,7 +34,9 @@ class CScenarioTraffic : public CTraffic {
     int64_t SpeedMilli() const override { return m_scenario.speedMilli; }
     std::string Describe() const override;
     std::string Status() const override;
-    size_t Instruments(uint32_t table) const override { return m_scenario.instruments.Count(table); }
+    size_t Instruments(uint32_t table) const override {
+        return m_scenario.instruments.Count(table);
+    }
 
   private:
     // A slice that is under way: what is still to be done in it.
@@ -49,6 +50,7 @@ class CScenarioTraffic : public CTraffic {
     BoardTime TimeAt(int64_t sinceStartNs) const;
     void BeginSlice(CBoard& board);
     bool FinishSlice(CBoard& board);
+    void Skip();
     void SwitchFaults(CBoard& board);
     uint64_t TicksOf(const LevelPlan& level, Phase phase) const;
     void HearTicks(CBoard& board, BoardTime time);
@@ -56,13 +58,12 @@ class CScenarioTraffic : public CTraffic {
     const Scenario& m_scenario;
     CBroadcast m_broadcast;
     CExchange m_exchange;
-    CClockFile m_clockFile;
-    int64_t m_startNs;         // of the day
-    int64_t m_startDay;        // days since 1970
-    int64_t m_playedNs = 0;    // board time since the start; moved by advances
-    int64_t m_targetNs = 0;    // what it should be by now
-    int64_t m_faultsNs = -1;   // faults are switched up to here
-    uint64_t m_slices = 0;     // played
+    int64_t m_startNs;           // of the day
+    int64_t m_startDay;          // days since 1970
+    int64_t m_playedNs = 0;      // board time since the start; moved by advances
+    int64_t m_targetNs = 0;      // what it should be by now
+    int64_t m_faultsNs = -1;     // faults are switched up to here
+    uint64_t m_slices = 0;       // played
     int64_t m_aheadMilliNs = 0;  // real time x speed that has not become whole ns yet
     int64_t m_lastRealNs = 0;
     bool m_bStarted = false;

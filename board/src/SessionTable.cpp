@@ -33,10 +33,9 @@ CSessionTable::CSessionTable()
       } {}
 
 bool CSessionTable::Add(uint32_t first, uint32_t end, Phase phase) {
-    const bool meets =
-        std::any_of(m_windows.begin(), m_windows.end(), [first, end](const Window& window) {
-            return first < window.end && window.first < end;
-        });
+    const bool meets = std::any_of(
+        m_windows.begin(), m_windows.end(),
+        [first, end](const Window& window) { return first < window.end && window.first < end; });
     if (meets || first >= end) {
         return false;
     }

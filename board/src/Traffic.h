@@ -46,6 +46,8 @@ class CTraffic {
     // front, or empty).
     virtual std::string Describe() const = 0;
     virtual std::string Status() const { return {}; }
+    // Lines in front of the board's last ones.
+    virtual std::string LastWords() const { return {}; }
     // Instruments that the exchange lists in a table.
     virtual size_t Instruments(uint32_t table) const = 0;
 };

@@ -9,7 +9,7 @@ namespace {
 using ZceBoard::Fail;
 using ZceBoard::FailNull;
 
-constexpr uint32_t MAX_BUSES = 10;  // an enumeration without an index looks at buses 0 to 9
+using ZceBoard::MAX_BUSES;  // an enumeration without an index looks at them all
 
 // The accelerators this process has opened. They live as long as the process, and longer than any
 // object of static storage.

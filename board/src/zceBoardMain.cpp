@@ -1,30 +1,28 @@
 #include <CLI/CLI.hpp>
-#include <cerrno>
 #include <csignal>
 #include <cstdio>
-#include <cstring>
 #include <ctime>
 #include <exception>
+#include <memory>
 #include <string>
-#include <vector>
 
-#include "Board.h"
-#include "BoardLoop.h"
-#include "BoardMemory.h"
-#include "Feeds.h"
-#include "Instruments.h"
+#include "BoardOptions.h"
+#include "BoardSet.h"
 #include "LiveTraffic.h"
+#include "ReplayTraffic.h"
+#include "ScenarioTraffic.h"
 
-// zce-board: one software board and the exchange behind it. Exit status: 0 after SIGINT, SIGTERM or
-// SIGHUP, and for --help and --list-instruments; 2 for a usage error and for a board that cannot
-// start, with the reason on standard error.
+// zce-board: a software board, or several, and the exchange behind them. Exit status: 0 after
+// SIGINT, SIGTERM or SIGHUP, at the end of a scenario or a replay, and for --help and
+// --list-instruments; 2 for a usage error and for a board that cannot start, with the reason on
+// standard error.
 
 namespace {
 
+using ZceBoard::CBoardSet;
+using ZceBoard::Options;
+
 constexpr int EXIT_NOT_STARTED = 2;
-constexpr uint32_t MAX_BUS = 9;
-constexpr uint64_t MAX_RATE = 10'000'000;
-constexpr double NS = 1e9;  // of a second
 
 volatile std::sig_atomic_t g_stop = 0;
 
@@ -43,51 +41,9 @@ void InstallSignals() {
     sigaction(SIGPIPE, &action, nullptr);
 }
 
-struct Arguments {
-    uint32_t bus = 0;
-    ZceBoard::LiveOptions options;
-    std::string instruments;
-    std::string products;
-    std::string feeds;
-    const CLI::Option* pFeeds = nullptr;  // whether --feeds was given: its file may be named ""
-    double auctionCycle = 4;
-    double tradingCycle = 60;
-    bool bList = false;
-};
-
-void Describe(CLI::App& app, Arguments& arguments) {
-    auto* source = app.add_option_group("instruments", "which instruments the exchange lists");
-    source->add_option("--instruments", arguments.instruments,
-                       "A file with one instrument's name a line; # begins a comment");
-    source
-        ->add_option("--products", arguments.products,
-                     "all: the full list of the exchange's products")
-        ->check(CLI::IsMember({"all"}));
-    source->require_option(1);
-    app.add_option("--bus", arguments.bus, "Bus index of the board")
-        ->check(CLI::Range(0U, MAX_BUS))
-        ->capture_default_str();
-    app.add_option("--seed", arguments.options.seed,
-                   "Seed of the market: the same seed and list give the same ticks")
-        ->capture_default_str();
-    app.add_option("--rate", arguments.options.rate,
-                   "Ticks a second of real time, over all instruments")
-        ->check(CLI::Range(uint64_t{0}, MAX_RATE))
-        ->capture_default_str();
-    app.add_option("--broadcast-cycle", arguments.auctionCycle,
-                   "Seconds of board time for one round of the instrument broadcast in an auction")
-        ->check(CLI::Range(0.01, 3600.0))
-        ->capture_default_str();
-    app.add_option("--broadcast-cycle-trading", arguments.tradingCycle, "The same in trading time")
-        ->check(CLI::Range(0.01, 3600.0))
-        ->capture_default_str();
-    arguments.pFeeds = app.add_option(
-        "--feeds", arguments.feeds,
-        "An INI file with the addresses of the feeds L5 and L1, under the keys of a host's "
-        "section [config]: a feed arrives only while the host has programmed the same. "
-        "Without: both arrive, whatever is programmed");
-    app.add_flag("--list-instruments", arguments.bList,
-                 "Print the instruments, one index,type,name a line, and end");
+int NotStarted(const std::string& error) {
+    fprintf(stderr, "zce-board: %s\n", error.c_str());
+    return EXIT_NOT_STARTED;
 }
 
 void PrintInstruments(const ZceBoard::CInstrumentList& list) {
@@ -97,77 +53,90 @@ void PrintInstruments(const ZceBoard::CInstrumentList& list) {
     }
 }
 
-bool LoadInstruments(const Arguments& arguments, ZceBoard::CInstrumentList& list) {
-    if (!arguments.products.empty()) {
-        list.AddAllProducts();
-        return true;
-    }
-    std::string error;
-    if (!list.ReadFile(arguments.instruments, error)) {
-        fprintf(stderr, "zce-board: %s\n", error.c_str());
-        return false;
-    }
-    return true;
-}
-
-bool LoadFeeds(const Arguments& arguments, ZceBoard::CFeeds& feeds) {
-    std::string error;
-    if (arguments.pFeeds->count() == 0 || feeds.ReadFile(arguments.feeds, error)) {
-        return true;
-    }
-    fprintf(stderr, "zce-board: %s\n", error.c_str());
-    return false;
-}
-
-bool MakeBoard(ZceBoard::CBoardMemory& memory, uint32_t bus) {
-    int32_t pid = 0;
-    const int err = memory.Create(bus, pid);
-    if (err == EBUSY) {
-        fprintf(stderr, "zce-board: bus %u: another zce-board is running on it (process %d)\n", bus,
-                pid);
-    } else if (err == EINVAL) {
-        fprintf(stderr,
-                "zce-board: ZCE_BOARD_SHM_PREFIX cannot be part of a name in shared memory\n");
-    } else if (err != 0) {
-        fprintf(stderr, "zce-board: bus %u: cannot make the shared memory %s: %s\n", bus,
-                ZceBoard::ShmName(bus).c_str(), strerror(err));
-    }
-    return err == 0;
-}
-
-int Main(int argc, char** argv) {
-    Arguments arguments;
-    CLI::App app{"A software board for CZCE market data, and the exchange that it hears.",
-                 "zce-board"};
-    Describe(app, arguments);
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? 0 : EXIT_NOT_STARTED;
-    }
+int PlayLive(const Options& options) {
     ZceBoard::CInstrumentList list;
     ZceBoard::CFeeds feeds;
-    if (!LoadInstruments(arguments, list) || !LoadFeeds(arguments, feeds)) {
-        return EXIT_NOT_STARTED;
+    std::string error;
+    if (!ReadInstruments(options, list, error) ||
+        (options.feeds && !feeds.ReadFile(*options.feeds, error))) {
+        return NotStarted(error);
     }
-    if (arguments.bList) {
+    if (options.bList) {
         PrintInstruments(list);
         return 0;
     }
-    arguments.options.pace.auctionCycleNs = static_cast<int64_t>(arguments.auctionCycle * NS);
-    arguments.options.pace.tradingCycleNs = static_cast<int64_t>(arguments.tradingCycle * NS);
+    CBoardSet boards;
+    if (!boards.Add(options.bus.value_or(0), feeds,
+                    std::make_unique<ZceBoard::CLiveTraffic>(list, options.live), options.clockFile,
+                    error)) {
+        return NotStarted(error);
+    }
+    boards.Run(g_stop);
+    return 0;
+}
+
+int PlayScenario(const Options& options) {
+    ZceBoard::Scenario scenario;
+    std::string error;
+    if (!ReadScenario(options.scenario, scenario, error)) {
+        return NotStarted(error);
+    }
+    if (options.bList) {
+        PrintInstruments(scenario.instruments);
+        return 0;
+    }
+    CBoardSet boards;
+    const uint32_t today = ZceBoard::BoardTimeAt(ZceBoard::ReadHostTime().wallNs).date;
+    std::string clockFile = scenario.clockFile;
+    for (const uint32_t bus : scenario.buses) {
+        if (!boards.Add(bus, scenario.feeds,
+                        std::make_unique<ZceBoard::CScenarioTraffic>(scenario, today), clockFile,
+                        error)) {
+            return NotStarted(error);
+        }
+        clockFile.clear();  // all boards have the same clock: the first one tells it
+    }
+    boards.Run(g_stop);
+    return 0;
+}
+
+int PlayCapture(const Options& options) {
+    ZceBoard::CaptureSummary summary;
+    std::string error;
+    if (!ReadThrough(options.replay, summary, error)) {
+        return NotStarted(error);
+    }
+    if (options.bus && summary.buses.size() != 1) {
+        return NotStarted(options.replay +
+                          ": it holds messages of several buses: --bus cannot rename them");
+    }
+    CBoardSet boards;
+    std::string clockFile = options.clockFile;
+    for (const auto& [bus, content] : summary.buses) {
+        auto traffic = std::make_unique<ZceBoard::CReplayTraffic>(options.replay, summary, bus,
+                                                                  options.speedMilli);
+        if (!traffic->Open(error) ||
+            !boards.Add(options.bus.value_or(bus), {}, std::move(traffic), clockFile, error)) {
+            return NotStarted(error);
+        }
+        clockFile.clear();
+    }
+    boards.Run(g_stop);
+    return 0;
+}
+
+int Main(int argc, char** argv) {
+    Options options;
+    int status = 0;
+    if (!ParseOptions(argc, argv, options, status)) {
+        return status == 0 ? 0 : EXIT_NOT_STARTED;
+    }
     tzset();
     InstallSignals();
-    ZceBoard::CBoardMemory memory;
-    if (!MakeBoard(memory, arguments.bus)) {
-        return EXIT_NOT_STARTED;
+    if (!options.scenario.empty()) {
+        return PlayScenario(options);
     }
-    ZceBoard::CBoard board(memory, feeds);
-    ZceBoard::CLiveTraffic traffic(list, arguments.options);
-    std::vector<ZceBoard::CBoardLoop> loops;
-    loops.emplace_back(board, traffic, arguments.bus);
-    ZceBoard::RunBoards(loops, g_stop);
-    return 0;
+    return options.replay.empty() ? PlayLive(options) : PlayCapture(options);
 }
 
 }  // namespace
@@ -176,7 +145,6 @@ int main(int argc, char** argv) {
     try {
         return Main(argc, argv);
     } catch (const std::exception& error) {  // out of memory
-        fprintf(stderr, "zce-board: %s\n", error.what());
-        return EXIT_NOT_STARTED;
+        return NotStarted(error.what());
     }
 }
