@@ -227,9 +227,10 @@ TEST_F(Process, ABadFeedFileIsNamedAndNothingIsLeftBehind) {
     std::string text;
     std::ofstream(m_dir + "/list") << "[config]\nL1_DSTIP = 239.1.1\n";
     EXPECT_EQ(Refused({"--products", "all", "--feeds", m_dir + "/list"}, text), 2);
-    EXPECT_EQ(text, "zce-board: " + m_dir +
-                        "/list:2: [config] l1_dstip = 239.1.1: an IP address is four numbers from 0 "
-                        "to 255, like 239.1.1.5\n");
+    EXPECT_EQ(text,
+              "zce-board: " + m_dir +
+                  "/list:2: [config] l1_dstip = 239.1.1: an IP address is four numbers from 0 "
+                  "to 255, like 239.1.1.5\n");
     EXPECT_EQ(Refused({"--products", "all", "--feeds", ""}, text), 2);
     EXPECT_EQ(text, "zce-board: : No such file or directory\n");
     EXPECT_EQ(Refused({"--products", "all", "--feeds"}, text), 2);
