@@ -31,7 +31,7 @@ if(NOT ENYX_HW_LIBRARY)
   # any search path.
   install(TARGETS enyx-hw-c EXPORT VelaZceMdApiTargets
           LIBRARY DESTINATION ${VELAZCE_BOARD_LIBDIR} NAMELINK_SKIP)
-  install(TARGETS zce-board RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+  install(TARGETS zce-board zce-top RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 endif()
 if(VELAZCE_EXAMPLES)
   install(DIRECTORY examples/ DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/VelaZceMdApi/examples

@@ -1,6 +1,7 @@
 #include <CLI/CLI.hpp>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 #include <exception>
 #include <memory>
@@ -8,11 +9,13 @@
 
 #include "BoardOptions.h"
 #include "BoardSet.h"
+#include "CtlMain.h"
 #include "LiveTraffic.h"
 #include "ReplayTraffic.h"
 #include "ScenarioTraffic.h"
 
-// zce-board: a software board, or several, and the exchange behind them. Exit status: 0 after
+// zce-board: a software board, or several, and the exchange behind them; or, as `zce-board ctl`, a
+// look at one that is running (CtlMain.h). Exit status: 0 after
 // SIGINT, SIGTERM or SIGHUP, at the end of a scenario or a replay, and for --help and
 // --list-instruments; 2 for a usage error and for a board that cannot start, with the reason on
 // standard error.
@@ -143,6 +146,9 @@ int Main(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     try {
+        if (argc > 1 && strcmp(argv[1], "ctl") == 0) {
+            return ZceBoard::CtlMain(argc - 1, argv + 1);
+        }
         return Main(argc, argv);
     } catch (const std::exception& error) {  // out of memory
         return NotStarted(error.what());

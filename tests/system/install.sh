@@ -11,7 +11,7 @@ trap 'rm -rf "$work"' EXIT
 
 cmake --install "$build" --prefix "$work/tree" >"$work/install.log"
 libdir=$(dirname "$(find "$work/tree" -name 'libVelaZceMdApi.so.3')")
-for file in include/IVelaZceMdApi.h include/VelaZceUtils.h include/ZceBoardMsg.h bin/zce-board; do
+for file in include/IVelaZceMdApi.h include/VelaZceUtils.h include/ZceBoardMsg.h bin/zce-board bin/zce-top; do
     [ -f "$work/tree/$file" ] || { echo "$file is not installed"; exit 1; }
 done
 [ "$(readlink "$libdir/libVelaZceMdApi.so")" = libVelaZceMdApi.so.3 ]

@@ -1,0 +1,40 @@
+#include <algorithm>
+#include <cstdio>
+
+#include "BoardClock.h"
+#include "TopOutput.h"
+
+namespace ZceBoard {
+
+namespace {
+
+class CPlainOutput : public CTopOutput {
+  public:
+    void Show(const std::vector<std::string>& lines) override {
+        std::string text;
+        for (const std::string& line : lines) {
+            text.append(line).append("\n");
+        }
+        text.append("\n");
+        m_bBroken = fputs(text.c_str(), stdout) < 0 || fflush(stdout) != 0;
+    }
+
+    Event Wait(int64_t ns) override {
+        WaitEnd end = WaitEnd::Interrupted;
+        for (const int64_t until = RealNs() + ns; end == WaitEnd::Interrupted && !m_bBroken;) {
+            end = WaitForInput(-1, std::max<int64_t>(until - RealNs(), 0));
+        }
+        return end == WaitEnd::TimeUp ? Event::TimeUp : Event::Quit;
+    }
+
+  private:
+    bool m_bBroken = false;
+};
+
+}  // namespace
+
+std::unique_ptr<CTopOutput> MakePlainOutput() {
+    return std::make_unique<CPlainOutput>();
+}
+
+}  // namespace ZceBoard
