@@ -4,6 +4,19 @@
 # master is started again inside trading time, twice; and a check that nothing was lost. Installs what
 # is missing (apt), builds what changed, runs for about 50 seconds, and ends with "demo: ok ..." or
 # "demo: FAILED: why".
+#
+#     ./scripts/demo.sh [--record DIRECTORY]
+#
+# With --record what each receiver polls is recorded to DIRECTORY/master.1.pcap, second.1.pcap, ...,
+# to be played again with zce-board --replay.
+record=
+if [ $# -eq 2 ] && [ "$1" = --record ]; then
+    mkdir -p "$2"
+    record=$(cd "$2" && pwd)
+elif [ $# -ne 0 ]; then
+    echo "usage: ./scripts/demo.sh [--record DIRECTORY]" >&2
+    exit 2
+fi
 source "$(dirname "$0")/common.sh"
 
 MARKET_DATA_SECONDS=${MARKET_DATA_SECONDS:-6}
@@ -91,7 +104,10 @@ receive() {
     local name=$1 config=$2
     shift 2
     mkdir -p "$work/${name%.*}"
-    (cd "$work/${name%.*}" && exec "${on_virtual_clock[@]}" "$bin/zce-recv" \
+    local recorded=()
+    [ -z "$record" ] || recorded=(LD_PRELOAD="$lib/libzce-record.so libfaketime.so.1"
+        ZCE_RECORD="$record/$name.pcap")
+    (cd "$work/${name%.*}" && exec "${on_virtual_clock[@]}" "${recorded[@]}" "$bin/zce-recv" \
         "$ROOT/examples/config/$config" --print 3 --names "$work/$name.names" "$@") \
         >"$work/$name.log" 2>&1 &
     pid=$!
@@ -129,10 +145,11 @@ say "Installing what is missing, and building (Release)"
 why="the installation failed"
 need "${BUILD_PACKAGES[@]}" faketime
 why="the build failed"
-build release VelaZceMdApi enyx-hw-c zce-board zce-recv
+build release VelaZceMdApi enyx-hw-c zce-board zce-recv zce-record
 why="stopped early"
 
 bin=$ROOT/build/release/bin
+lib=$ROOT/build/release/lib
 export LD_LIBRARY_PATH="$(dirname "$(find /usr/lib -name libfaketime.so.1 | head -1)")${LD_LIBRARY_PATH:+:$LD_LIBRARY_PATH}"
 export ZCE_BOARD_SHM_PREFIX="demo$$-"
 TZ=$(virtual_zone 08:54:50)

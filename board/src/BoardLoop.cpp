@@ -27,9 +27,9 @@ std::string CountsText(const ChannelCounts& counts) {
                        counts.sent[4], counts.MarketData(), counts.dropped);
 }
 
-std::string OpeningLine(uint32_t channel, const OpeningCounts& opening) {
-    return fmt::format("opening channel={} number={} {}\n", channel, opening.number,
-                       CountsText(opening.counts));
+std::string OpeningLine(uint32_t channel, const OpeningCounts& opening, uint32_t bus) {
+    return fmt::format("opening channel={} number={} {} bus={}\n", channel, opening.number,
+                       CountsText(opening.counts), bus);
 }
 
 bool IsTimeOfDay(uint64_t hhmmss) {
@@ -104,7 +104,7 @@ int CBoardLoop::Step(uint64_t ms) {
 void CBoardLoop::TellEnds() {
     for (CChannelSender& channel : m_board.Channels()) {
         if (const auto end = channel.TakeEnd()) {
-            Print(OpeningLine(channel.Channel(), *end));
+            Print(OpeningLine(channel.Channel(), *end, m_bus));
         }
     }
 }
@@ -169,11 +169,11 @@ std::string CBoardLoop::LastLines() const {
             continue;
         }
         if (channel.IsOpen()) {
-            lines += OpeningLine(channel.Channel(), channel.Opening());
+            lines += OpeningLine(channel.Channel(), channel.Opening(), m_bus);
         }
         const ChannelCounts& counts = channel.Total();
-        lines += fmt::format("zce-board channel={} {} openings={}\n", channel.Channel(),
-                             CountsText(counts), channel.Openings());
+        lines += fmt::format("zce-board channel={} {} openings={} bus={}\n", channel.Channel(),
+                             CountsText(counts), channel.Openings(), m_bus);
         for (size_t k = 0; k < all.sent.size(); ++k) {
             all.sent[k] += counts.sent[k];
         }

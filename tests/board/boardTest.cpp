@@ -301,11 +301,11 @@ TEST_F(Board, TheLastLinesTellEachChannelThatWasEverOpen) {
     Pass(83005, MS);
     EXPECT_EQ(m_loop->LastLines(),
               "opening channel=0 number=1 type2=1 type17=0 type18=0 type19=0 type20=0 total=0 "
-              "dropped=0\n"
+              "dropped=0 bus=0\n"
               "zce-board channel=0 type2=1 type17=0 type18=0 type19=0 type20=0 total=0 dropped=0 "
-              "openings=1\n"
+              "openings=1 bus=0\n"
               "zce-board channel=9 type2=0 type17=0 type18=0 type19=0 type20=0 total=0 dropped=0 "
-              "openings=1\n"
+              "openings=1 bus=0\n"
               "zce-board stopped bus=0 parsed=0 type2=1 total=0 dropped=0 requests=0 resets=0\n");
 }
 
@@ -327,7 +327,7 @@ TEST_F(Board, ALineTellsTheCountsOfEachOpeningWhenItEnds) {
     EXPECT_NE(got, "0");
     EXPECT_EQ(printed.substr(0, printed.find("opening channel=9 number=2")),
               "opening channel=9 number=1 type2=0 type17=" + got +
-                  " type18=0 type19=0 type20=0 total=" + got + " dropped=0\n");
+                  " type18=0 type19=0 type20=0 total=" + got + " dropped=0 bus=0\n");
     EXPECT_EQ(std::count(printed.begin(), printed.end(), '\n'), 2) << printed;
 }
 

@@ -314,7 +314,7 @@ TEST_F(Process, WhatItSaysItSentIsWhatTheReaderGot) {
              << " type17=" << count[17] << " type18=" << count[18] << " type19=" << count[19]
              << " type20=" << count[20]
              << " total=" << count[17] + count[18] + count[19] + count[20]
-             << " dropped=0 openings=1\n";
+             << " dropped=0 openings=1 bus=0\n";
         EXPECT_NE(board->Output().find(line.str()), std::string::npos)
             << line.str() << board->Output();
         EXPECT_GT(count[17], 0U);

@@ -70,12 +70,12 @@ void Market::StartSmallBoard(const std::vector<std::string>& more) {
     StartBoard(arguments);
 }
 
-std::unique_ptr<Process> Market::Receive(unsigned int channel,
-                                         const std::vector<std::string>& more) {
+std::unique_ptr<Process> Market::Receive(unsigned int channel, const std::vector<std::string>& more,
+                                         unsigned int bus) {
     const std::string name = "receiver" + std::to_string(m_started++);
     const Process::Options where = Where(name);
-    WriteFile(Path(name) + "/config.ini",
-              "[config]\ndevice = xilinx0:" + std::to_string(channel) + "\n" + m_rules);
+    WriteFile(Path(name) + "/config.ini", "[config]\ndevice = xilinx" + std::to_string(bus) + ":" +
+                                              std::to_string(channel) + "\n" + m_rules);
     std::vector<std::string> command{ZCE_RECV_PROGRAM, "config.ini", "--print", "1"};
     command.insert(command.end(), more.begin(), more.end());
     return std::make_unique<Process>(command, where);

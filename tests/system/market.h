@@ -27,7 +27,8 @@ class Market : public ::testing::Test {
     void StartSmallBoard(const std::vector<std::string>& more = {});
     // Starts zce-recv on this channel, in a directory of its own; it prints the first message.
     std::unique_ptr<Process> Receive(unsigned int channel,
-                                     const std::vector<std::string>& more = {});
+                                     const std::vector<std::string>& more = {},
+                                     unsigned int bus = 0);
     // Stops the board, then the receivers, and returns the board's line for each channel.
     void StopBoard();
     std::string BoardLine(unsigned int channel) const;
