@@ -58,6 +58,12 @@ class CChannelSender {
     // full, which is back pressure but no drop: it may be tried again.
     bool SendWhole(const unsigned char* message, uint32_t size);
 
+    // Whether the reader has taken out all that was sent to it.
+    bool IsDrained() const {
+        return m_ring.control->tail.load(std::memory_order_acquire) ==
+               m_ring.control->head.load(std::memory_order_relaxed);
+    }
+
     // Into the board's memory, for whoever watches.
     void Publish(ChannelStats& stats) const;
 

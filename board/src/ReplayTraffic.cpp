@@ -67,6 +67,14 @@ void CReplayTraffic::Play(CBoard& board) {
         }
     }
     board.PublishCounters(true);
+    m_bDrained = m_bEnd && AllDrained(board);
+}
+
+bool CReplayTraffic::AllDrained(CBoard& board) {
+    auto& channels = board.Channels();
+    return std::all_of(channels.begin(), channels.end(), [](CChannelSender& channel) {
+        return !channel.IsOpen() || channel.IsDrained();
+    });
 }
 
 bool CReplayTraffic::AllOpen(CBoard& board) {
@@ -81,9 +89,9 @@ bool CReplayTraffic::AllOpen(CBoard& board) {
 
 // False at the end of the capture.
 bool CReplayTraffic::TakeNext() {
-    while (!m_bHaveNext && !m_bOver) {
-        m_bOver = m_reader.Read(m_next) != CCaptureReader::Next::Message;
-        m_bHaveNext = !m_bOver && BusOf(m_next) == m_bus;
+    while (!m_bHaveNext && !m_bEnd) {
+        m_bEnd = m_reader.Read(m_next) != CCaptureReader::Next::Message;
+        m_bHaveNext = !m_bEnd && BusOf(m_next) == m_bus;
     }
     return m_bHaveNext;
 }

@@ -12,7 +12,8 @@ namespace ZceBoard {
 // A recorded session as a board's traffic: each message as it was polled, to the channel that it
 // was recorded from, whatever the host has subscribed. It begins when all channels of the capture
 // are open, keeps the capture's pace or a multiple of it, and waits for a reader whose ring is full
-// rather than drop a message. The board's clock shows the time of the recording.
+// rather than drop a message. It is over when the readers have taken out the last one. The board's
+// clock shows the time of the recording.
 class CReplayTraffic : public CTraffic {
   public:
     static constexpr int64_t AS_FAST_AS_CAN_BE = 0;
@@ -31,7 +32,7 @@ class CReplayTraffic : public CTraffic {
     int AdvanceTo(uint32_t hhmmss) override;
     void Play(CBoard& board) override;
     bool HasBacklog() const override { return m_bMore && !m_bBlocked; }
-    bool IsOver() const override { return m_bOver; }
+    bool IsOver() const override { return m_bEnd && m_bDrained; }
     BoardTime Time() const override {
         return BoardTimeAt(m_summary.firstNs + m_playedMilliNs / 1000);
     }
@@ -45,6 +46,7 @@ class CReplayTraffic : public CTraffic {
 
   private:
     bool AllOpen(CBoard& board);
+    static bool AllDrained(CBoard& board);
     bool TakeNext();
     bool IsDue() const;
 
@@ -57,9 +59,10 @@ class CReplayTraffic : public CTraffic {
     CaptureMessage m_next;
     bool m_bHaveNext = false;
     bool m_bBegun = false;
-    bool m_bMore = false;     // the last Play stopped at its limit
-    bool m_bBlocked = false;  // at a full ring
-    bool m_bOver = false;
+    bool m_bMore = false;         // the last Play stopped at its limit
+    bool m_bBlocked = false;      // at a full ring
+    bool m_bEnd = false;          // of the capture
+    bool m_bDrained = false;      // and all that was sent has been received
     std::string m_missing;        // channels that are not open yet
     int64_t m_playedMilliNs = 0;  // capture time since its begin, in thousandths of a ns
     int64_t m_lastRealNs = 0;
