@@ -18,6 +18,9 @@ namespace {
 constexpr uint64_t NS_PER_SECOND = 1'000'000'000;
 
 std::string LinkTypeName(int linkType) {
+    if (linkType >= DLT_USER0 && linkType <= DLT_USER15) {  // libpcap has no name for these
+        return fmt::format("USER{} ({})", linkType - DLT_USER0, linkType);
+    }
     const char* name = pcap_datalink_val_to_name(linkType);
     return fmt::format("{} ({})", name != nullptr ? name : "unknown", linkType);
 }
