@@ -12,7 +12,6 @@ namespace ZceRecord {
 namespace {
 
 constexpr int64_t NS_PER_SECOND = 1'000'000'000;
-constexpr size_t MAX_WAITING = size_t{2} << 20;
 constexpr size_t FLUSH_BYTES = size_t{256} << 10;
 constexpr uint64_t FLUSH_PASSES = 25;
 constexpr uint64_t BYTES_PER_REGISTER = 4;
@@ -45,7 +44,7 @@ bool CRegisterTrace::Open(const std::string& name, const std::string& path, std:
 
 void CRegisterTrace::Add(const RegisterAccess& access) {
     const std::lock_guard guard(m_mutex);
-    if (m_accesses.size() < MAX_WAITING) {
+    if (m_accesses.size() < m_maxWaiting) {
         m_accesses.push_back(access);
     } else {
         ++m_lost;

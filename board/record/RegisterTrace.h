@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <ctime>
 #include <mutex>
@@ -34,6 +35,9 @@ struct RegisterAccess {
 // access; Open, Pass and Summary by one at a time.
 class CRegisterTrace {
   public:
+    // At most so many accesses wait for the next pass; what comes on top is counted and told.
+    explicit CRegisterTrace(size_t maxWaiting = MAX_WAITING) : m_maxWaiting(maxWaiting) {}
+
     bool Open(const std::string& name, const std::string& path, std::string& error);
     void Add(const RegisterAccess& access);
     void Pass(bool last);
@@ -42,9 +46,12 @@ class CRegisterTrace {
     void Abandon() { m_file.Close(); }
 
   private:
+    static constexpr size_t MAX_WAITING = size_t{2} << 20;
+
     void Format(const RegisterAccess& access);
     void Flush();
 
+    const size_t m_maxWaiting;
     std::string m_name;
     std::mutex m_mutex;  // the two below
     std::vector<RegisterAccess> m_accesses;

@@ -169,16 +169,19 @@ TEST_F(Recorder, AnotherThreadsMessagesComeWholeInOrderOrAreCounted) {
     constexpr uint64_t each = 20000;
     std::array<CMessageQueue*, 2> queues{m_recorder.Opened(0, 0), m_recorder.Opened(0, 1)};
     std::atomic<int64_t> clock{1};
+    std::atomic<size_t> running{queues.size()};
     std::vector<std::thread> pollers;
+    pollers.reserve(queues.size());
     for (CMessageQueue* queue : queues) {
-        pollers.emplace_back([&clock, queue] {
+        pollers.emplace_back([&clock, &running, queue] {
             for (uint64_t k = 1; k <= each; ++k) {
                 Put(queue, clock.fetch_add(1), std::string(k % 300 + 1, static_cast<char>(k)));
             }
             queue->Close();
+            --running;
         });
     }
-    for (int k = 0; k < 200; ++k) {
+    while (running != 0) {
         m_recorder.Pass(false);
     }
     for (std::thread& poller : pollers) {

@@ -11,9 +11,11 @@ trap 'rm -rf "$work"' EXIT
 
 cmake --install "$build" --prefix "$work/tree" >"$work/install.log"
 libdir=$(dirname "$(find "$work/tree" -name 'libVelaZceMdApi.so.3')")
-for file in include/IVelaZceMdApi.h include/VelaZceUtils.h include/ZceBoardMsg.h bin/zce-board bin/zce-top; do
+for file in include/IVelaZceMdApi.h include/VelaZceUtils.h include/ZceBoardMsg.h \
+    include/ZceCapture.h bin/zce-board bin/zce-top share/zce-board/zce.lua; do
     [ -f "$work/tree/$file" ] || { echo "$file is not installed"; exit 1; }
 done
+[ -f "$libdir/zce-board/libzce-record.so" ] || { echo "the recorder is not installed"; exit 1; }
 [ "$(readlink "$libdir/libVelaZceMdApi.so")" = libVelaZceMdApi.so.3 ]
 [ "$(readlink "$libdir/libVelaZceMdApi.so.3")" = libVelaZceMdApi.so.3.10.0 ]
 

@@ -122,6 +122,16 @@ void Write(uint64_t index, uint64_t value) {
     Check(enyx_hw_write(g_app.core, &place, value) == 0, "write");
 }
 
+// Two accesses out of the ordinary, for the trace of registers.
+void OddAccesses() {
+    const enyx_hw_register_description narrow{0x106 * 4 + 2, 0, 16};
+    uint64_t value = 0;
+    Check(enyx_hw_read(g_app.core, &narrow, &value) == 0 && value == 0, "read");
+    const enyx_hw_register_description nowhere{uint64_t{1} << 40, 0, 32};
+    errno = 0;
+    Check(enyx_hw_write(g_app.core, &nowhere, 5) < 0 && errno == EINVAL, "write to nowhere");
+}
+
 // The first four instruments of both tables, to all channels; both kinds of feed; the broadcast.
 void Subscribe() {
     for (const uint64_t table : {0x11000U, 0x12000U}) {
@@ -248,6 +258,7 @@ int main(int argc, char** argv) {
     FindMemory();
     OpenAll(argv[2]);
     BadPolls();
+    OddAccesses();
     std::puts("opened");
     std::fflush(stdout);
     Subscribe();
