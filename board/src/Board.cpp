@@ -28,6 +28,8 @@ CBoard::CBoard(CBoardMemory& memory, const CFeeds& feeds)
       m_shm(memory.Shm()),
       m_registers(m_shm),
       m_lock(m_shm.header.coreLock),
+      m_faults(m_shm),
+      m_faultPlayer(m_shm),
       m_feeds(feeds),
       m_channels(MakeSenders(m_shm)) {
     for (size_t channel = 0; channel < CHANNELS; ++channel) {
@@ -36,8 +38,11 @@ CBoard::CBoard(CBoardMemory& memory, const CFeeds& feeds)
 }
 
 void CBoard::SetTime(const BoardTime& time) {
-    m_registers.Poke(REG_TIME_A, time.hhmmss);
-    m_registers.Poke(REG_TIME_B, time.hhmmss);
+    for (const uint32_t clock : {REG_TIME_A, REG_TIME_B}) {
+        if (!m_faults.IsOn(Fault::ClockStuck, clock)) {
+            m_registers.Poke(clock, time.hhmmss);
+        }
+    }
 }
 
 bool CBoard::TryLock() {
@@ -117,9 +122,10 @@ void CBoard::HearTick(const CExchange& exchange, const Tick& tick, const BoardTi
 }
 
 void CBoard::PublishCounters(bool open) {
+    const bool move = open && !m_faults.IsOn(Fault::CountersStuck);
     for (uint32_t k = 0; k < COUNTERS_PER_GROUP; ++k) {
         m_parsedTotal += m_parsed[k];
-        if (open && m_parsed[k] != 0) {
+        if (move && m_parsed[k] != 0) {
             m_registers.Count(REG_COUNTER_A + k, m_parsed[k]);
             m_registers.Count(REG_COUNTER_B + k, m_parsed[k]);
         }

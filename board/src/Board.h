@@ -12,6 +12,7 @@
 #include "ChannelSender.h"
 #include "CoreLock.h"
 #include "Exchange.h"
+#include "FaultPlayer.h"
 #include "Feeds.h"
 #include "RegisterFile.h"
 
@@ -50,6 +51,13 @@ class CBoard {
     // exchange is at work at this hour, else they stand still.
     void PublishCounters(bool open);
 
+    // For the status line: empty, or " faults=" and those that are there.
+    std::string FaultStatus() const { return m_faults.Any() ? " faults=" + m_faults.Text() : ""; }
+
+    // Carries out the faults that are the board's own doing, once a pass; `traffic` says whether
+    // messages come at all.
+    void PlayFaults(bool traffic) { m_faultPlayer.Play(m_channels, traffic); }
+
     // Begins to serve streams that were opened, takes what the hosts sent, and frees the streams of
     // holders that died.
     void NoticeOpenings();
@@ -79,6 +87,8 @@ class CBoard {
     BoardShm& m_shm;
     CRegisterFile m_registers;
     CCoreLock m_lock;
+    CFaults m_faults;
+    CFaultPlayer m_faultPlayer;
     CFeeds m_feeds;
     uint32_t m_received = SWITCH_L1 | SWITCH_L5;
     std::array<CChannelSender, CHANNELS> m_channels;

@@ -22,9 +22,11 @@ void Print(const std::string& text) {
 }
 
 std::string CountsText(const ChannelCounts& counts) {
-    return fmt::format("type2={} type17={} type18={} type19={} type20={} total={} dropped={}",
+    const uint64_t other = counts.sent[ChannelCounts::OTHER];
+    return fmt::format("type2={} type17={} type18={} type19={} type20={} total={} dropped={}{}",
                        counts.sent[0], counts.sent[1], counts.sent[2], counts.sent[3],
-                       counts.sent[4], counts.MarketData(), counts.dropped);
+                       counts.sent[4], counts.MarketData(), counts.dropped,
+                       other != 0 ? fmt::format(" other={}", other) : "");
 }
 
 std::string OpeningLine(uint32_t channel, const OpeningCounts& opening, uint32_t bus) {
@@ -41,6 +43,7 @@ bool IsTimeOfDay(uint64_t hhmmss) {
 void CBoardLoop::Pass(const HostTime& now) {
     m_board.NoticeOpenings();
     TellEnds();
+    m_board.PlayFaults(!m_bPaused);
     if (m_bPaused) {
         m_traffic.Hold(now);
     } else {
@@ -158,7 +161,8 @@ std::string CBoardLoop::StatusLine() const {
                                 channel.Total().dropped);
         }
     }
-    return line + m_board.FeedStatus() + m_traffic.Status() + (m_bPaused ? " paused" : "");
+    return line + m_board.FeedStatus() + m_traffic.Status() + (m_bPaused ? " paused" : "") +
+           m_board.FaultStatus();
 }
 
 std::string CBoardLoop::LastLines() const {

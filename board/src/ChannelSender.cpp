@@ -21,7 +21,7 @@ bool CChannelSender::BeginOpening(uint32_t generation) {
 }
 
 unsigned char* CChannelSender::Place(uint32_t size) {
-    unsigned char* place = m_producer.PrepareWrite(size);
+    unsigned char* place = Prepare(size);
     if (place == nullptr) {
         m_producer.CountBackPressure();
         ++m_total.dropped;
@@ -30,8 +30,7 @@ unsigned char* CChannelSender::Place(uint32_t size) {
     return place;
 }
 
-void CChannelSender::CountSent(uint32_t type) {
-    const size_t place = ChannelCounts::PlaceOf(type);
+void CChannelSender::CountSent(size_t place) {
     ++m_total.sent[place];
     ++m_opening.sent[place];
 }
@@ -47,7 +46,7 @@ void CChannelSender::SendMarketData(uint32_t type, ZceBoardL5_t& body, uint32_t 
     memcpy(place, &head, sizeof(head));
     memcpy(place + ZCE_BOARD_HEAD_SIZE, &body, len);
     m_producer.CommitWrite(size);
-    CountSent(type);
+    CountSent(ChannelCounts::PlaceOf(type));
 }
 
 void CChannelSender::SendMapPacket(const unsigned char* packet, uint32_t size) {
@@ -57,11 +56,11 @@ void CChannelSender::SendMapPacket(const unsigned char* packet, uint32_t size) {
     }
     memcpy(place, packet, size);
     m_producer.CommitWrite(size);
-    CountSent(ZCE_BOARD_TYPE_INST_MAP);
+    CountSent(ChannelCounts::PlaceOf(ZCE_BOARD_TYPE_INST_MAP));
 }
 
 bool CChannelSender::SendWhole(const unsigned char* message, uint32_t size) {
-    unsigned char* place = m_producer.PrepareWrite(size);
+    unsigned char* place = Prepare(size);
     if (place == nullptr) {
         return false;
     }
@@ -69,8 +68,18 @@ bool CChannelSender::SendWhole(const unsigned char* message, uint32_t size) {
     m_producer.CommitWrite(size);
     uint32_t type = 0;
     memcpy(&type, message, std::min<size_t>(size, sizeof(type)));
-    CountSent(type);
+    CountSent(ChannelCounts::PlaceOf(type));
     return true;
+}
+
+void CChannelSender::SendGarbage(const unsigned char* message, uint32_t size) {
+    unsigned char* place = Place(size);
+    if (place == nullptr) {
+        return;
+    }
+    memcpy(place, message, size);
+    m_producer.CommitWrite(size);
+    CountSent(ChannelCounts::OTHER);
 }
 
 void CChannelSender::Publish(ChannelStats& stats) const {

@@ -64,6 +64,15 @@ class CChannelSender {
                m_ring.control->head.load(std::memory_order_relaxed);
     }
 
+    // A whole message of any length, 1 to STREAM_MTU, that is not what the exchange sent: counted
+    // as `other`, whatever its type. A full ring drops it.
+    void SendGarbage(const unsigned char* message, uint32_t size);
+
+    // Treats the ring as if it had room for this many bytes only, as a reader would be too slow for
+    // more.
+    void LimitRoom(uint64_t bytes) { m_room = bytes; }
+    static constexpr uint64_t ALL_ROOM = ~uint64_t{0};
+
     // Into the board's memory, for whoever watches.
     void Publish(ChannelStats& stats) const;
 
@@ -78,8 +87,16 @@ class CChannelSender {
 
   private:
     bool BeginOpening(uint32_t generation);
+    // Room for a message; null while the ring is full.
+    unsigned char* Prepare(uint32_t size) {
+        if (m_room != ALL_ROOM && m_producer.Used() + RecordSize(size) > m_room) [[unlikely]] {
+            return nullptr;
+        }
+        return m_producer.PrepareWrite(size);
+    }
+    // The same for a message that is dropped if there is none.
     unsigned char* Place(uint32_t size);
-    void CountSent(uint32_t type);
+    void CountSent(size_t place);
 
     RingView m_ring;
     CRingProducer m_producer;
@@ -88,6 +105,7 @@ class CChannelSender {
     bool m_bLive = false;  // an opening is under way
     std::optional<OpeningCounts> m_end;
     uint64_t m_ulSeq = 0;
+    uint64_t m_room = ALL_ROOM;
     ChannelCounts m_total;
     ChannelCounts m_opening;
 };

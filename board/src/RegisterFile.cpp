@@ -51,6 +51,13 @@ uint64_t FromWord(uint32_t word, uint32_t shift, uint32_t k) {
     return k == 0 ? uint64_t{word} >> shift : uint64_t{word} << (k * WORD_BITS - shift);
 }
 
+// The last of the characters in `word` as it reads at the n-th strike: never what is stored, never
+// twice the same in a row, and printable if it was.
+uint32_t ChangedName(uint32_t word, uint32_t strike) {
+    constexpr uint32_t CHANGES = 15;
+    return word ^ (1 + strike % CHANGES);
+}
+
 }  // namespace
 
 bool CRegisterFile::Inside(const RegisterField& field) {
@@ -89,17 +96,40 @@ bool CRegisterFile::Write(const RegisterField& field, uint64_t value) {
     return true;
 }
 
-uint32_t CRegisterFile::ReadWord(uint32_t index) const {
-    for (uint32_t table = 0; table < TABLE_COUNT; ++table) {
-        const uint32_t window = table == TABLE_SINGLE ? REG_SINGLE_TABLE : REG_COMBINE_TABLE;
-        if (index == window + WINDOW_READ_DATA) {
-            const uint32_t address = Peek(window + WINDOW_READ_ADDRESS);
-            return address < TABLE_WORDS
-                       ? m_shm.tables[table][address].load(std::memory_order_relaxed)
-                       : 0;
-        }
+bool CRegisterFile::Strikes(Fault kind, const RegisterField& field) {
+    if (!Inside(field)) {
+        return false;
     }
-    return Peek(index);
+    const uint64_t firstBit = field.byteOffset * 8 + field.bitOffset;
+    return CFaults(m_shm).Strikes(
+               kind, static_cast<uint32_t>(firstBit / WORD_BITS),
+               static_cast<uint32_t>((firstBit + field.width - 1) / WORD_BITS)) != 0;
+}
+
+uint32_t CRegisterFile::ReadWord(uint32_t index) const {
+    switch (index) {
+        case REG_SINGLE_TABLE + WINDOW_READ_DATA:
+            return ReadTable(TABLE_SINGLE, REG_SINGLE_TABLE);
+        case REG_COMBINE_TABLE + WINDOW_READ_DATA:
+            return ReadTable(TABLE_COMBINE, REG_COMBINE_TABLE);
+        default:
+            return Peek(index);
+    }
+}
+
+uint32_t CRegisterFile::ReadTable(uint32_t table, uint32_t window) const {
+    const uint32_t address = Peek(window + WINDOW_READ_ADDRESS);
+    if (address >= TABLE_WORDS) {
+        return 0;
+    }
+    const uint32_t word = m_shm.tables[table][address].load(std::memory_order_relaxed);
+    CFaults faults(m_shm);
+    // An entry without a name has none that could change.
+    if (faults.Any() && address % TABLE_ENTRY_WORDS == TABLE_NAME_WORDS && word != 0) {
+        const uint32_t strike = faults.Strikes(Fault::NameChanges, address / TABLE_ENTRY_WORDS);
+        return strike != 0 ? ChangedName(word, strike) : word;
+    }
+    return word;
 }
 
 bool CRegisterFile::IsBoardOwned(uint32_t index) {
@@ -134,6 +164,9 @@ void CRegisterFile::WriteTable(uint32_t table, uint32_t window) {
     const uint32_t address = Peek(window + WINDOW_WRITE_ADDRESS);
     if (address >= TABLE_WORDS) {
         m_shm.header.ignoredTableWrites.fetch_add(1, std::memory_order_relaxed);
+        return;
+    }
+    if (CFaults(m_shm).Strikes(Fault::TableWriteLost, address / TABLE_ENTRY_WORDS) != 0) {
         return;
     }
     m_shm.tables[table][address].store(Peek(window + WINDOW_WRITE_DATA), std::memory_order_relaxed);

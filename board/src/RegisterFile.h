@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 
+#include "Faults.h"
 #include "ShmLayout.h"
 
 namespace ZceBoard {
@@ -30,6 +31,11 @@ class CRegisterFile {
     // False if the field does not lie in the register space; `value` is then untouched.
     bool Read(const RegisterField& field, uint64_t& value) const;
     bool Write(const RegisterField& field, uint64_t value);
+    // Whether this access to the field, a ReadFails or a WriteFails, fails by a fault of the board.
+    // A field outside of the space is no occasion.
+    bool FailsByFault(Fault kind, const RegisterField& field) {
+        return CFaults(m_shm).Any() && Strikes(kind, field);
+    }
 
     // One 32-bit register, an index below REGISTER_COUNT.
     uint32_t ReadWord(uint32_t index) const;
@@ -61,6 +67,8 @@ class CRegisterFile {
   private:
     static bool Inside(const RegisterField& field);
     static bool IsBoardOwned(uint32_t index);
+    bool Strikes(Fault kind, const RegisterField& field);
+    uint32_t ReadTable(uint32_t table, uint32_t window) const;
     void WriteTable(uint32_t table, uint32_t window);
 
     BoardShm& m_shm;

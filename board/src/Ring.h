@@ -96,6 +96,12 @@ class CRingProducer {
         m_ring.control->packetCount.store(++m_packetCount, std::memory_order_relaxed);
     }
 
+    // Bytes that the consumer has not taken out yet; the ring's size when nobody can say.
+    uint64_t Used() const {
+        const uint64_t used = m_head - m_ring.control->tail.load(std::memory_order_acquire);
+        return used <= m_ring.size ? used : m_ring.size;
+    }
+
     void CountBackPressure() {
         m_ring.control->backPressure.store(++m_backPressure, std::memory_order_relaxed);
     }

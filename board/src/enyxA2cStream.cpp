@@ -42,13 +42,14 @@ ENYX_HW_EXPORT enyx_hw_a2c_stream* enyx_hw_a2c_stream_create(
     }
     const ZceBoard::CBoardMemory& memory = descriptor->accelerator->memory;
     auto stream = std::make_unique<enyx_hw_a2c_stream>();
-    int err = memory.Reopen(stream->holder);
-    if (err == 0) {
-        err = stream->holder.Lock(ZceBoard::LOCK_A2C_FIRST + descriptor->channel);
-    }
+    const int err =
+        ZceBoard::HoldStream(memory, descriptor->channel,
+                             ZceBoard::LOCK_A2C_FIRST + descriptor->channel, stream->holder);
     if (err != 0) {
-        return FailNull(err == EAGAIN ? EBUSY : err);
+        return FailNull(err);
     }
+    stream->shm = &memory.Shm();
+    stream->channel = descriptor->channel;
     stream->ring = ZceBoard::ViewOf(memory.Shm().a2c[descriptor->channel]);
     stream->generation = ZceBoard::OpenRing(stream->ring, true);
     stream->consumer = ZceBoard::CRingConsumer(stream->ring, stream->generation);
@@ -93,7 +94,14 @@ ENYX_HW_EXPORT int enyx_hw_a2c_stream_stats_get_packet_count(enyx_hw_a2c_stream*
 
 ENYX_HW_EXPORT int enyx_hw_a2c_stream_stats_get_fifo_errors(enyx_hw_a2c_stream* stream,
                                                             uint32_t* value) {
-    return ProducerCount(stream, value, &ZceBoard::RingControl::fifoErrors);
+    const int result = ProducerCount(stream, value, &ZceBoard::RingControl::fifoErrors);
+    if (result == 0) {
+        const ZceBoard::CFaults faults(*stream->shm);
+        if (faults.IsOn(ZceBoard::Fault::FifoErrors, stream->channel)) {
+            *value += faults.ValueOf(ZceBoard::Fault::FifoErrors);
+        }
+    }
+    return result;
 }
 
 ENYX_HW_EXPORT int enyx_hw_a2c_stream_stats_get_errors(enyx_hw_a2c_stream* stream,

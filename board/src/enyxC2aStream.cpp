@@ -32,13 +32,14 @@ ENYX_HW_EXPORT enyx_hw_c2a_stream* enyx_hw_c2a_stream_create(
     }
     const ZceBoard::CBoardMemory& memory = descriptor->accelerator->memory;
     auto stream = std::make_unique<enyx_hw_c2a_stream>();
-    int err = memory.Reopen(stream->holder);
-    if (err == 0) {
-        err = stream->holder.Lock(ZceBoard::LOCK_C2A_FIRST + descriptor->channel);
-    }
+    const int err =
+        ZceBoard::HoldStream(memory, descriptor->channel,
+                             ZceBoard::LOCK_C2A_FIRST + descriptor->channel, stream->holder);
     if (err != 0) {
-        return FailNull(err == EAGAIN ? EBUSY : err);
+        return FailNull(err);
     }
+    stream->shm = &memory.Shm();
+    stream->channel = descriptor->channel;
     stream->ring = ZceBoard::ViewOf(memory.Shm().c2a[descriptor->channel]);
     stream->generation = ZceBoard::OpenRing(stream->ring, false);
     stream->producer = ZceBoard::CRingProducer(stream->ring);
@@ -70,7 +71,9 @@ ENYX_HW_EXPORT int enyx_hw_c2a_stream_send(enyx_hw_c2a_stream* stream, const voi
     if (size > ZceBoard::STREAM_MTU) {
         return Fail(EMSGSIZE);
     }
-    unsigned char* place = stream->producer.PrepareWrite(size);
+    const bool busy =
+        ZceBoard::CFaults(*stream->shm).Strikes(ZceBoard::Fault::SendBusy, stream->channel) != 0;
+    unsigned char* place = busy ? nullptr : stream->producer.PrepareWrite(size);
     if (place == nullptr) {
         stream->producer.CountBackPressure();
         errno = EAGAIN;

@@ -13,6 +13,19 @@ ZceBoard::RegisterField FieldOf(const enyx_hw_register_description& description)
     return {description.byte_offset, description.bit_offset, description.width};
 }
 
+// The register cores below a root, as many as `capacity` takes; how many there are.
+int FindRegisterCores(enyx_hw_core_tree& tree, enyx_hw_core** cores, size_t capacity) {
+    ZceBoard::CFaults faults(tree.root.accelerator->memory.Shm());
+    if (faults.Strikes(ZceBoard::Fault::CoreMissing) != 0) {
+        errno = ENODEV;
+        return 0;
+    }
+    enyx_hw_core* const found[] = {&tree.registers, &tree.twin};
+    const size_t count = faults.Strikes(ZceBoard::Fault::CoreTwice) != 0 ? 2 : 1;
+    std::copy_n(found, std::min(count, capacity), cores);
+    return static_cast<int>(count);
+}
+
 // Whether an access may be made: a register core, and everything else there.
 bool CanAccess(const enyx_hw_core* core, bool argumentsThere) {
     if (core == nullptr || !argumentsThere) {
@@ -36,8 +49,10 @@ ENYX_HW_EXPORT enyx_hw_mmio* enyx_hw_mmio_create(const enyx_hw_mmio_descriptor* 
     }
     enyx_hw_accelerator* accelerator = descriptor->accelerator;
     const std::lock_guard guard(accelerator->mmioMutex);
-    accelerator->mmios.push_back(std::make_unique<enyx_hw_mmio>(enyx_hw_mmio{
-        {{accelerator, ZceBoard::ROOT_CORE_ID}, {accelerator, ZceBoard::REGISTER_CORE_ID}}}));
+    accelerator->mmios.push_back(
+        std::make_unique<enyx_hw_mmio>(enyx_hw_mmio{{{accelerator, ZceBoard::ROOT_CORE_ID},
+                                                     {accelerator, ZceBoard::REGISTER_CORE_ID},
+                                                     {accelerator, ZceBoard::REGISTER_CORE_ID}}}));
     return accelerator->mmios.back().get();
 }
 
@@ -76,20 +91,17 @@ ENYX_HW_EXPORT int enyx_hw_core_enumerate(enyx_hw_core* root, uint16_t core_id,
     if (root == nullptr || (cores == nullptr && capacity != 0)) {
         return Fail(EINVAL);
     }
-    int found = 0;
     if (root->id == core_id) {
-        found = 1;
         if (capacity != 0) {
             cores[0] = root;
         }
-    } else if (root->id == ZceBoard::ROOT_CORE_ID && core_id == ZceBoard::REGISTER_CORE_ID) {
-        found = 1;
-        if (capacity != 0) {
-            // The root is the first member of its tree.
-            cores[0] = &reinterpret_cast<enyx_hw_core_tree*>(root)->registers;
-        }
+        return 1;
     }
-    return found;
+    if (root->id == ZceBoard::ROOT_CORE_ID && core_id == ZceBoard::REGISTER_CORE_ID) {
+        // The root is the first member of its tree.
+        return FindRegisterCores(*reinterpret_cast<enyx_hw_core_tree*>(root), cores, capacity);
+    }
+    return 0;
 }
 
 ENYX_HW_EXPORT void enyx_hw_core_lock(enyx_hw_core* core) {
@@ -110,7 +122,12 @@ ENYX_HW_EXPORT int enyx_hw_read(enyx_hw_core* core, const enyx_hw_register_descr
         return -1;
     }
     const ZceBoard::CCoreLockGuard guard(*core->accelerator->lock);
-    return core->accelerator->registers->Read(FieldOf(*description), *value) ? 0 : Fail(EINVAL);
+    ZceBoard::CRegisterFile& registers = *core->accelerator->registers;
+    const ZceBoard::RegisterField field = FieldOf(*description);
+    if (registers.FailsByFault(ZceBoard::Fault::ReadFails, field)) [[unlikely]] {
+        return Fail(EIO);
+    }
+    return registers.Read(field, *value) ? 0 : Fail(EINVAL);
 }
 
 ENYX_HW_EXPORT int enyx_hw_write(enyx_hw_core* core,
@@ -119,7 +136,12 @@ ENYX_HW_EXPORT int enyx_hw_write(enyx_hw_core* core,
         return -1;
     }
     const ZceBoard::CCoreLockGuard guard(*core->accelerator->lock);
-    return core->accelerator->registers->Write(FieldOf(*description), value) ? 0 : Fail(EINVAL);
+    ZceBoard::CRegisterFile& registers = *core->accelerator->registers;
+    const ZceBoard::RegisterField field = FieldOf(*description);
+    if (registers.FailsByFault(ZceBoard::Fault::WriteFails, field)) [[unlikely]] {
+        return Fail(EIO);
+    }
+    return registers.Write(field, value) ? 0 : Fail(EINVAL);
 }
 
 }  // extern "C"

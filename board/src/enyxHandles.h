@@ -16,6 +16,7 @@
 #include "BoardFile.h"
 #include "BoardMemory.h"
 #include "CoreLock.h"
+#include "Faults.h"
 #include "RegisterFile.h"
 #include "Ring.h"
 
@@ -45,6 +46,7 @@ struct enyx_hw_core {
 struct enyx_hw_core_tree {
     enyx_hw_core root;
     enyx_hw_core registers;  // below the root
+    enyx_hw_core twin;       // the same registers, found a second time by a fault of the board
 };
 
 struct enyx_hw_mmio {
@@ -81,6 +83,8 @@ struct enyx_hw_a2c_stream {
     ZceBoard::RingView ring;
     uint32_t generation;
     ZceBoard::CBoardFile holder;  // holds the stream's lock
+    ZceBoard::BoardShm* shm;
+    uint32_t channel;
 };
 
 struct enyx_hw_c2a_stream {
@@ -88,6 +92,8 @@ struct enyx_hw_c2a_stream {
     ZceBoard::RingView ring;
     uint32_t generation;
     ZceBoard::CBoardFile holder;
+    ZceBoard::BoardShm* shm;
+    uint32_t channel;
 };
 
 namespace ZceBoard {
@@ -106,6 +112,20 @@ inline std::nullptr_t FailNull(int err) {
 
 inline std::string StreamName(uint32_t channel) {
     return "CUSTOM_CHAN" + std::to_string(channel) + "_DATA";
+}
+
+// Takes the lock that holds a stream, at `byte` of the board's memory: 0, or the errno of a stream
+// that cannot be opened.
+inline int HoldStream(const CBoardMemory& memory, uint32_t channel, int64_t byte,
+                      CBoardFile& holder) {
+    int err = memory.Reopen(holder);
+    if (err == 0 && CFaults(memory.Shm()).Strikes(Fault::StreamRefused, channel) != 0) {
+        err = EIO;
+    }
+    if (err == 0) {
+        err = holder.Lock(byte);
+    }
+    return err == EAGAIN ? EBUSY : err;
 }
 
 // Gives a list of descriptors back; entries are nulled, so giving it back twice does no harm.

@@ -115,7 +115,7 @@ TEST_F(BoardMemory, ForeignContentUnderTheNameIsNoBoard) {
 
 TEST_F(BoardMemory, AnotherVersionIsNotTakenForOneOfOurs) {
     auto board = MakeBoard();
-    board->Shm().header.version = 2;
+    ++board->Shm().header.version;
     EXPECT_EQ(CBoardMemory::Probe(0), EPROTO);
 }
 
