@@ -5,7 +5,8 @@
 //     zce-recv CONFIG [--seconds N] [--print N] [--own-loop] [--names FILE]
 //
 // The last line is "zce-recv channel=C total=T type17=A type18=B type19=C type20=D gaps=G", G being
-// the number of messages that the board sent to this channel and that did not arrive.
+// the number of messages that the board sent to this channel and that did not arrive; behind it
+// " bad=B" if B bodies were not what their type says. Those are not in the counts.
 
 #include <getopt.h>
 #include <iniparser.h>
@@ -46,6 +47,18 @@ struct Arguments {
     bool ownLoop = false;
 };
 
+// A callback gives no length, and nobody has looked at the body: one that does not fit its type
+// must not be taken for the truth.
+bool IsBodyOf(unsigned int uiType, const ZceBoardQuote_t& quote) {
+    const bool bCombine =
+        uiType == ZCE_BOARD_TYPE_L1_COMBINE || uiType == ZCE_BOARD_TYPE_L5_COMBINE;
+    const bool bLevel1 = uiType == ZCE_BOARD_TYPE_L1_SINGLE || uiType == ZCE_BOARD_TYPE_L1_COMBINE;
+    return quote.ucTable == (bCombine ? 1 : 0) && quote.ucLevels == (bLevel1 ? 1 : 5) &&
+           quote.ucPhase <= ZCE_BOARD_PHASE_BREAK && quote.ulSeq != 0 && quote.szName[0] != '\0' &&
+           quote.uiZero == 0 && quote.aucZero[0] == 0 && quote.aucZero[1] == 0 &&
+           quote.aucZero[2] == 0;
+}
+
 // A counter that the receiving thread alone writes and the reporting thread reads.
 class CCount {
   public:
@@ -73,6 +86,7 @@ class CReceiver : public IVelaZceMdSpi {
 
     std::uint64_t Count(std::size_t type) const { return m_aCounts[type].Get(); }
     std::uint64_t Gaps() const { return m_gaps.Get(); }
+    std::uint64_t Bad() const { return m_bad.Get(); }
     std::uint64_t Total() const {
         std::uint64_t ulTotal = 0;
         for (const CCount& count : m_aCounts) {
@@ -103,6 +117,10 @@ class CReceiver : public IVelaZceMdSpi {
     void Take(unsigned int uiType, const unsigned char* body) {
         ZceBoardQuote_t quote;
         ZceBoardReadQuote(body, &quote);
+        if (!IsBodyOf(uiType, quote)) {
+            m_bad.Add(1);
+            return;
+        }
         m_aCounts[uiType - firstType].Add(1);
         if (quote.ulSeq != m_ulLastSeq + 1) {
             // The numbers begin at 1 when the stream is opened, so that a lost first message shows.
@@ -145,6 +163,7 @@ class CReceiver : public IVelaZceMdSpi {
 
     std::array<CCount, typeCount> m_aCounts;
     CCount m_gaps;
+    CCount m_bad;
     std::uint64_t m_ulLastSeq = 0;
     long m_lPrint;
     bool m_bKeepNames;
@@ -154,13 +173,17 @@ class CReceiver : public IVelaZceMdSpi {
 void PrintLastLine(long lChannel, const CReceiver& receiver) {
     std::printf(
         "zce-recv channel=%ld total=%llu type17=%llu type18=%llu type19=%llu type20=%llu "
-        "gaps=%llu\n",
+        "gaps=%llu",
         lChannel, static_cast<unsigned long long>(receiver.Total()),
         static_cast<unsigned long long>(receiver.Count(0)),
         static_cast<unsigned long long>(receiver.Count(1)),
         static_cast<unsigned long long>(receiver.Count(2)),
         static_cast<unsigned long long>(receiver.Count(3)),
         static_cast<unsigned long long>(receiver.Gaps()));
+    if (receiver.Bad() != 0) {
+        std::printf(" bad=%llu", static_cast<unsigned long long>(receiver.Bad()));
+    }
+    std::putchar('\n');
     std::fflush(stdout);
 }
 

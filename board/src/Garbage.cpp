@@ -88,7 +88,8 @@ void CGarbage::MakeMapPacket() {
     }
     uint32_t area = static_cast<uint32_t>(m_message.size() - AREA_LENGTH - 2);
     if (spoiling == AREA_LONG) {
-        area += 1 + m_random.Below(0xFFFF - area);
+        // By one byte no record can be missing.
+        area += m_random.Below(2) == 0 ? 1 : 2 + m_random.Below(0xFFFD - area);
     } else if (spoiling == AREA_SHORT) {
         area = m_random.Below(area);
     } else if (spoiling == CUT) {

@@ -121,8 +121,8 @@ class GarbageForTheWorker : public WorkerBench {
             m_expected[content.line] += content.line.empty() ? 0 : 1;
         }
     }
-    // Every WARN and ERROR line is one of those.
-    void ExpectLines() {
+    // Every WARN and ERROR line is one of those, and there are this many kinds of them.
+    void ExpectLines(size_t kinds) {
         m_expected.erase("");
         std::map<std::string, int> found;
         for (const std::string& line : log.Lines()) {
@@ -135,6 +135,7 @@ class GarbageForTheWorker : public WorkerBench {
             ++found[kind == m_expected.end() ? line : kind->first];
         }
         EXPECT_EQ(found, m_expected);
+        EXPECT_EQ(m_expected.size(), kinds);
         EXPECT_EQ(spi.calls.size(), m_delivered);
         for (const auto& [line, count] : m_expected) {
             EXPECT_GT(count, 100) << line << ": the garbage has too few of them";
@@ -161,7 +162,7 @@ TEST_F(GarbageForTheWorker, AMasterThatLearnsNamesEachBadMessageOnceAndLearnsOn)
     Peer::BinFile(*chan)->Normal_FileInit();
     log.Clear();
     ReceiveAll("");
-    ExpectLines();
+    ExpectLines(5);
     std::set<std::string> learnt;
     for (const auto& [name, index] : Peer::Insts(*chan)) {
         learnt.insert(name);
@@ -181,7 +182,7 @@ TEST_F(GarbageForTheWorker, AMasterInTradingTimeClosesTheTransferForEachMapPacke
     FakeClock::Set(20261120, 93000);
     log.Clear();
     ReceiveAll("WARN Now is in trade time! Note that you should start program before each trade!");
-    ExpectLines();
+    ExpectLines(3);
     EXPECT_TRUE(Peer::Insts(*chan).empty());
     ExpectGoesOn();
 }
@@ -189,7 +190,7 @@ TEST_F(GarbageForTheWorker, AMasterInTradingTimeClosesTheTransferForEachMapPacke
 TEST_F(GarbageForTheWorker, AnotherChannelTakesNoMapPacketAtAll) {
     MakeWorker(channel3Ini);
     ReceiveAll("WARN Instrument map packet on a channel that is not the master. It is dropped.");
-    ExpectLines();
+    ExpectLines(3);
     ExpectGoesOn();
 }
 
