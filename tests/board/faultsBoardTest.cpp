@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "Control.h"
 #include "Faults.h"
 #include "Garbage.h"
 #include "playingBoard.h"
@@ -194,11 +195,22 @@ TEST_F(BoardFaults, GarbageIsDroppedAndCountedWhenThereIsNoRoom) {
 
 TEST_F(BoardFaults, NoGarbageComesWhileTheBoardIsPaused) {
     Reader reader = Open(3);
+    const auto ask = [this](ZceBoard::Request request) {
+        ZceBoard::ControlMailbox& mailbox = m_memory->Shm().control;
+        mailbox.kind = static_cast<uint32_t>(request);
+        ++mailbox.asked;
+        Pass(inSession, MS);
+        EXPECT_EQ(mailbox.result.load(), 0);
+    };
+    ask(ZceBoard::Request::Pause);
     m_faults.Set({Fault::Garbage});
-    m_board.PlayFaults(false);
+    m_faults.Set({Fault::LinkDown});
+    Pass(inSession, 10 * MS);
     EXPECT_EQ(Drain(reader).size(), 0U);
-    m_board.PlayFaults(true);
-    EXPECT_EQ(Drain(reader).size(), 1U);
+    EXPECT_EQ(m_host.ReadWord(0x103), 0U) << "the other faults are there";
+    ask(ZceBoard::Request::Resume);
+    Pass(inSession, 10 * MS);
+    EXPECT_EQ(Drain(reader).size(), 10U);
 }
 
 TEST_F(BoardFaults, ACrashEndsTheProcessAtItsNextPassWithoutAnyTidying) {

@@ -10,7 +10,6 @@
 #include "faultDay.h"
 
 using testing::HasSubstr;
-using testing::Not;
 
 namespace velatest {
 

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <iterator>
 #include <regex>
 #include <sstream>
 
@@ -52,9 +54,7 @@ std::set<std::string> LinesBesideRow(const std::vector<std::string>& lines) {
         RowLines(std::string(info->test_suite_name()) + "." + info->name());
     EXPECT_FALSE(row.empty()) << "the row has no line";
     std::vector<std::regex> patterns;
-    for (const std::string& line : row) {
-        patterns.push_back(Pattern(line));
-    }
+    std::transform(row.begin(), row.end(), std::back_inserter(patterns), Pattern);
     std::vector<bool> found(row.size());
     std::set<std::string> beside;
     for (const std::string& line : std::set<std::string>(lines.begin(), lines.end())) {

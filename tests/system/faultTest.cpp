@@ -13,7 +13,6 @@
 #include "faultDay.h"
 
 using testing::HasSubstr;
-using testing::IsEmpty;
 using testing::Not;
 
 namespace velatest {

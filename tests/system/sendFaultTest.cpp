@@ -14,7 +14,6 @@
 #include "logCapture.h"
 #include "market.h"
 
-using testing::ElementsAre;
 using testing::IsEmpty;
 
 namespace velatest {
