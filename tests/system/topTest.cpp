@@ -1,0 +1,224 @@
+#include <gmock/gmock.h>
+#include <signal.h>  // NOLINT(modernize-deprecated-headers): SIGTERM
+#include <unistd.h>
+
+#include <algorithm>
+#include <memory>
+#include <sstream>
+
+#include "pausedBoard.h"
+#include "tmux.h"
+
+namespace {
+
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+using velatest::Process;
+using velatest::Tmux;
+
+std::vector<std::string> LinesOf(const std::string& text) {
+    std::istringstream stream(text);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(stream, line);) {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+class Top : public velatest::PausedBoard {
+  protected:
+    // zce-top with its output in a file.
+    std::unique_ptr<Process> Run(const std::vector<std::string>& arguments) {
+        std::vector<std::string> command{ZCE_TOP_PROGRAM};
+        command.insert(command.end(), arguments.begin(), arguments.end());
+        return std::make_unique<Process>(command, Where("top"));
+    }
+    std::string Gone(pid_t pid) const {
+        return "zce-top: bus 0: the board (process " + std::to_string(pid) + ") is gone\n";
+    }
+};
+
+// On a terminal. A shell starts it, notes its process number, and tells its exit status and whether
+// it left the terminal as it was.
+class TopScreen : public Top {
+  protected:
+    TopScreen() {
+        Start();
+        Where("terminal");
+        m_tmux = std::make_unique<Tmux>(Path("terminal"));
+    }
+
+    void RunOnTerminal(const std::string& arguments) {
+        velatest::WriteFile(Path("terminal") + "/run",
+                            "settings() { stty -a | sed 's/rows [0-9]*; columns [0-9]*;//'; }\n"
+                            "settings >before\n"
+                            "sh -c 'echo $$ >pid; exec \"" ZCE_TOP_PROGRAM "\" " +
+                                arguments +
+                                "'\n"
+                                "echo \"status=$?\"\n"
+                                "settings >after\n"
+                                "cmp before after && echo same terminal\n");
+        m_tmux->Type("clear; . ./run");
+    }
+    pid_t TopPid() const { return std::stoi(velatest::ReadFile(Path("terminal") + "/pid")); }
+
+    // The screen belongs to the shell again.
+    void ExpectEnded() const {
+        EXPECT_TRUE(m_tmux->WaitFor("same terminal")) << m_tmux->Screen();
+        EXPECT_THAT(m_tmux->Screen(), HasSubstr("status=0\n"));
+        EXPECT_THAT(m_tmux->Screen(), Not(HasSubstr("q quits")));
+        EXPECT_THAT(m_tmux->Screen(), EndsWith("\nready>\n"));
+    }
+
+    std::unique_ptr<Tmux> m_tmux;
+};
+
+TEST_F(TopScreen, TheScreenIsThatOfTheDocs) {
+    Trade();
+    RunOnTerminal("--interval 0.1");
+    // From the second look on there are rates, and with the board paused nothing changes.
+    ASSERT_TRUE(m_tmux->WaitFor("  0/s  ")) << m_tmux->Screen();
+    // The hint stands at the right end, however long the process number is.
+    std::string screen = m_tmux->Screen();
+    EXPECT_EQ(screen.find('\n'), 80U);
+    screen = Fixed(screen);
+    const size_t hint = screen.find("q quits\n");
+    ASSERT_NE(hint, std::string::npos);
+    const size_t width = hint + std::string("q quits").size();
+    screen = width < 80 ? screen.insert(hint, 80 - width, ' ')
+                        : screen.erase(hint - (width - 80), width - 80);
+    velatest::ExpectDocsShow("zce-top", screen);
+    m_tmux->Press("q");
+    ExpectEnded();
+}
+
+TEST_F(TopScreen, WhatHappensIsSeenInPlace) {
+    RunOnTerminal("--interval 0.1");
+    ASSERT_TRUE(m_tmux->WaitFor("no channel was ever open")) << m_tmux->Screen();
+    Trade();
+    ASSERT_TRUE(m_tmux->WaitFor("parsed 600 ")) << m_tmux->Screen();
+    EXPECT_THAT(m_tmux->Screen(), Not(HasSubstr("no channel")));
+    EXPECT_THAT(m_tmux->Screen(), HasSubstr("\n 3 open  "));
+    Ctl({"resume"});
+    EXPECT_TRUE(m_tmux->WaitFor("going on")) << m_tmux->Screen();
+    m_tmux->Press("q");
+    ExpectEnded();
+}
+
+TEST_F(TopScreen, ItFollowsTheTerminalsSizeByCutting) {
+    Trade();
+    RunOnTerminal("--interval 600");
+    ASSERT_TRUE(m_tmux->WaitFor(" 3 open ")) << m_tmux->Screen();
+    m_tmux->Resize(40, 6);
+    ASSERT_TRUE(m_tmux->WaitFor("... 5 more lines")) << m_tmux->Screen();
+    const auto lines = LinesOf(m_tmux->Screen());
+    ASSERT_EQ(lines.size(), 6U) << m_tmux->Screen();
+    EXPECT_THAT(lines[0], StartsWith("zce-board bus 0, process "));
+    EXPECT_THAT(lines[1], EndsWith("  trading  PAUSE>"));
+    EXPECT_EQ(lines[1].size(), 40U);
+    EXPECT_EQ(lines[2], "instruments  exchange 9+3  learnt 9+3  >");
+    m_tmux->Resize(100, 30);
+    EXPECT_TRUE(m_tmux->WaitFor(" 3 open ")) << m_tmux->Screen();
+    EXPECT_THAT(LinesOf(m_tmux->Screen())[0], EndsWith(" q quits"));
+    EXPECT_EQ(LinesOf(m_tmux->Screen())[0].size(), 100U);
+    m_tmux->Press("q");
+    ExpectEnded();
+}
+
+TEST_F(TopScreen, TheTerminalIsGivenBackAtEachOfTheSignals) {
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
+        RunOnTerminal("--interval 600");
+        ASSERT_TRUE(m_tmux->WaitFor("q quits")) << m_tmux->Screen();
+        kill(TopPid(), signal);
+        ExpectEnded();
+    }
+    RunOnTerminal("--interval 600");
+    ASSERT_TRUE(m_tmux->WaitFor("q quits")) << m_tmux->Screen();
+    m_tmux->Press("C-c");
+    ExpectEnded();
+}
+
+TEST_F(TopScreen, ItEndsWithTheBoardAndSaysSoOnTheShellsScreen) {
+    RunOnTerminal("--interval 0.1");
+    ASSERT_TRUE(m_tmux->WaitFor("q quits")) << m_tmux->Screen();
+    const std::string gone = Gone(m_board->Pid());
+    StopBoard();
+    ExpectEnded();
+    EXPECT_THAT(m_tmux->Screen(), HasSubstr(gone));
+}
+
+TEST_F(TopScreen, ATerminalThatIsNotKnownIsRefused) {
+    m_tmux->Type("clear; TERM=no-such '" ZCE_TOP_PROGRAM "'; echo status=$?");
+    EXPECT_TRUE(m_tmux->WaitFor("status=2")) << m_tmux->Screen();
+    EXPECT_THAT(m_tmux->Screen(), HasSubstr("zce-top: TERM: the terminal type \"no-such\" is not"));
+}
+
+TEST_F(Top, IntoAPipeItPrintsPlainLinesAReportAnInterval) {
+    Start();
+    Trade();
+    const auto top = Run({"--interval", "0.1"});
+    ASSERT_TRUE(top->WaitFor("  0/s  ")) << top->Output();
+    top->Signal(SIGTERM);
+    EXPECT_EQ(top->WaitEnd(), 0);
+    const std::string output = top->Output();
+    EXPECT_TRUE(std::all_of(output.begin(), output.end(), [](char c) {
+        return c == '\n' || (c >= ' ' && c < 127);
+    })) << output;
+    // The first report knows no rates; the second one ends like the first, and with an empty line.
+    const size_t second = output.find("\n\nzce-board bus 0, ") + 2;
+    ASSERT_NE(second, std::string::npos + 2);
+    EXPECT_THAT(output.substr(0, second), HasSubstr("parsed 600  -/s  requests 0"));
+    EXPECT_THAT(output.substr(0, second), StartsWith("zce-board bus 0, process "));
+    EXPECT_THAT(output.substr(second), HasSubstr("parsed 600  0/s  requests 0"));
+    EXPECT_THAT(output, EndsWith("\n\n"));
+}
+
+TEST_F(Top, OnceIsOneReport) {
+    Start();
+    const auto top = Run({"--once"});
+    EXPECT_EQ(top->WaitEnd(), 0);
+    EXPECT_THAT(top->Output(), StartsWith("zce-board bus 0, process "));
+    EXPECT_EQ(LinesOf(top->Output()).size(), 9U);
+}
+
+TEST_F(Top, WithoutABoardItSaysSo) {
+    const auto top = Run({"--bus", "5"});
+    EXPECT_EQ(top->WaitEnd(), 2);
+    EXPECT_EQ(top->Output(), "zce-top: bus 5: no zce-board is running on it\n");
+}
+
+TEST_F(Top, ItWaitsForABoardAndForTheNextOne) {
+    const std::string waiting = "zce-top: bus 0: waiting for a board\n\n";
+    const auto top = Run({"--wait", "--interval", "0.1"});
+    ASSERT_TRUE(top->WaitFor(waiting)) << top->Output();
+    StartSmallBoard();
+    const pid_t first = m_board->Pid();
+    ASSERT_TRUE(top->WaitFor("bus 0, process " + std::to_string(first))) << top->Output();
+    StopBoard();
+    for (int k = 0; k < 500 && top->Output().rfind(waiting) == 0; ++k) {
+        usleep(10'000);
+    }
+    ASSERT_NE(top->Output().rfind(waiting), 0U) << top->Output();
+    StartSmallBoard();
+    ASSERT_TRUE(top->WaitFor("bus 0, process " + std::to_string(m_board->Pid()))) << top->Output();
+    top->Signal(SIGINT);
+    EXPECT_EQ(top->WaitEnd(), 0);
+}
+
+TEST_F(Top, AUsageErrorSaysWhichAndExits2) {
+    const std::vector<std::pair<std::vector<std::string>, const char*>> cases = {
+        {{"--bus", "10"}, "zce-top: --bus: Value 10 not in range 0 to 9\n"},
+        {{"--interval", "0"},
+         "zce-top: --interval: Value 0 not in range 0.100000 to 3600.000000\n"},
+        {{"now"}, "zce-top: The following argument was not expected: now\n"},
+    };
+    for (const auto& [arguments, error] : cases) {
+        const auto top = Run(arguments);
+        EXPECT_EQ(top->WaitEnd(), 2);
+        EXPECT_EQ(top->Output(), error);
+    }
+}
+
+}  // namespace
