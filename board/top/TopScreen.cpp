@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cmath>
 #include <numeric>
 #include <string_view>
 
@@ -39,9 +40,13 @@ uint64_t AllSent(const ChannelSnapshot& channel) {
 
 // Events a second, to the nearest whole one.
 uint64_t PerSecond(uint64_t before, uint64_t now, int64_t ns) {
+    constexpr double MOST = 1e18;  // what was never counted may stand in the memory, too
+    if (now < before) {
+        return 0;
+    }
     const auto passed = static_cast<double>(std::max<int64_t>(ns, 1));
-    const auto events = static_cast<double>(now - before);
-    return now < before ? 0 : static_cast<uint64_t>(events * NS_PER_SECOND / passed + 0.5);
+    const double rate = static_cast<double>(now - before) * NS_PER_SECOND / passed;
+    return static_cast<uint64_t>(std::llround(std::min(rate, MOST)));
 }
 
 const char* OnOff(bool bOn) {

@@ -9,6 +9,7 @@
 
 #include "TopOutput.h"
 #include "TopScreen.h"
+#include "TopTerminfo.h"
 
 namespace ZceBoard {
 
@@ -69,7 +70,8 @@ class CTerminal : public CTopOutput {
 }  // namespace
 
 std::unique_ptr<CTopOutput> MakeTerminal(std::string& error) {
-    SCREEN* const pScreen = newterm(nullptr, stdout, stdin);
+    // newterm does not clean up behind a terminal that it does not know.
+    SCREEN* const pScreen = IsTerminalKnown() ? newterm(nullptr, stdout, stdin) : nullptr;
     if (pScreen == nullptr) {
         const char* const type = getenv("TERM");
         error = type == nullptr ? "TERM is not set, and standard output is a terminal"

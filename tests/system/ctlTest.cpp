@@ -132,25 +132,35 @@ TEST_F(Ctl, AnOutputThatCannotBeWrittenIsAnError) {
 }
 
 TEST_F(Ctl, TheDocsShowWhatTheCommandsPrint) {
+    using Command = std::vector<std::string>;
     Trade();
-    const auto show = [this](const std::vector<std::string>& arguments) {
-        std::string line = "$ zce-board ctl";
-        for (const std::string& argument : arguments) {
-            line += " " + argument;
+    const auto show = [this](const std::vector<Command>& commands) {
+        std::string text;
+        for (const Command& command : commands) {
+            text += "$ zce-board ctl";
+            for (const std::string& word : command) {
+                text += " " + word;
+            }
+            text += "\n" + PausedBoard::Ctl(command);
         }
-        return Fixed(line + "\n" + PausedBoard::Ctl(arguments));
+        return Fixed(text);
     };
-    velatest::ExpectDocsShow("ctl status", show({"status"}));
-    velatest::ExpectDocsShow("ctl registers", show({"registers", "0x10-0x12", "0x103-0x106"}));
-    velatest::ExpectDocsShow("ctl tables", show({"tables"}) + show({"tables", "--channel", "3"}));
-    velatest::ExpectDocsShow("ctl counters", show({"counters"}));
-    velatest::ExpectDocsShow("ctl clock",
-                             show({"step", "100"}) + show({"advance", "to", "10:14:59"}));
-    velatest::ExpectDocsShow(
-        "ctl fault", show({"fault", "on", "read-fails", "register=0x11", "every=3"}) +
-                         show({"fault", "on", "link-down", "value=7"}) + show({"fault", "list"}) +
-                         show({"fault", "off", "all"}));
-    velatest::ExpectDocsShow("ctl json", show({"registers", "0x11", "0x106", "--json"}));
+    const std::vector<std::pair<const char*, std::vector<Command>>> blocks = {
+        {"ctl status", {{"status"}}},
+        {"ctl registers", {{"registers", "0x10-0x12", "0x103-0x106"}}},
+        {"ctl tables", {{"tables"}, {"tables", "--channel", "3"}}},
+        {"ctl counters", {{"counters"}}},
+        {"ctl json", {{"registers", "0x11", "0x106", "--json"}}},
+        {"ctl clock", {{"step", "100"}, {"advance", "to", "10:14:59"}}},
+        {"ctl fault",
+         {{"fault", "on", "read-fails", "register=0x11", "every=3"},
+          {"fault", "on", "link-down", "value=7"},
+          {"fault", "list"},
+          {"fault", "off", "all"}}},
+    };
+    for (const auto& [name, commands] : blocks) {
+        velatest::ExpectDocsShow(name, show(commands));
+    }
 }
 
 }  // namespace

@@ -6,9 +6,9 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <regex>
 
 #include "Control.h"
+#include "Snapshot.h"
 
 namespace velatest {
 
@@ -77,13 +77,15 @@ void PausedBoard::Trade() {
 }
 
 std::string PausedBoard::Fixed(std::string text) const {
-    const auto digits = [](const char* before, const std::string& number) {
-        return std::regex(before + number + "\\b");
+    const auto replace = [&text](const std::string& from, const std::string& to) {
+        for (size_t at = text.find(from); at != std::string::npos; at = text.find(from, at)) {
+            text.replace(at, from.size(), to);
+            at += to.size();
+        }
     };
-    text = std::regex_replace(text, digits("process ", std::to_string(m_board->Pid())),
-                              "process 4711");
-    return std::regex_replace(text, std::regex("\\b20[0-9]{2}-[01][0-9]-[0-3][0-9] "),
-                              "2026-11-20 ");
+    replace("process " + std::to_string(m_board->Pid()), "process 4711");
+    replace(DateText(m_memory.Shm().stats.date), "2026-11-20");
+    return text;
 }
 
 namespace {

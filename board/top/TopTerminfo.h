@@ -1,0 +1,8 @@
+#pragma once
+
+namespace ZceBoard {
+
+// Whether there is a description of the terminal that TERM names.
+bool IsTerminalKnown();
+
+}  // namespace ZceBoard
