@@ -12,6 +12,7 @@
 #include "Control.h"
 #include "CtlBoard.h"
 #include "CtlError.h"
+#include "Values.h"
 
 namespace ZceBoard {
 
@@ -20,29 +21,6 @@ namespace {
 constexpr uint64_t MAX_STEP_MS = 86'400'000;
 // What a board can be asked to do at once, so that it answers in time.
 constexpr uint64_t STEP_PART_MS = 1000;
-
-bool IsDigit(char c) {
-    return c >= '0' && c <= '9';
-}
-
-// HH:MM:SS as hhmmss.
-std::optional<uint32_t> TimeOf(const std::string& text) {
-    constexpr std::string_view FORM = "00:00:00";
-    if (text.size() != FORM.size()) {
-        return std::nullopt;
-    }
-    uint32_t hhmmss = 0;
-    for (size_t k = 0; k < FORM.size(); ++k) {
-        if (FORM[k] == ':' ? text[k] != ':' : !IsDigit(text[k])) {
-            return std::nullopt;
-        }
-        if (FORM[k] != ':') {
-            hhmmss = hhmmss * 10 + static_cast<uint32_t>(text[k] - '0');
-        }
-    }
-    const bool bTime = hhmmss / 10000 < 24 && hhmmss / 100 % 100 < 60 && hhmmss % 100 < 60;
-    return bTime ? std::optional(hhmmss) : std::nullopt;
-}
 
 // `senseless`: what is said to EINVAL.
 void Ask(CBoardMemory& memory, Request request, uint64_t argument, const std::string& senseless) {
@@ -63,6 +41,10 @@ void Ask(CBoardMemory& memory, Request request, uint64_t argument, const std::st
                                                     : "the board is going on already");
         case EPERM:
             throw refused("a step can be made only while the board is paused");
+        case EAGAIN:
+            throw refused(
+                "a process keeps the core locked or takes no messages: part of the step "
+                "is not done");
         case ENOTSUP:
             throw refused("the board's traffic has a time of its own, which cannot be moved");
         default:
@@ -98,7 +80,7 @@ void StepBoard(CBoardMemory& memory, const std::string& ms) {
 void AdvanceTo(CBoardMemory& memory, const std::vector<std::string>& words) {
     const bool bTo = words.size() == 2 && words.front() == "to";
     const std::optional<uint32_t> time =
-        words.size() == 1 || bTo ? TimeOf(words.back()) : std::nullopt;
+        words.size() == 1 || bTo ? ParseTimeOfDay(words.back()) : std::nullopt;
     if (!time) {
         throw CCtlError(
             fmt::format("advance: \"{}\": a time of day is HH:MM:SS, 00:00:00 to 23:59:59",

@@ -13,6 +13,7 @@ namespace {
 constexpr int64_t PASS_NS = NS_PER_MS;
 constexpr int64_t HOLDER_CHECK_NS = 20 * NS_PER_MS;
 constexpr int64_t STATUS_NS = NS_PER_SECOND;
+constexpr int PLAYS_PER_STEP = 100'000;
 constexpr uint64_t MAX_STEP_MS = 60'000;
 constexpr std::memory_order RELAXED = std::memory_order_relaxed;
 
@@ -43,17 +44,15 @@ bool IsTimeOfDay(uint64_t hhmmss) {
 void CBoardLoop::Pass(const HostTime& now) {
     m_board.NoticeOpenings();
     TellEnds();
-    m_board.PlayFaults(!m_bPaused);
+    m_board.PlayFaults();
     if (m_bPaused) {
         m_traffic.Hold(now);
     } else {
         m_traffic.Follow(now);
+        m_traffic.Play(m_board);
     }
     AnswerRequest(m_board.Shm().control,
                   [this](Request request, uint64_t argument) { return Answer(request, argument); });
-    if (!m_bPaused) {
-        m_traffic.Play(m_board);
-    }
     m_clockFile.Tell(m_traffic.Time(), now);
     m_board.DrainRequests();
     if (now.realNs >= m_nextHolderCheckNs) {
@@ -61,6 +60,7 @@ void CBoardLoop::Pass(const HostTime& now) {
         m_nextHolderCheckNs = now.realNs + HOLDER_CHECK_NS;
     }
     Publish();
+    m_board.Shm().stats.passes.fetch_add(1, std::memory_order_release);
 }
 
 int CBoardLoop::Answer(Request request, uint64_t argument) {
@@ -96,8 +96,12 @@ int CBoardLoop::Step(uint64_t ms) {
     }
     for (; ms != 0; --ms) {
         m_traffic.Step(NS_PER_MS);
+        int plays = 0;
         do {
             m_traffic.Play(m_board);
+            if (++plays == PLAYS_PER_STEP) {
+                return EAGAIN;  // a process has the core locked, or does not take its messages
+            }
         } while (m_traffic.HasBacklog());
     }
     Publish();
@@ -137,7 +141,6 @@ void CBoardLoop::Publish() {
             channel.Publish(stats.channels[channel.Channel()]);
         }
     }
-    stats.passes.fetch_add(1, std::memory_order_release);
 }
 
 std::string CBoardLoop::ReadyLine() const {

@@ -8,7 +8,7 @@
 
 namespace ZceBoard {
 
-void CFaultPlayer::Play(std::array<CChannelSender, CHANNELS>& channels, bool traffic) {
+void CFaultPlayer::Play(std::array<CChannelSender, CHANNELS>& channels) {
     const bool any = m_faults.Any();
     if (!any && !m_bPlayed) {
         return;
@@ -19,9 +19,6 @@ void CFaultPlayer::Play(std::array<CChannelSender, CHANNELS>& channels, bool tra
     }
     SetLink();
     LimitRooms(channels);
-    if (traffic) {
-        SendGarbage(channels);
-    }
 }
 
 void CFaultPlayer::SetLink() {
@@ -38,8 +35,11 @@ void CFaultPlayer::LimitRooms(std::array<CChannelSender, CHANNELS>& channels) {
     }
 }
 
-// A pass in which no channel would get it is no occasion.
-void CFaultPlayer::SendGarbage(std::array<CChannelSender, CHANNELS>& channels) {
+// A millisecond in which no channel would get it is no occasion.
+void CFaultPlayer::PlayGarbage(std::array<CChannelSender, CHANNELS>& channels) {
+    if (!m_faults.Any()) {
+        return;
+    }
     std::array<CChannelSender*, CHANNELS> open{};
     size_t count = 0;
     for (CChannelSender& channel : channels) {

@@ -15,13 +15,14 @@ class CFaultPlayer {
   public:
     explicit CFaultPlayer(BoardShm& shm) : m_shm(shm), m_faults(shm) {}
 
-    // Once a pass of the board. Garbage is sent only with `traffic`.
-    void Play(std::array<CChannelSender, CHANNELS>& channels, bool traffic);
+    // Once a pass of the board: all but the garbage.
+    void Play(std::array<CChannelSender, CHANNELS>& channels);
+    // Once a millisecond of traffic.
+    void PlayGarbage(std::array<CChannelSender, CHANNELS>& channels);
 
   private:
     void SetLink();
     void LimitRooms(std::array<CChannelSender, CHANNELS>& channels);
-    void SendGarbage(std::array<CChannelSender, CHANNELS>& channels);
 
     BoardShm& m_shm;
     CFaults m_faults;

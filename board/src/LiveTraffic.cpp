@@ -46,6 +46,7 @@ int CLiveTraffic::AdvanceTo(uint32_t hhmmss) {
 void CLiveTraffic::Play(CBoard& board) {
     const Phase phase = CurrentPhase();
     board.SetTime(m_time);
+    board.PlayGarbage();
     Broadcast(board, phase);
     Decode(board, phase);
 }

@@ -46,6 +46,7 @@ void CReplayTraffic::Play(CBoard& board) {
         return;
     }
     m_bBegun = true;
+    board.PlayGarbage();
     m_bBlocked = false;
     m_bMore = false;
     for (int k = 0; TakeNext() && IsDue(); ++k) {

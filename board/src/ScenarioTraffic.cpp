@@ -121,6 +121,7 @@ bool CScenarioTraffic::FinishSlice(CBoard& board) {
     if (m_slice.ticks[0] + m_slice.ticks[1] != 0) {
         return false;
     }
+    board.PlayGarbage();
     board.PublishCounters(IsMarketOpen(CurrentPhase()));
     m_bInSlice = false;
     return true;
@@ -138,6 +139,9 @@ void CScenarioTraffic::SwitchFaults(CBoard& board) {
         }
     }
     m_faultsNs = m_playedNs;
+    if (!m_scenario.faults.empty()) {
+        board.PlayFaults();
+    }
 }
 
 // The messages of a level that are due in the slice that has just begun.

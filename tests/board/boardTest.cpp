@@ -8,6 +8,9 @@
 
 namespace {
 
+using boardtest::QuoteOf;
+using boardtest::TypeOf;
+
 using boardtest::MS;
 using boardtest::SECOND;
 using ZceBoard::BoardTime;

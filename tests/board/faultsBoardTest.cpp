@@ -20,6 +20,8 @@ using ZceBoard::Fault;
 
 namespace {
 
+using boardtest::QuoteOf;
+
 using boardtest::MS;
 
 constexpr uint32_t any = 0xFFFFFFFF;
@@ -144,10 +146,10 @@ TEST_F(BoardFaults, GarbageComesOnceAPassOnTheGivenChannelUntilItsLimit) {
     EXPECT_FALSE(m_faults.Any());
     EXPECT_THAT(m_loop->LastLines(),
                 HasSubstr("zce-board channel=3 type2=0 type17=0 type18=0 type19=0 type20=0 total=0 "
-                          "dropped=0 other=20 openings=1\n"));
+                          "dropped=0 other=20 openings=1 bus=0\n"));
     EXPECT_THAT(m_loop->LastLines(),
                 HasSubstr("zce-board channel=2 type2=0 type17=0 type18=0 type19=0 type20=0 total=0 "
-                          "dropped=0 openings=1\n"));
+                          "dropped=0 openings=1 bus=0\n"));
 }
 
 TEST_F(BoardFaults, GarbageForAllChannelsIsTheSameOnEachOpenOne) {
@@ -217,7 +219,7 @@ TEST_F(BoardFaults, ACrashEndsTheProcessAtItsNextPassWithoutAnyTidying) {
     // The child is not the board of its memory, so it plays only what a board does.
     EXPECT_EQ(boardtest::InChild([this] {
                   m_faults.Set({Fault::Crash});
-                  m_board.PlayFaults(true);
+                  m_board.PlayFaults();
                   return 0;
               }),
               -SIGKILL);

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <array>
-#include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
@@ -10,6 +9,7 @@
 #include "BoardLoop.h"
 #include "LiveTraffic.h"
 #include "boardFixture.h"
+#include "boardMessages.h"
 
 namespace boardtest {
 
@@ -59,16 +59,6 @@ class PlayingBoard : public BoardFixture {
             messages.emplace_back(data, data + len);
         }) == 1) {}
         return messages;
-    }
-    static uint32_t TypeOf(const std::vector<unsigned char>& message) {
-        uint32_t type = 0;
-        memcpy(&type, message.data(), sizeof(type));
-        return type;
-    }
-    static ZceBoardQuote_t QuoteOf(const std::vector<unsigned char>& message) {
-        ZceBoardQuote_t quote;
-        ZceBoardReadQuote(message.data() + 12, &quote);
-        return quote;
     }
     void Subscribe(uint32_t table, uint32_t index, uint32_t mask) {
         const uint32_t window = table == 0 ? 0x11000 : 0x12000;

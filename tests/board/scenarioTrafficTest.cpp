@@ -1,12 +1,12 @@
 #include "ScenarioTraffic.h"
 
-#include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "BoardLoop.h"
 #include "boardFixture.h"
+#include "boardMessages.h"
 
 namespace boardtest {
 
@@ -68,16 +68,6 @@ class Playing : public BoardFixture {
         while (m_consumer.PollOnce([this](const unsigned char* data, uint32_t len) {
             m_messages.emplace_back(data, data + len);
         }) == 1) {}
-    }
-    static uint32_t TypeOf(const std::vector<unsigned char>& message) {
-        uint32_t type = 0;
-        memcpy(&type, message.data(), sizeof(type));
-        return type;
-    }
-    static ZceBoardQuote_t QuoteOf(const std::vector<unsigned char>& message) {
-        ZceBoardQuote_t quote;
-        ZceBoardReadQuote(message.data() + 12, &quote);
-        return quote;
     }
     size_t Count(uint32_t first, uint32_t last) const {
         size_t count = 0;

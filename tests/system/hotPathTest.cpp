@@ -29,20 +29,22 @@ std::atomic<unsigned long> g_allocations{0};
 
 }  // namespace
 
-// Every allocation of the process, the C++ runtime's operator new included, comes through these.
-extern "C" void* malloc(std::size_t size) {
+// Every allocation of the process, the C++ runtime's operator new included, comes through these:
+// the runtime finds them only if they are visible.
+#define EXPORTED __attribute__((visibility("default")))
+extern "C" EXPORTED void* malloc(std::size_t size) {
     g_allocations.fetch_add(1, std::memory_order_relaxed);
     return __libc_malloc(size);
 }
-extern "C" void* calloc(std::size_t count, std::size_t size) {
+extern "C" EXPORTED void* calloc(std::size_t count, std::size_t size) {
     g_allocations.fetch_add(1, std::memory_order_relaxed);
     return __libc_calloc(count, size);
 }
-extern "C" void* realloc(void* pointer, std::size_t size) {
+extern "C" EXPORTED void* realloc(void* pointer, std::size_t size) {
     g_allocations.fetch_add(1, std::memory_order_relaxed);
     return __libc_realloc(pointer, size);
 }
-extern "C" void* aligned_alloc(std::size_t alignment, std::size_t size) {
+extern "C" EXPORTED void* aligned_alloc(std::size_t alignment, std::size_t size) {
     g_allocations.fetch_add(1, std::memory_order_relaxed);
     return __libc_memalign(alignment, size);
 }

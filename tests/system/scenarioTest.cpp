@@ -118,6 +118,32 @@ TEST_F(ExampleScenario, TwoBoardsWithThreeReceiversEachLoseNothing) {
     }
 }
 
+TEST_F(ExampleScenario, NightFaultsComeAndGoAndTheDataGoOn) {
+    StartClock(205458);
+    m_rules =
+        "L5_DSTMAC = 01:00:5e:01:01:05\nL5_DSTIP = 239.1.1.5\nL5_DSTPORT = 30005\n"
+        "L5_SRCMAC = 00:1b:21:aa:bb:05\nL5_SRCIP = 192.168.5.10\nL5_SRCPORT = 31005\n"
+        "L1_DSTMAC = 01:00:5e:01:01:01\nL1_DSTIP = 239.1.1.1\nL1_DSTPORT = 30001\n"
+        "L1_SRCMAC = 00:1b:21:aa:bb:01\nL1_SRCIP = 192.168.1.10\nL1_SRCPORT = 31001\n"
+        "[channel0]\ninsts = all\noptions = recv\nips = recv\nspd = recv\n";
+    Play("night-faults.ini");
+    auto master = Receive(0);
+    ASSERT_TRUE(master->WaitFor("All channel subs over.")) << master->Output();
+    EXPECT_EQ(m_board->WaitEnd(seconds(60)), 0) << m_board->Output();
+    const std::string got = Finish(*master, 0);
+    ExpectSame(got, 0);
+    EXPECT_GT(Field(got, "type17"), 500);
+    EXPECT_GT(Field(got, "type20"), 100);
+    const std::string output = master->Output();
+    EXPECT_THAT(output, HasSubstr("[fpga]Fiber linkstatus 0x103:0x0.\n"));
+    EXPECT_THAT(output, HasSubstr("[fpga]read int32 failed, addr[0x104], "
+                                  "errmsg:Input/output error.\n"));
+    EXPECT_EQ(Field(BoardLine(0), "other"), 20) << BoardLine(0);  // each 100th ms of two seconds
+    const std::string board = m_board->Output();
+    EXPECT_THAT(board, HasSubstr(" L5=ok L1=ok"));
+    EXPECT_THAT(board, HasSubstr(" faults=counters-stuck, garbage every=100 strikes="));
+}
+
 class BadScenario : public Market {
   protected:
     int Refused(const std::vector<std::string>& arguments, std::string& text) {

@@ -22,8 +22,9 @@ std::string Quoted(const std::string& text) {
 }  // namespace
 
 Tmux::Tmux(const std::string& directory) : m_socket(directory + "/tmux") {
+    // The shell's time is limited, and the server ends with it, should the test be killed.
     Run("-f /dev/null new-session -d -x 80 -y 24 -c " + Quoted(directory) +
-        " 'PS1=\"ready> \" ENV= exec sh'");
+        " 'PS1=\"ready> \" ENV= exec timeout --foreground 110 sh'");
     EXPECT_TRUE(WaitFor("ready>"));
 }
 

@@ -133,6 +133,9 @@ TEST_F(TopScreen, TheTerminalIsGivenBackAtEachOfTheSignals) {
         ASSERT_TRUE(m_tmux->WaitFor("q quits")) << m_tmux->Screen();
         kill(TopPid(), signal);
         ExpectEnded();
+        if (HasFailure()) {
+            return;
+        }
     }
     RunOnTerminal("--interval 600");
     ASSERT_TRUE(m_tmux->WaitFor("q quits")) << m_tmux->Screen();
