@@ -48,15 +48,16 @@ struct Arguments {
 };
 
 // A callback gives no length, and nobody has looked at the body: one that does not fit its type
-// must not be taken for the truth.
+// must not be taken for the truth. (Behind a message that is too short there may be the body of an
+// old one. It fits, and its number shows as a gap.)
 bool IsBodyOf(unsigned int uiType, const ZceBoardQuote_t& quote) {
     const bool bCombine =
         uiType == ZCE_BOARD_TYPE_L1_COMBINE || uiType == ZCE_BOARD_TYPE_L5_COMBINE;
     const bool bLevel1 = uiType == ZCE_BOARD_TYPE_L1_SINGLE || uiType == ZCE_BOARD_TYPE_L1_COMBINE;
+    const std::uint64_t ulSeconds = quote.ulTimeNs / 1000000000;
     return quote.ucTable == (bCombine ? 1 : 0) && quote.ucLevels == (bLevel1 ? 1 : 5) &&
            quote.ucPhase <= ZCE_BOARD_PHASE_BREAK && quote.ulSeq != 0 && quote.szName[0] != '\0' &&
-           quote.uiZero == 0 && quote.aucZero[0] == 0 && quote.aucZero[1] == 0 &&
-           quote.aucZero[2] == 0;
+           quote.uiTime == ulSeconds / 3600 * 10000 + ulSeconds / 60 % 60 * 100 + ulSeconds % 60;
 }
 
 // A counter that the receiving thread alone writes and the reporting thread reads.

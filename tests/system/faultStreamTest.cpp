@@ -83,12 +83,14 @@ TEST_F(StreamFaults, GarbageForAReceiver) {
     const std::string line = m_second->LastLine("zce-recv channel=3 ");
     const long bad = Field(line, "bad");
     EXPECT_GT(bad, 100) << line;
-    // Each of them is one line of the log, or a body that the application itself refuses.
-    EXPECT_EQ(bad + CountIn(output, "Unsupported dma type 0x") +
+    // Behind one that is too short may stand the body of an old message, whose number is a gap.
+    const long old = Field(line, "total") - Sent(3);
+    EXPECT_GE(old, 0) << line;
+    EXPECT_EQ(Field(line, "gaps") != 0, old != 0) << line;
+    // Each of them is one line of the log, or a body for the application.
+    EXPECT_EQ(bad + old + CountIn(output, "Unsupported dma type 0x") +
                   CountIn(output, "Dma message of ") + CountIn(output, "Instrument map packet on "),
               garbageMessages);
-    EXPECT_EQ(Field(line, "total"), Sent(3)) << line;
-    EXPECT_EQ(Field(line, "gaps"), 0) << line;
 }
 
 // Whatever it learns besides, the list of the exchange is learnt and subscribed.
