@@ -27,10 +27,11 @@ check_style() {
         grep -v 'DrvEnyx/enyxHw.h' || return 1
 }
 
+# More at once than there are processors: most tests of whole processes wait.
 tests() {
     local preset=$1
     shift
-    ctest --test-dir "build/$preset" --output-on-failure --no-tests=error -j"$(nproc)" "$@" |
+    ctest --test-dir "build/$preset" --output-on-failure --no-tests=error -j$((2 * $(nproc))) "$@" |
         tee "build/$preset/ctest.out" | { grep -vE '^ *(Start|[0-9]+/[0-9]+ Test +#.*Passed)' || true; }
     total=$((total + $(sed -n 's/.*tests passed, .* out of \([0-9]*\)$/\1/p' "build/$preset/ctest.out")))
 }
