@@ -54,8 +54,8 @@ class CBoard {
     // For the status line: empty, or " faults=" and those that are there.
     std::string FaultStatus() const { return m_faults.Any() ? " faults=" + m_faults.Text() : ""; }
 
-    // Carries out the faults that are the board's own doing, once a pass; and, with the traffic, the
-    // garbage, once a millisecond.
+    // Carries out the faults that are the board's own doing, once a pass; and, with the traffic,
+    // the garbage, once a millisecond.
     void PlayFaults() { m_faultPlayer.Play(m_channels); }
     void PlayGarbage() { m_faultPlayer.PlayGarbage(m_channels); }
 
