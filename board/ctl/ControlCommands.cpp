@@ -30,7 +30,10 @@ void Ask(CBoardMemory& memory, Request request, uint64_t argument, const std::st
     };
     switch (err) {
         case 0:
-            AwaitBoard(memory);
+            // Done, also if the board has come to the end of its scenario by that.
+            if (AwaitPass(memory) == ETIMEDOUT) {
+                throw CCtlError(AnswerErrorText(memory, ETIMEDOUT));
+            }
             return;
         case EBUSY:
             throw refused("somebody else is asking the board all the time");

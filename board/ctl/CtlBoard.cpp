@@ -44,12 +44,6 @@ std::string AnswerErrorText(const CBoardMemory& memory, int err) {
     }
 }
 
-void AwaitBoard(CBoardMemory& memory) {
-    if (const int err = AwaitPass(memory); err != 0) {
-        throw CCtlError(AnswerErrorText(memory, err));
-    }
-}
-
 int TryAttach(CBoardMemory& memory, uint32_t bus, std::string& reason) {
     int err = memory.Attach(bus);
     if (err != 0) {

@@ -17,7 +17,4 @@ void AttachBoard(CBoardMemory& memory, uint32_t bus);
 // asked or waited for.
 std::string AnswerErrorText(const CBoardMemory& memory, int err);
 
-// Waits until the board has seen what was put into its memory. Throws CCtlError.
-void AwaitBoard(CBoardMemory& memory);
-
 }  // namespace ZceBoard

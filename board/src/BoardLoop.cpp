@@ -13,7 +13,9 @@ namespace {
 constexpr int64_t PASS_NS = NS_PER_MS;
 constexpr int64_t HOLDER_CHECK_NS = 20 * NS_PER_MS;
 constexpr int64_t STATUS_NS = NS_PER_SECOND;
-constexpr int PLAYS_PER_STEP = 100'000;
+// Whoever asks for a step waits no longer than 3 s.
+constexpr int64_t LONGEST_STEP_NS = 2 * NS_PER_SECOND;
+constexpr int64_t STEP_NAP_NS = 50'000;
 constexpr uint64_t MAX_STEP_MS = 60'000;
 constexpr std::memory_order RELAXED = std::memory_order_relaxed;
 
@@ -63,6 +65,11 @@ void CBoardLoop::Pass(const HostTime& now) {
     m_board.Shm().stats.passes.fetch_add(1, std::memory_order_release);
 }
 
+void CBoardLoop::Finish() {
+    m_board.NoticeOpenings();
+    TellEnds();
+}
+
 int CBoardLoop::Answer(Request request, uint64_t argument) {
     switch (request) {
         case Request::Pause:
@@ -94,15 +101,20 @@ int CBoardLoop::Step(uint64_t ms) {
     if (ms == 0 || ms > MAX_STEP_MS) {
         return EINVAL;
     }
-    for (; ms != 0; --ms) {
+    const int64_t deadline = RealNs() + LONGEST_STEP_NS;
+    for (; ms != 0 && !m_traffic.IsOver(); --ms) {
         m_traffic.Step(NS_PER_MS);
-        int plays = 0;
-        do {
-            m_traffic.Play(m_board);
-            if (++plays == PLAYS_PER_STEP) {
+        m_traffic.Play(m_board);
+        while (m_traffic.IsBehind()) {
+            if (RealNs() >= deadline) {
+                Publish();
                 return EAGAIN;  // a process has the core locked, or does not take its messages
             }
-        } while (m_traffic.HasBacklog());
+            if (!m_traffic.HasBacklog()) {
+                RealSleep(STEP_NAP_NS);
+            }
+            m_traffic.Play(m_board);
+        }
     }
     Publish();
     return 0;
@@ -215,7 +227,8 @@ void RunBoards(std::vector<CBoardLoop*>& loops, const volatile std::sig_atomic_t
             RealSleep(PASS_NS);
         }
     }
-    for (const CBoardLoop* loop : loops) {
+    for (CBoardLoop* loop : loops) {
+        loop->Finish();
         Print(loop->LastLines());
     }
 }

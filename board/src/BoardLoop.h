@@ -23,6 +23,9 @@ class CBoardLoop {
     // the counts of each opening of a stream that has ended.
     void Pass(const HostTime& now);
 
+    // After the last pass: tells the openings that have ended since.
+    void Finish();
+
     bool HasBacklog() const { return !m_bPaused && m_traffic.HasBacklog(); }
     bool IsOver() const { return m_traffic.IsOver(); }
 

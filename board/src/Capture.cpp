@@ -3,8 +3,11 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
 
+#include "BoardClock.h"
 #include "Broadcast.h"
 #include "RegisterMap.h"
 #include "ZceBoardMsg.h"
@@ -13,6 +16,8 @@
 namespace ZceBoard {
 
 namespace {
+
+constexpr int64_t LONGEST_GAP_NS = 7 * NS_PER_DAY;
 
 uint32_t TypeOf(std::span<const unsigned char> bytes) {
     uint32_t type = 0;
@@ -27,12 +32,18 @@ uint32_t BusOf(const CaptureMessage& message) {
 }
 
 bool ReadThrough(const std::string& path, CaptureSummary& summary, std::string& error) {
+    std::error_code err;
+    if (std::filesystem::exists(path, err) && !std::filesystem::is_regular_file(path, err)) {
+        error = path + ": not a regular file";  // it is read twice
+        return false;
+    }
     CCaptureReader reader;
     if (!reader.Open(path, error)) {
         return false;
     }
     std::map<uint32_t, std::map<std::pair<uint32_t, uint16_t>, std::string>> names;
     CaptureMessage message;
+    int64_t lastNs = 0;
     CCaptureReader::Next next = reader.Read(message);
     for (; next == CCaptureReader::Next::Message; next = reader.Read(message)) {
         const uint32_t bus = BusOf(message);
@@ -43,7 +54,15 @@ bool ReadThrough(const std::string& path, CaptureSummary& summary, std::string& 
         }
         if (summary.buses.empty()) {
             summary.firstNs = message.timeNs;
+            lastNs = message.timeNs;
         }
+        // A clock that was set in between, or was wrong at first: nobody wants to wait for that.
+        if (std::abs(message.timeNs - lastNs) > LONGEST_GAP_NS) {
+            error = fmt::format("{}: packet {}: its time is more than {} days from the one before",
+                                path, message.packet, LONGEST_GAP_NS / NS_PER_DAY);
+            return false;
+        }
+        lastNs = message.timeNs;
         CaptureSummary::Bus& one = summary.buses[bus];
         one.channels.insert(message.channel);
         ++one.messages;

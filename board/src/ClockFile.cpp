@@ -67,8 +67,15 @@ bool CClockFile::Write(int64_t aheadNs) {
     const std::string text =
         fmt::format("{}{}.{:03}\n", aheadNs < 0 ? '-' : '+', std::abs(aheadNs) / NS_PER_SECOND,
                     std::abs(aheadNs) / NS_PER_MS % 1000);
-    const bool written = fputs(text.c_str(), file) >= 0;
-    return fclose(file) == 0 && written && rename(fresh.c_str(), m_path.c_str()) == 0;
+    int err = fputs(text.c_str(), file) >= 0 ? 0 : errno;
+    err = fclose(file) != 0 && err == 0 ? errno : err;
+    if (err == 0 && rename(fresh.c_str(), m_path.c_str()) == 0) {
+        return true;
+    }
+    err = err != 0 ? err : errno;
+    unlink(fresh.c_str());
+    errno = err;
+    return false;
 }
 
 }  // namespace ZceBoard

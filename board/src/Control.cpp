@@ -48,7 +48,15 @@ int AskBoard(CBoardMemory& memory, Request request, uint64_t argument) {
         return err == ETIMEDOUT ? EBUSY : (err != 0 ? err : locked);
     }
     ControlMailbox& mailbox = memory.Shm().control;
-    const uint32_t number = mailbox.answered.load(std::memory_order_acquire) + 1;
+    // Whoever asked before may have given up while the board was still at it.
+    const uint32_t before = mailbox.asked.load(std::memory_order_acquire);
+    err = Await(memory, [&mailbox, before] {
+        return mailbox.answered.load(std::memory_order_acquire) == before;
+    });
+    if (err != 0) {
+        return err;
+    }
+    const uint32_t number = before + 1;
     mailbox.kind.store(static_cast<uint32_t>(request), std::memory_order_relaxed);
     mailbox.argument.store(argument, std::memory_order_relaxed);
     mailbox.asked.store(number, std::memory_order_release);

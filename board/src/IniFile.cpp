@@ -12,6 +12,8 @@
 #include <cstring>
 #include <fstream>
 
+#include "Values.h"
+
 namespace ZceBoard {
 
 namespace {
@@ -36,21 +38,18 @@ std::string Lower(std::string_view text) {
     return lower;
 }
 
-std::string Trimmed(std::string_view text) {
-    constexpr std::string_view BLANKS = " \t\r";
-    const size_t first = text.find_first_not_of(BLANKS);
-    if (first == std::string_view::npos) {
-        return {};
-    }
-    return std::string(text.substr(first, text.find_last_not_of(BLANKS) - first + 1));
-}
-
 int ReadError(const std::string& path) {
     struct stat file {};
     if (stat(path.c_str(), &file) != 0 || access(path.c_str(), R_OK) != 0) {
         return errno;
     }
     return S_ISDIR(file.st_mode) ? EISDIR : 0;
+}
+
+// It is read twice: a pipe would be empty then.
+bool IsRegular(const std::string& path) {
+    struct stat file {};
+    return stat(path.c_str(), &file) == 0 && S_ISREG(file.st_mode);
 }
 
 // "file:3: syntax error: <text>" of the parser's first complaint.
@@ -61,7 +60,7 @@ std::string FirstComplaint(const std::string& path, const std::string& complaint
         return path + ": not an INI file";
     }
     std::string text = arrow == std::string::npos ? "" : complaints.substr(arrow + 3);
-    text = Trimmed(text.substr(0, text.find('\n')));
+    text = std::string(Trimmed(text.substr(0, text.find('\n'))));
     const std::string line = complaints.substr(open + 2, complaints.find(')', open) - open - 2);
     const bool tooLong = complaints.find("too long") < open;
     return fmt::format("{}:{}: {}{}{}", path, line,
@@ -75,6 +74,10 @@ bool CIniFile::Load(const std::string& path, std::string& error) {
     m_path = path;
     if (const int err = ReadError(path); err != 0) {
         error = fmt::format("{}: {}", path, strerror(err));
+        return false;
+    }
+    if (!IsRegular(path)) {
+        error = path + ": not a regular file";
         return false;
     }
     std::string complaints;
@@ -92,21 +95,28 @@ bool CIniFile::Load(const std::string& path, std::string& error) {
 
 bool CIniFile::FindLines(std::string& error) {
     m_lines.clear();
+    m_sections.clear();
     std::ifstream file(m_path);
     std::string raw;
     std::string section;
     bool continued = false;
     for (int number = 1; std::getline(file, raw); ++number) {
-        const std::string line = Trimmed(raw);
+        const std::string_view line = Trimmed(raw);
         const bool goesOn = continued;
         continued = !line.empty() && line.back() == '\\';
         if (goesOn || line.empty() || line[0] == '#' || line[0] == ';') {
             continue;
         }
         if (line[0] == '[') {
-            section = Lower(Trimmed(std::string_view(line).substr(1, line.find(']') - 1)));
-            m_lines.emplace(section, number);
+            section = Lower(Trimmed(line.substr(1, line.find(']') - 1)));
+            if (m_lines.emplace(section, number).second) {
+                m_sections.push_back(section);
+            }
             continue;
+        }
+        if (section.empty() && m_sections.empty()) {
+            m_lines.emplace("", number);
+            m_sections.emplace_back();
         }
         const std::string key = section + ":" + Lower(Trimmed(line.substr(0, line.find('='))));
         const auto [place, fresh] = m_lines.emplace(key, number);
@@ -119,15 +129,6 @@ bool CIniFile::FindLines(std::string& error) {
     return true;
 }
 
-std::vector<std::string> CIniFile::Sections() const {
-    std::vector<std::string> sections;
-    const int count = iniparser_getnsec(m_ini.get());
-    for (int k = 0; k < count; ++k) {
-        sections.emplace_back(iniparser_getsecname(m_ini.get(), k));
-    }
-    return sections;
-}
-
 std::vector<std::string> CIniFile::Keys(const std::string& section) const {
     const int count = iniparser_getsecnkeys(m_ini.get(), section.c_str());
     std::vector<const char*> keys(static_cast<size_t>(std::max(count, 0)));
@@ -136,6 +137,7 @@ std::vector<std::string> CIniFile::Keys(const std::string& section) const {
         iniparser_getseckeys(m_ini.get(), section.c_str(), keys.data()) == nullptr) {
         return names;
     }
+    names.reserve(keys.size());
     for (const char* key : keys) {
         names.emplace_back(key + section.size() + 1);
     }

@@ -19,7 +19,8 @@ class CIniFile {
     bool Load(const std::string& path, std::string& error);
 
     const std::string& Path() const { return m_path; }
-    std::vector<std::string> Sections() const;
+    // In the file's order; an empty name first if keys stand in front of any section.
+    const std::vector<std::string>& Sections() const { return m_sections; }
     std::vector<std::string> Keys(const std::string& section) const;
     bool HasSection(const std::string& section) const { return m_lines.count(section) != 0; }
     // Null if it is not there.
@@ -33,6 +34,7 @@ class CIniFile {
 
     std::string m_path;
     std::unique_ptr<dictionary, decltype(&iniparser_freedict)> m_ini{nullptr, iniparser_freedict};
+    std::vector<std::string> m_sections;
     std::map<std::string, int> m_lines;  // "section" and "section:key"
 };
 

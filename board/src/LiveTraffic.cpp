@@ -54,10 +54,12 @@ void CLiveTraffic::Play(CBoard& board) {
 void CLiveTraffic::Broadcast(CBoard& board, Phase phase) {
     for (size_t due = m_broadcast.Due(phase, m_time.wallNs); due != 0; --due) {
         if (!board.HearMapPacket(m_broadcast.Next(), m_list.All())) {
+            m_bPacketsLeft = true;
             return;  // the core is locked: this packet comes with the next pass
         }
         m_broadcast.Advance();
     }
+    m_bPacketsLeft = false;
 }
 
 void CLiveTraffic::Decode(CBoard& board, Phase phase) {

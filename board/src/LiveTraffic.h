@@ -31,6 +31,7 @@ class CLiveTraffic : public CTraffic {
     int AdvanceTo(uint32_t hhmmss) override;
     void Play(CBoard& board) override;
     bool HasBacklog() const override { return m_pacer.HasBacklog(); }
+    bool IsBehind() const override { return HasBacklog() || m_bPacketsLeft; }
     BoardTime Time() const override { return m_time; }
     Phase CurrentPhase() const override { return PhaseAt(m_time.hhmmss); }
     TrafficSource Source() const override { return TrafficSource::Live; }
@@ -55,6 +56,7 @@ class CLiveTraffic : public CTraffic {
     int64_t m_playNs = 0;   // real time in which the traffic was not held
     int64_t m_lastRealNs = 0;
     bool m_bStarted = false;
+    bool m_bPacketsLeft = false;  // of the broadcast, since the core was locked
 };
 
 }  // namespace ZceBoard

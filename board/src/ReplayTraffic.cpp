@@ -12,6 +12,8 @@ namespace {
 constexpr int MESSAGES_AT_ONCE = 4096;
 constexpr int64_t LEARN_NS = NS_PER_SECOND / 4;
 constexpr int64_t MILLI = 1000;
+// A process that was stopped goes on where it was, but for so much.
+constexpr int64_t LONGEST_PASS_NS = NS_PER_SECOND;
 
 }  // namespace
 
@@ -24,8 +26,11 @@ CReplayTraffic::CReplayTraffic(const std::string& path, const CaptureSummary& su
       m_speedMilli(speedMilli) {}
 
 void CReplayTraffic::Follow(const HostTime& now) {
-    if (m_bBegun && m_bStarted) {
-        m_playedMilliNs += (now.realNs - m_lastRealNs) * m_speedMilli;
+    // While a reader does not take its messages the capture's time stands still.
+    if (m_bBegun && m_bStarted && !m_bBlocked) {
+        m_restMilliNs += std::min(now.realNs - m_lastRealNs, LONGEST_PASS_NS) * m_speedMilli;
+        m_playedNs += m_restMilliNs / MILLI;
+        m_restMilliNs %= MILLI;
     }
     m_bStarted = true;
     m_lastRealNs = now.realNs;
@@ -63,8 +68,7 @@ void CReplayTraffic::Play(CBoard& board) {
         ++(open ? m_sent : m_unheard);
         m_bHaveNext = false;
         if (m_speedMilli == AS_FAST_AS_CAN_BE) {
-            m_playedMilliNs =
-                std::max(m_playedMilliNs, (m_next.timeNs - m_summary.firstNs) * MILLI);
+            m_playedNs = std::max(m_playedNs, m_next.timeNs - m_summary.firstNs);
         }
     }
     board.PublishCounters(true);
@@ -98,8 +102,7 @@ bool CReplayTraffic::TakeNext() {
 }
 
 bool CReplayTraffic::IsDue() const {
-    return m_speedMilli == AS_FAST_AS_CAN_BE ||
-           m_next.timeNs - m_summary.firstNs <= m_playedMilliNs / MILLI;
+    return m_speedMilli == AS_FAST_AS_CAN_BE || m_next.timeNs - m_summary.firstNs <= m_playedNs;
 }
 
 size_t CReplayTraffic::Instruments(uint32_t table) const {

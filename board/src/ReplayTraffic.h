@@ -28,14 +28,13 @@ class CReplayTraffic : public CTraffic {
 
     void Follow(const HostTime& now) override;
     void Hold(const HostTime& now) override { m_lastRealNs = now.realNs; }
-    void Step(int64_t ns) override { m_playedMilliNs += ns * 1000; }
+    void Step(int64_t ns) override { m_playedNs += m_bBegun ? ns : 0; }
     int AdvanceTo(uint32_t hhmmss) override;
     void Play(CBoard& board) override;
     bool HasBacklog() const override { return m_bMore && !m_bBlocked; }
     bool IsOver() const override { return m_bEnd && m_bDrained; }
-    BoardTime Time() const override {
-        return BoardTimeAt(m_summary.firstNs + m_playedMilliNs / 1000);
-    }
+    bool IsBehind() const override { return m_bMore || m_bBlocked; }
+    BoardTime Time() const override { return BoardTimeAt(m_summary.firstNs + m_playedNs); }
     Phase CurrentPhase() const override { return PhaseAt(Time().hhmmss); }
     TrafficSource Source() const override { return TrafficSource::Replay; }
     int64_t SpeedMilli() const override { return m_speedMilli; }
@@ -59,12 +58,13 @@ class CReplayTraffic : public CTraffic {
     CaptureMessage m_next;
     bool m_bHaveNext = false;
     bool m_bBegun = false;
-    bool m_bMore = false;         // the last Play stopped at its limit
-    bool m_bBlocked = false;      // at a full ring
-    bool m_bEnd = false;          // of the capture
-    bool m_bDrained = false;      // and all that was sent has been received
-    std::string m_missing;        // channels that are not open yet
-    int64_t m_playedMilliNs = 0;  // capture time since its begin, in thousandths of a ns
+    bool m_bMore = false;       // the last Play stopped at its limit
+    bool m_bBlocked = false;    // at a full ring
+    bool m_bEnd = false;        // of the capture
+    bool m_bDrained = false;    // and all that was sent has been received
+    std::string m_missing;      // channels that are not open yet
+    int64_t m_playedNs = 0;     // capture time since its begin
+    int64_t m_restMilliNs = 0;  // of it, what is not a whole ns yet
     int64_t m_lastRealNs = 0;
     bool m_bStarted = false;
     int64_t m_nextLearnNs = 0;

@@ -44,6 +44,7 @@ class CScenarioReader {
 
   private:
     bool CheckNames();
+    bool CheckFeedKeys();
     bool ReadBoard();
     bool ReadInstruments();
     bool ReadClock();
@@ -53,6 +54,7 @@ class CScenarioReader {
     bool ReadFeeds();
     bool ReadFaults();
     bool ReadFault(const std::string& section);
+    bool AddFault(const std::string& section, const FaultPlan& plan);
     Refusal AddWindows(std::string_view list, Phase phase);
     bool ReadSkips();
     Refusal MomentOf(std::string_view text, int64_t& ns) const;
@@ -135,12 +137,19 @@ bool IsFaultSection(std::string_view section) {
 
 bool CScenarioReader::CheckNames() {
     for (const std::string& section : m_ini.Sections()) {
+        if (section.empty()) {
+            m_error = fmt::format("{} a key stands in front of any section", m_ini.Where(section));
+            return false;
+        }
         if (section == "feeds") {
+            if (!CheckFeedKeys()) {
+                return false;
+            }
             continue;
         }
         const auto known =
             KnownKeys().find(IsFaultSection(section) ? FAULT_SECTION : std::string_view(section));
-        if (known == KnownKeys().end()) {
+        if (known == KnownKeys().end() || section.find(':') != std::string::npos) {
             m_error = fmt::format("{}: there is no such section", m_ini.Where(section));
             return false;
         }
@@ -151,6 +160,17 @@ bool CScenarioReader::CheckNames() {
                                       m_ini.Where(section, key), fmt::join(keys, ", "));
                 return false;
             }
+        }
+    }
+    return true;
+}
+
+bool CScenarioReader::CheckFeedKeys() {
+    for (const std::string& key : m_ini.Keys("feeds")) {
+        if (key.rfind("l5_", 0) != 0 && key.rfind("l1_", 0) != 0) {
+            m_error =
+                fmt::format("{}: there is no such address of a feed", m_ini.Where("feeds", key));
+            return false;
         }
     }
     return true;
@@ -243,6 +263,8 @@ bool CScenarioReader::ReadSkips() {
             }
             m_scenario.skips.push_back(span);
         }
+        std::sort(m_scenario.skips.begin(), m_scenario.skips.end(),
+                  [](const Span& one, const Span& other) { return one.fromNs < other.fromNs; });
         return "";
     });
 }
@@ -323,6 +345,7 @@ bool CScenarioReader::ReadFeeds() {
 
 // "start", or a time of day, which is the first one after the start.
 Refusal CScenarioReader::MomentOf(std::string_view text, int64_t& ns) const {
+    text = Trimmed(text);
     if (text == "start") {
         ns = 0;
         return "";
@@ -334,7 +357,7 @@ Refusal CScenarioReader::MomentOf(std::string_view text, int64_t& ns) const {
     ns = DayNsOf(*hhmmss) - DayNsOf(m_scenario.start);
     ns += ns < 0 ? NS_PER_DAY : 0;
     if (m_scenario.lengthNs != 0 && ns >= m_scenario.lengthNs) {
-        return "the scenario has ended by then";
+        return "the first such time after the start is not before the end";
     }
     return "";
 }
@@ -357,14 +380,26 @@ bool CScenarioReader::ReadFault(const std::string& section) {
             plan.untilNs = ns;
             return why.empty() && ns <= plan.atNs ? "this is not after the fault's beginning" : why;
         });
-    if (good) {
-        m_scenario.faults.push_back(plan);
+    return good && AddFault(section, plan);
+}
+
+// Only one fault of a kind can be there at a time.
+bool CScenarioReader::AddFault(const std::string& section, const FaultPlan& plan) {
+    constexpr int64_t EVER = INT64_MAX;
+    for (const FaultPlan& other : m_scenario.faults) {
+        if (other.setting.kind == plan.setting.kind && plan.atNs < other.untilNs.value_or(EVER) &&
+            other.atNs < plan.untilNs.value_or(EVER)) {
+            m_error = fmt::format("{}: another {} of this file is on at the time",
+                                  m_ini.Where(section), InfoOf(plan.setting.kind).name);
+            return false;
+        }
     }
-    return good;
+    m_scenario.faults.push_back(plan);
+    return true;
 }
 
 bool CScenarioReader::ReadFaults() {
-    const auto sections = m_ini.Sections();
+    const auto& sections = m_ini.Sections();
     return std::all_of(sections.begin(), sections.end(), [this](const std::string& section) {
         return !IsFaultSection(section) || ReadFault(section);
     });

@@ -12,6 +12,8 @@ namespace {
 constexpr uint64_t TICKS_AT_ONCE = 4096;
 constexpr int SLICES_AT_ONCE = 256;
 constexpr int64_t MS_PER_SECOND = 1000;
+// A process that was stopped goes on where it was, but for so much.
+constexpr int64_t LONGEST_PASS_NS = 60 * NS_PER_SECOND;
 constexpr int64_t LAG_TOLD_NS = NS_PER_SECOND;
 constexpr std::array<uint32_t, 2> LEVEL_FEEDS = {SWITCH_L1, SWITCH_L5};
 
@@ -32,6 +34,7 @@ uint32_t DateOf(int64_t days) {
 
 CScenarioTraffic::CScenarioTraffic(const Scenario& scenario, uint32_t today)
     : m_scenario(scenario),
+      m_events(EventsOf(scenario)),
       m_broadcast(scenario.instruments.All(), scenario.pace),
       m_exchange(scenario.instruments.All(), scenario.seed),
       m_startNs(DayNsOf(scenario.start)),
@@ -47,7 +50,8 @@ BoardTime CScenarioTraffic::TimeAt(int64_t sinceStartNs) const {
 
 void CScenarioTraffic::Follow(const HostTime& now) {
     if (m_bStarted) {
-        m_aheadMilliNs += (now.realNs - m_lastRealNs) * m_scenario.speedMilli;
+        const int64_t passed = std::min(now.realNs - m_lastRealNs, LONGEST_PASS_NS);
+        m_aheadMilliNs += passed * m_scenario.speedMilli;
         m_targetNs += m_aheadMilliNs / 1000;
         m_aheadMilliNs %= 1000;
     }
@@ -72,11 +76,9 @@ int CScenarioTraffic::AdvanceTo(uint32_t hhmmss) {
 }
 
 void CScenarioTraffic::Play(CBoard& board) {
-    if (m_faultsNs < 0) {
-        SwitchFaults(board);  // those that are there from the start
-    }
+    SwitchFaults(board);  // those that are there from the start, or that an advance passed over
     board.SetTime(Time());
-    for (int k = 0; k < SLICES_AT_ONCE && (m_bInSlice || HasBacklog()); ++k) {
+    for (int k = 0; k < SLICES_AT_ONCE && HasBacklog(); ++k) {
         if (!m_bInSlice) {
             BeginSlice(board);
         }
@@ -127,21 +129,36 @@ bool CScenarioTraffic::FinishSlice(CBoard& board) {
     return true;
 }
 
-// Faults whose time has come, in its order; an advance brings about all that it passed over.
-void CScenarioTraffic::SwitchFaults(CBoard& board) {
-    const auto due = [this](int64_t ns) { return ns > m_faultsNs && ns <= m_playedNs; };
-    CFaults faults(board.Shm());
-    for (const FaultPlan& plan : m_scenario.faults) {
-        if (due(plan.atNs) && !(plan.untilNs && *plan.untilNs <= m_playedNs)) {
-            faults.Set(plan.setting);
-        } else if (plan.untilNs && due(*plan.untilNs)) {
-            faults.Clear(plan.setting.kind);
+std::vector<CScenarioTraffic::Event> CScenarioTraffic::EventsOf(const Scenario& scenario) {
+    std::vector<Event> events;
+    for (const FaultPlan& plan : scenario.faults) {
+        events.push_back({plan.atNs, true, &plan});
+        if (plan.untilNs) {
+            events.push_back({*plan.untilNs, false, &plan});
         }
     }
-    m_faultsNs = m_playedNs;
-    if (!m_scenario.faults.empty()) {
-        board.PlayFaults();
+    // At one moment what ends does so before what begins.
+    std::stable_sort(events.begin(), events.end(), [](const Event& one, const Event& other) {
+        return one.ns != other.ns ? one.ns < other.ns : !one.bBegins && other.bBegins;
+    });
+    return events;
+}
+
+// Faults whose time has come, in its order; an advance brings about all that it passed over.
+void CScenarioTraffic::SwitchFaults(CBoard& board) {
+    if (m_nextEvent == m_events.size() || m_events[m_nextEvent].ns > m_playedNs) {
+        return;
     }
+    CFaults faults(board.Shm());
+    for (; m_nextEvent < m_events.size() && m_events[m_nextEvent].ns <= m_playedNs; ++m_nextEvent) {
+        const Event& event = m_events[m_nextEvent];
+        if (event.bBegins) {
+            faults.Set(event.pPlan->setting);
+        } else {
+            faults.Clear(event.pPlan->setting.kind);
+        }
+    }
+    board.PlayFaults();
 }
 
 // The messages of a level that are due in the slice that has just begun.

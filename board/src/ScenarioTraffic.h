@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "Exchange.h"
 #include "Scenario.h"
@@ -24,9 +25,11 @@ class CScenarioTraffic : public CTraffic {
     void Step(int64_t ns) override;
     int AdvanceTo(uint32_t hhmmss) override;
     void Play(CBoard& board) override;
-    bool HasBacklog() const override { return !IsOver() && NextSliceNs() <= m_targetNs; }
+    bool HasBacklog() const override {
+        return m_bInSlice || (!IsOver() && NextSliceNs() <= m_targetNs);
+    }
     bool IsOver() const override {
-        return m_scenario.lengthNs != 0 && m_playedNs >= m_scenario.lengthNs;
+        return !m_bInSlice && m_scenario.lengthNs != 0 && NextSliceNs() >= m_scenario.lengthNs;
     }
     BoardTime Time() const override { return TimeAt(m_playedNs); }
     Phase CurrentPhase() const override { return m_scenario.day.At(Time().hhmmss); }
@@ -39,6 +42,12 @@ class CScenarioTraffic : public CTraffic {
     }
 
   private:
+    // A fault that begins or ends.
+    struct Event {
+        int64_t ns;
+        bool bBegins;
+        const FaultPlan* pPlan;
+    };
     // A slice that is under way: what is still to be done in it.
     struct Slice {
         size_t packets;
@@ -47,6 +56,7 @@ class CScenarioTraffic : public CTraffic {
     };
 
     int64_t NextSliceNs() const { return m_playedNs + NS_PER_MS; }
+    static std::vector<Event> EventsOf(const Scenario& scenario);
     BoardTime TimeAt(int64_t sinceStartNs) const;
     void BeginSlice(CBoard& board);
     bool FinishSlice(CBoard& board);
@@ -56,13 +66,14 @@ class CScenarioTraffic : public CTraffic {
     void HearTicks(CBoard& board, BoardTime time);
 
     const Scenario& m_scenario;
+    std::vector<Event> m_events;  // in their order
+    size_t m_nextEvent = 0;
     CBroadcast m_broadcast;
     CExchange m_exchange;
     int64_t m_startNs;           // of the day
     int64_t m_startDay;          // days since 1970
     int64_t m_playedNs = 0;      // board time since the start; moved by advances
     int64_t m_targetNs = 0;      // what it should be by now
-    int64_t m_faultsNs = -1;     // faults are switched up to here
     uint64_t m_slices = 0;       // played
     int64_t m_aheadMilliNs = 0;  // real time x speed that has not become whole ns yet
     int64_t m_lastRealNs = 0;

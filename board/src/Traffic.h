@@ -34,6 +34,9 @@ class CTraffic {
     virtual void Play(CBoard& board) = 0;
     // Whether more is due already, whatever the time.
     virtual bool HasBacklog() const = 0;
+    // Whether something that is due could not be done: more than a pass does, or somebody is in the
+    // way.
+    virtual bool IsBehind() const { return HasBacklog(); }
     // Whether nothing will ever come again.
     virtual bool IsOver() const { return false; }
 

@@ -8,6 +8,9 @@ namespace ZceBoard {
 
 namespace {
 
+constexpr uint64_t FIRST_DATE = 19700101;
+constexpr uint64_t LAST_DATE = 21991231;
+
 bool IsDigit(char c) {
     return c >= '0' && c <= '9';
 }
@@ -18,6 +21,8 @@ bool ParseWhole(std::string_view text, Number& number) {
     return err == std::errc() && end == text.data() + text.size();
 }
 
+}  // namespace
+
 std::string_view Trimmed(std::string_view text) {
     constexpr std::string_view BLANKS = " \t";
     const size_t first = text.find_first_not_of(BLANKS);
@@ -26,8 +31,6 @@ std::string_view Trimmed(std::string_view text) {
     }
     return text.substr(first, text.find_last_not_of(BLANKS) - first + 1);
 }
-
-}  // namespace
 
 bool ParseNumber(std::string_view text, uint64_t most, uint64_t& number) {
     uint64_t parsed = 0;
@@ -68,14 +71,15 @@ std::optional<uint32_t> ParseTimeOfDay(std::string_view text, bool asEnd) {
 
 std::optional<uint32_t> ParseDate(std::string_view text) {
     uint64_t date = 0;
-    if (text.size() != 8 || !ParseNumber(text, 99991231, date)) {
+    if (text.size() != 8 || !ParseNumber(text, LAST_DATE, date)) {
         return std::nullopt;
     }
     const std::chrono::year_month_day day{
         std::chrono::year(static_cast<int>(date / 10000)),
         std::chrono::month(static_cast<unsigned>(date / 100 % 100)),
         std::chrono::day(static_cast<unsigned>(date % 100))};
-    return day.ok() && date >= 19700101 ? std::optional(static_cast<uint32_t>(date)) : std::nullopt;
+    return day.ok() && date >= FIRST_DATE ? std::optional(static_cast<uint32_t>(date))
+                                          : std::nullopt;
 }
 
 std::vector<std::string_view> SplitList(std::string_view text) {

@@ -6,6 +6,7 @@
 #include <string>
 #include <thread>
 
+#include "CoreLock.h"
 #include "LiveTraffic.h"
 #include "playingBoard.h"
 
@@ -119,6 +120,38 @@ TEST_F(Controlled, PausingTwiceAndResumingWhatGoesOnIsSaid) {
     EXPECT_EQ(Ask(Request::Pause), 0);
     EXPECT_EQ(Ask(Request::Pause), EALREADY);
     EXPECT_EQ(Ask(static_cast<Request>(77)), EINVAL);
+}
+
+TEST_F(Controlled, ARequestThatNobodyWaitsForAnyMoreIsNotTakenForTheNextOne) {
+    // Somebody asked and gave up; the board has not answered yet.
+    ZceBoard::ControlMailbox& mailbox = m_memory->Shm().control;
+    mailbox.kind = static_cast<uint32_t>(Request::Pause);
+    mailbox.asked = mailbox.answered + 1;
+    EXPECT_EQ(Ask(Request::Advance, 100000), 0);
+    EXPECT_EQ(Clock(), 100000U);
+    EXPECT_EQ(m_memory->Shm().stats.paused.load(), 1U) << "both were done";
+}
+
+TEST_F(Controlled, AStepThatALockedCoreHoldsUpIsNotDone) {
+    EXPECT_EQ(Ask(Request::Advance, 205500), 0);  // an auction: the broadcast needs the core
+    EXPECT_EQ(Ask(Request::Pause), 0);
+    ZceBoard::CCoreLock lock(m_memory->Shm().header.coreLock);
+    std::atomic<int> state{0};
+    std::thread holder([&] {
+        lock.Lock();
+        state = 1;
+        while (state != 2) {
+            std::this_thread::yield();
+        }
+        lock.Unlock();
+    });
+    while (state != 1) {
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(Ask(Request::Step, 20000), EAGAIN);
+    state = 2;
+    holder.join();
+    EXPECT_EQ(Ask(Request::Step, 20000), 0);
 }
 
 TEST_F(Controlled, ABoardThatIsGoneIsSaid) {

@@ -134,7 +134,7 @@ TEST_F(Replaying, KeepsTheCapturesPaceAndTheBytesAndTellsItsTime) {
     EXPECT_EQ(Drain(0), (std::vector<std::string>{Message(20, 'b', 244)}));
     Pass(0);
     EXPECT_TRUE(m_loop->IsOver());
-    EXPECT_EQ(m_traffic->Time().dayNs, 9U * 3600 * SECOND + 300 * MS);
+    EXPECT_EQ(m_traffic->Time().dayNs, uint64_t{9} * 3600 * SECOND + 300 * MS);
     EXPECT_EQ(m_loop->LastLines().substr(0, m_loop->LastLines().find('\n')),
               "replay bus=0 sent=3 of=3 unheard=0 recorder-lost=0");
 }
@@ -261,6 +261,26 @@ TEST_F(Replaying, ACutCaptureIsPlayedUpToTheCutAndSaysSo) {
     EXPECT_EQ(words.substr(0, words.find('\n') + 1),
               "replay bus=0 sent=2 of=2 unheard=0 recorder-lost=0\n");
     EXPECT_NE(words.find("replay " + m_path + ": packet 3: "), std::string::npos) << words;
+}
+
+TEST_F(Replaying, WhileAReaderIsTooSlowTheCapturesTimeStandsStill) {
+    CaptureBytes capture;
+    for (size_t k = 0; k < 2000; ++k) {
+        capture.Add(NINE, 0, Prefix(1, 4, k + 1) + Message(17, 'x', 1500));
+    }
+    Begin(capture, 1000);
+    OpenChannel(4);
+    Pass(10 * SECOND);
+    EXPECT_TRUE(m_traffic->IsBehind());
+    EXPECT_EQ(m_traffic->Time().hhmmss, 90000U);
+}
+
+TEST_F(Replaying, AClockThatWasSetDuringTheRecordingIsNamed) {
+    CaptureBytes capture;
+    capture.Add(1, 0, Prefix(1, 0, 1) + Message(17, 'x'));
+    capture.Add(NINE, 0, Prefix(1, 0, 2) + Message(17, 'x'));
+    EXPECT_FALSE(ReadThrough(capture));
+    EXPECT_EQ(m_error, m_path + ": packet 2: its time is more than 7 days from the one before");
 }
 
 TEST_F(Replaying, HasNoClockToBeAdvanced) {

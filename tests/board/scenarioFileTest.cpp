@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -134,6 +135,8 @@ TEST_F(ScenarioFile, ABadValueIsNamedWithFileLineSectionAndKey) {
               "s.ini:7: [board] bus = : a list of bus indices from 0 to 9 is needed");
     EXPECT_EQ(RefusalOf("date = 20260230\n"),
               "s.ini:6: [clock] date = 20260230: a date yyyymmdd is needed");
+    EXPECT_EQ(RefusalOf("date = 22000101\n"),
+              "s.ini:6: [clock] date = 22000101: a date yyyymmdd is needed");
     EXPECT_EQ(RefusalOf("end = 24:00:00\n"),
               "s.ini:6: [clock] end = 24:00:00: a time of day hh:mm:ss is needed");
     EXPECT_EQ(RefusalOf("speed = 0\n"),
@@ -166,11 +169,39 @@ TEST_F(ScenarioFile, ABadValueIsNamedWithFileLineSectionAndKey) {
     EXPECT_EQ(RefusalOf("[fault1]\nfault = crash\nat = soon\n"),
               "s.ini:8: [fault1] at = soon: \"start\" or a time of day hh:mm:ss is needed");
     EXPECT_EQ(RefusalOf("end = 09:00:00\n[fault1]\nfault = crash\nat = 09:00:00\n"),
-              "s.ini:9: [fault1] at = 09:00:00: the scenario has ended by then");
+              "s.ini:9: [fault1] at = 09:00:00: the first such time after the start is not before "
+              "the end");
     EXPECT_EQ(RefusalOf("[fault1]\nfault = crash\nat = 09:00:00\nuntil = 09:00:00\n"),
               "s.ini:9: [fault1] until = 09:00:00: this is not after the fault's beginning");
     EXPECT_EQ(RefusalOf("[fault1]\nfault = explode\n").substr(0, 35),
               "s.ini:7: [fault1] fault = explode: ");
+}
+
+TEST_F(ScenarioFile, OnlyOneFaultOfAKindIsThereAtATime) {
+    EXPECT_EQ(RefusalOf("[fault1]\nfault = link-down\nat = start\nuntil = 08:55:10\n"
+                        "[fault2]\nfault = link-down value=3\nat = 08:55:09\n"),
+              "s.ini:10: [fault2]: another link-down of this file is on at the time");
+    Scenario scenario;
+    EXPECT_TRUE(Read(std::string(LEAST) +
+                         "[fault1]\nfault = link-down\nat = start\nuntil = 08:55:10\n"
+                         "[fault2]\nfault = link-down value=3\nat = 08:55:10\n",
+                     scenario))
+        << m_error;
+}
+
+TEST_F(ScenarioFile, WhatTheParserWouldPassOverIsRefused) {
+    EXPECT_EQ(RefusalOf("[fault: link]\nfault = crash\n"),
+              "s.ini:6: [fault: link]: there is no such section");
+    EXPECT_EQ(Refusal(std::string("bus = 7\n") + LEAST),
+              "s.ini:1: [] a key stands in front of any section");
+    EXPECT_EQ(RefusalOf("[feeds]\nL5-DSTIP = 239.1.1.1\n"),
+              "s.ini:7: [feeds] l5-dstip: there is no such address of a feed");
+    const std::string pipe = m_dir + "/s.ini";
+    unlink(pipe.c_str());
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    Scenario scenario;
+    EXPECT_FALSE(ReadScenario(pipe, scenario, m_error));
+    EXPECT_EQ(m_error, pipe + ": not a regular file");
 }
 
 TEST_F(ScenarioFile, WhatIsNotKnownOrMissingOrTwiceIsNamed) {

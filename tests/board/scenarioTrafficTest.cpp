@@ -183,13 +183,34 @@ TEST_F(Playing, ASkippedSpanDoesNotHappen) {
 TEST_F(Playing, TheEndIsReachedToTheMillisecond) {
     m_scenario.lengthNs = 1500 * MS;
     Begin();
-    Pass(1499 * MS);
+    Pass(1498 * MS);
     EXPECT_FALSE(m_loop->IsOver());
     Pass(MS);
     EXPECT_TRUE(m_loop->IsOver());
     const size_t sent = m_messages.size();
     Pass(SECOND);
     EXPECT_EQ(m_messages.size(), sent);
+}
+
+TEST_F(Playing, TheLastMillisecondIsPlayedWholeHoweverMuchIsInIt) {
+    m_scenario.start = 90000;
+    m_scenario.lengthNs = 1001 * MS;
+    m_scenario.levels[0] = {0, 10000, 1000, {false, false, true, false}};
+    m_scenario.levels[1].rate = 0;
+    Begin();
+    Pass(SECOND);
+    EXPECT_TRUE(m_loop->IsOver());
+    EXPECT_EQ(m_board->Parsed(), 10000U);
+}
+
+TEST_F(Playing, FaultsSwitchInTheOrderOfTime) {
+    m_scenario.faults = {{{Fault::LinkDown, 1, ZceBoard::FAULT_ANY, 3}, SECOND, {}},
+                         {{Fault::LinkDown}, 0, SECOND}};
+    Begin();
+    Pass(SECOND - MS);
+    EXPECT_EQ(ZceBoard::CRegisterFile(m_memory->Shm()).ReadWord(0x103), 0U);
+    Pass(MS);
+    EXPECT_EQ(ZceBoard::CRegisterFile(m_memory->Shm()).ReadWord(0x103), 3U);
 }
 
 TEST_F(Playing, FaultsComeAndGoAtTheirTimes) {
