@@ -50,8 +50,8 @@ class CChannelSender {
     }
 
     // A market data message, types 17 to 20: head, and `len` bytes of `body` with the channel's
-    // sequence number in it. A full ring drops the message; its number is used up.
-    void SendMarketData(uint32_t type, ZceBoardL5_t& body, uint32_t len);
+    // sequence number put in place. A full ring drops the message; its number is used up.
+    void SendMarketData(uint32_t type, const ZceBoardL5_t& body, uint32_t len);
     // A whole message as it is, of type 2.
     void SendMapPacket(const unsigned char* packet, uint32_t size);
     // A whole message as it is, of any type and of 1 to STREAM_MTU bytes. False while the ring is

@@ -124,6 +124,32 @@ TEST_F(Ring, IsFullWhenTheNextHeaderHasNoRoomAndTakesOnAgainAfterARead) {
     EXPECT_EQ(m_view.control->fifoErrors.load(), 0U);
 }
 
+TEST_F(Ring, AfterADenseBurstThePollsGoOnAsBefore) {
+    Open();
+    for (uint32_t round = 1; round <= 20; ++round) {
+        for (uint32_t n = 0; n < round; ++n) {
+            ASSERT_TRUE(Put(100, static_cast<unsigned char>(n)));
+        }
+        for (uint32_t n = 0; n < round; ++n) {
+            ASSERT_EQ(Get(), std::vector<unsigned char>(100, static_cast<unsigned char>(n)));
+        }
+        EXPECT_TRUE(Get().empty());
+    }
+}
+
+// The consumer expects the next record where one of the last length would end.
+TEST_F(Ring, ChangingLengthsAreTakenAtTheirOwnPlaces) {
+    Open();
+    const std::vector<size_t> lengths{148, 148, 244, 244, 148, 244, 148, 1, 2000, 1};
+    for (const size_t len : lengths) {
+        ASSERT_TRUE(Put(len, static_cast<unsigned char>(len)));
+    }
+    for (const size_t len : lengths) {
+        ASSERT_EQ(Get(), std::vector<unsigned char>(len, static_cast<unsigned char>(len)));
+    }
+    EXPECT_TRUE(Get().empty());
+}
+
 TEST_F(Ring, TheMessageIsGivenBackOnlyAfterTheHandlerReturned) {
     Open();
     ASSERT_TRUE(Put(100, 1));
