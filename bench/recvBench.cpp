@@ -4,31 +4,20 @@
 // Everything is in one process and on one thread: the ring is filled between the timed stretches,
 // so that the figures are the receiving side's alone. What counts is the ratio at the end.
 
-#include <benchmark/benchmark.h>
-#include <unistd.h>
-
-#include <chrono>
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <fstream>
-#include <map>
-#include <string>
-#include <vector>
 
-#include "BoardMemory.h"
-#include "DrvEnyx/enyxHw.h"
-#include "IVelaZceMdApi.h"
 #include "Ring.h"
-#include "ZceBoardMsg.h"
+#include "benchBoard.h"
+#include "benchMain.h"
+#include "benchProcess.h"
+
+namespace velabench {
 
 namespace {
 
-constexpr unsigned int libraryChannel = 3;
-constexpr unsigned int vendorChannel = 4;
 constexpr std::uint32_t messageSize = ZCE_BOARD_HEAD_SIZE + sizeof(ZceBoardL1_t);
 constexpr int batch = 4096;  // messages of a timed stretch; they fit into the ring
+constexpr int batches = 300;
 
 class SumSpi final : public IVelaZceMdSpi {
   public:
@@ -47,207 +36,120 @@ class SumSpi final : public IVelaZceMdSpi {
     }
 };
 
-[[noreturn]] void Die(const char* what) {
-    std::fprintf(stderr, "recv_bench: %s\n", what);
-    std::exit(1);
+SumSpi g_spi;
+CBenchBoard* g_board = nullptr;
+ZceBoard::CRingProducer g_libraryRing;
+ZceBoard::CRingProducer g_vendorRing;
+
+void OnMessage(const unsigned char* data, unsigned int /*size*/, void* context) {
+    static_cast<IVelaZceMdSpi*>(context)->OnDmaType17Msg(data + ZCE_BOARD_HEAD_SIZE);
 }
 
-// A board of this process's own, the library on one of its channels, the bare vendor call on
-// another.
-class Bench {
-  public:
-    Bench() {
-        const std::string own = "bench" + std::to_string(getpid()) + "-";
-        setenv("ZCE_BOARD_SHM_PREFIX", own.c_str(), 1);
-        std::int32_t pid = 0;
-        if (m_board.Create(0, pid) != 0) {
-            Die("no shared memory for a board");
+int PollLibrary() {
+    return g_board->Recv();
+}
+
+int PollVendor() {
+    IVelaZceMdSpi* direct = &g_spi;
+    return enyx_hw_a2c_stream_poll_once(g_board->VendorStream(), OnMessage, direct);
+}
+
+ZceBoard::CRingProducer Producer(unsigned int channel) {
+    const ZceBoard::RingView ring = ZceBoard::ViewOf(g_board->Shm().a2c[channel]);
+    ZceBoard::CRingProducer producer(ring);
+    producer.Begin(ring.control->generation.load());
+    return producer;
+}
+
+void Fill(ZceBoard::CRingProducer& ring) {
+    for (int i = 0; i < batch; ++i) {
+        unsigned char* message = ring.PrepareWrite(messageSize);
+        if (message == nullptr) {
+            Die("the ring is full");
         }
-        StartLibrary("/tmp/" + own + "config.ini");
-        OpenStream();
-        m_libraryRing = Producer(libraryChannel);
-        m_vendorRing = Producer(vendorChannel);
+        std::memset(message, i, messageSize);
+        const std::uint32_t type = ZCE_BOARD_TYPE_L1_SINGLE;
+        std::memcpy(message, &type, sizeof(type));
+        ring.CommitWrite(messageSize);
     }
-    ~Bench() {
-        enyx_hw_a2c_stream_destroy(m_stream);
-        IVelaZceMdApi::DestroyVelaZceMdApi(*m_api);
-    }
-    Bench(const Bench&) = delete;
-    Bench& operator=(const Bench&) = delete;
-
-    int PollLibrary() { return m_api->VelaRecv(); }
-    int PollVendor() { return enyx_hw_a2c_stream_poll_once(m_stream, &Bench::OnMessage, m_direct); }
-    void FillLibrary() { Fill(m_libraryRing); }
-    void FillVendor() { Fill(m_vendorRing); }
-    std::uint64_t Sum() const { return m_spi.m_ulSum; }
-
-  private:
-    static void OnMessage(const unsigned char* data, unsigned int /*size*/, void* context) {
-        static_cast<IVelaZceMdSpi*>(context)->OnDmaType17Msg(data + ZCE_BOARD_HEAD_SIZE);
-    }
-
-    void StartLibrary(const std::string& config) {
-        std::ofstream(config) << "[config]\ndevice = xilinx0:" << libraryChannel << "\n";
-        m_api = IVelaZceMdApi::CreateVelaZceMdApi();
-        const int result = m_api->VelaStart(m_spi, config.c_str());
-        unlink(config.c_str());
-        if (result != 0) {
-            Die("VelaStart failed");
-        }
-    }
-
-    void OpenStream() {
-        enyx_hw_filter* filter = enyx_hw_filter_create();
-        enyx_hw_filter_set_index(filter, 0);
-        enyx_hw_accelerator_descriptor* accelerator = nullptr;
-        enyx_hw_a2c_stream_descriptor* stream = nullptr;
-        if (enyx_hw_enumerate_accelerators(filter, &accelerator, 1) != 1) {
-            Die("no accelerator");
-        }
-        enyx_hw_filter_destroy(filter);
-        filter = enyx_hw_filter_create();
-        enyx_hw_filter_set_name(filter,
-                                ("CUSTOM_CHAN" + std::to_string(vendorChannel) + "_DATA").c_str());
-        if (enyx_hw_accelerator_enumerate_a2c_streams(enyx_hw_accelerator_get(accelerator), filter,
-                                                      &stream, 1) != 1) {
-            Die("no stream");
-        }
-        m_stream = enyx_hw_a2c_stream_create(stream, 0);
-        enyx_hw_free_accelerator_descriptors(&accelerator, 1);
-        enyx_hw_free_a2c_stream_descriptors(&stream, 1);
-        enyx_hw_filter_destroy(filter);
-        if (m_stream == nullptr) {
-            Die("the stream cannot be opened");
-        }
-    }
-
-    ZceBoard::CRingProducer Producer(unsigned int channel) {
-        const ZceBoard::RingView ring = ZceBoard::ViewOf(m_board.Shm().a2c[channel]);
-        ZceBoard::CRingProducer producer(ring);
-        producer.Begin(ring.control->generation.load());
-        return producer;
-    }
-
-    static void Fill(ZceBoard::CRingProducer& ring) {
-        for (int i = 0; i < batch; ++i) {
-            unsigned char* message = ring.PrepareWrite(messageSize);
-            if (message == nullptr) {
-                Die("the ring is full");
-            }
-            std::memset(message, i, messageSize);
-            const std::uint32_t type = ZCE_BOARD_TYPE_L1_SINGLE;
-            std::memcpy(message, &type, sizeof(type));
-            ring.CommitWrite(messageSize);
-        }
-    }
-
-    ZceBoard::CBoardMemory m_board;
-    SumSpi m_spi;
-    IVelaZceMdSpi* m_direct = &m_spi;
-    IVelaZceMdApi* m_api = nullptr;
-    enyx_hw_a2c_stream* m_stream = nullptr;
-    ZceBoard::CRingProducer m_libraryRing;
-    ZceBoard::CRingProducer m_vendorRing;
-};
-
-Bench* g_bench = nullptr;
+}
 
 template <class Poll>
 void TimePolls(benchmark::State& state, Poll poll, int expected) {
-    using Clock = std::chrono::steady_clock;
-    const auto begin = Clock::now();
+    const std::int64_t begin = NowNs();
     int delivered = 0;
     for (int i = 0; i < batch; ++i) {
         delivered += poll();
     }
-    const std::chrono::duration<double> elapsed = Clock::now() - begin;
+    const std::int64_t end = NowNs();
     if (delivered != expected) {
         state.SkipWithError("messages are missing");
     }
-    state.SetIterationTime(elapsed.count() / batch);
+    state.SetIterationTime(static_cast<double>(end - begin) * 1e-9 / batch);
 }
 
 void VelaRecvMessage(benchmark::State& state) {
     while (state.KeepRunning()) {
-        g_bench->FillLibrary();
-        TimePolls(
-            state, [] { return g_bench->PollLibrary(); }, batch);
+        Fill(g_libraryRing);
+        TimePolls(state, PollLibrary, batch);
     }
-    benchmark::DoNotOptimize(g_bench->Sum());
+    benchmark::DoNotOptimize(g_spi.m_ulSum);
 }
 
 void VendorPollMessage(benchmark::State& state) {
     while (state.KeepRunning()) {
-        g_bench->FillVendor();
-        TimePolls(
-            state, [] { return g_bench->PollVendor(); }, batch);
+        Fill(g_vendorRing);
+        TimePolls(state, PollVendor, batch);
     }
-    benchmark::DoNotOptimize(g_bench->Sum());
+    benchmark::DoNotOptimize(g_spi.m_ulSum);
 }
 
 void VelaRecvIdle(benchmark::State& state) {
     while (state.KeepRunning()) {
-        TimePolls(
-            state, [] { return g_bench->PollLibrary(); }, 0);
+        TimePolls(state, PollLibrary, 0);
     }
 }
 
 void VendorPollIdle(benchmark::State& state) {
     while (state.KeepRunning()) {
-        TimePolls(
-            state, [] { return g_bench->PollVendor(); }, 0);
+        TimePolls(state, PollVendor, 0);
     }
 }
 
-constexpr int batches = 300;
-BENCHMARK(VelaRecvMessage)->UseManualTime()->Iterations(batches);
-BENCHMARK(VendorPollMessage)->UseManualTime()->Iterations(batches);
-BENCHMARK(VelaRecvIdle)->UseManualTime()->Iterations(batches);
-BENCHMARK(VendorPollIdle)->UseManualTime()->Iterations(batches);
+void Register(const char* name, void (*bench)(benchmark::State&)) {
+    benchmark::RegisterBenchmark(name, bench)
+        ->UseManualTime()
+        ->Iterations(IsSmokeRun() ? 3 : batches);
+}
 
-// The console's table, and the medians for the ratios.
-class MedianReporter : public benchmark::ConsoleReporter {
-  public:
-    void ReportRuns(const std::vector<Run>& runs) override {
-        for (const Run& run : runs) {
-            if (run.aggregate_name == "median") {
-                m_medians[run.run_name.function_name] = run.GetAdjustedRealTime();
-            }
-        }
-        ConsoleReporter::ReportRuns(runs);
-    }
-    void PrintRatio(const char* what, const std::string& ours, const std::string& bare) {
-        std::printf(
-            "%s: VelaRecv %.1f ns, the vendor's poll and a direct call %.1f ns, ratio %.2f\n", what,
-            m_medians[ours], m_medians[bare], m_medians[ours] / m_medians[bare]);
-    }
-
-  private:
-    std::map<std::string, double> m_medians;
-};
+void Print(const CMedians& medians, const char* what, const std::string& ours,
+           const std::string& bare, const std::string& name) {
+    constexpr double bound = 2.5;
+    std::printf("%s: VelaRecv %.1f ns, the vendor's poll and a direct call %.1f ns\n", what,
+                medians.Time(ours), medians.Time(bare));
+    PrintRatioAtMost(name, medians.Time(ours) / medians.Time(bare), bound);
+}
 
 }  // namespace
 
+}  // namespace velabench
+
 int main(int argc, char** argv) {
-    std::vector<std::string> arguments(argv, argv + argc);
-    arguments.insert(arguments.begin() + 1,
-                     {"--benchmark_repetitions=15", "--benchmark_report_aggregates_only=true",
-                      "--benchmark_enable_random_interleaving=true"});
-    std::vector<char*> pointers;
-    pointers.reserve(arguments.size());
-    for (std::string& argument : arguments) {
-        pointers.push_back(argument.data());
-    }
-    int count = static_cast<int>(pointers.size());
-    benchmark::Initialize(&count, pointers.data());
-    if (benchmark::ReportUnrecognizedArguments(count, pointers.data())) {
-        return 2;
-    }
-    Bench bench;
-    g_bench = &bench;
-    MedianReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    reporter.PrintRatio("a delivered message", "VelaRecvMessage", "VendorPollMessage");
-    reporter.PrintRatio("an idle poll", "VelaRecvIdle", "VendorPollIdle");
+    using namespace velabench;
+    ReadOptions(argc, argv);
+    GoAhead();
+    Register("VelaRecvMessage", VelaRecvMessage);
+    Register("VendorPollMessage", VendorPollMessage);
+    Register("VelaRecvIdle", VelaRecvIdle);
+    Register("VendorPollIdle", VendorPollIdle);
+    CBenchBoard board(g_spi);
+    g_board = &board;
+    g_libraryRing = Producer(libraryChannel);
+    g_vendorRing = Producer(vendorChannel);
+    CMedians medians;
+    RunAll(medians);
+    Print(medians, "a delivered message", "VelaRecvMessage", "VendorPollMessage", "recv-message");
+    Print(medians, "an idle poll", "VelaRecvIdle", "VendorPollIdle", "recv-idle");
+    Finish();
     return 0;
 }

@@ -1,0 +1,140 @@
+#include "benchBoard.h"
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <string>
+
+#include "Exchange.h"
+#include "benchMain.h"
+#include "benchMessage.h"
+
+namespace velabench {
+
+namespace {
+
+// The names are removed and the program ends only outside this guard.
+class CNoSignals {
+  public:
+    CNoSignals() {
+        sigset_t ends;
+        sigemptyset(&ends);
+        for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
+            sigaddset(&ends, signal);
+        }
+        sigprocmask(SIG_BLOCK, &ends, &m_before);
+    }
+    ~CNoSignals() { sigprocmask(SIG_SETMASK, &m_before, nullptr); }
+    CNoSignals(const CNoSignals&) = delete;
+    CNoSignals& operator=(const CNoSignals&) = delete;
+
+  private:
+    sigset_t m_before{};
+};
+
+void RemoveBoardName() {
+    shm_unlink(ZceBoard::ShmName(0).c_str());
+}
+
+}  // namespace
+
+CBenchBoard::CBenchBoard(IVelaZceMdSpi& spi) {
+    const CNoSignals guard;
+    setenv("ZCE_BOARD_SHM_PREFIX", ("bench" + std::to_string(getpid()) + "-").c_str(), 1);
+    AtEnd(RemoveBoardName);
+    std::int32_t pid = 0;
+    if (m_memory.Create(0, pid) != 0) {
+        Die("no shared memory for a board");
+    }
+    StartLibrary(spi);
+    OpenStreams();
+    RemoveBoardName();  // whoever is to use it has it
+}
+
+CBenchBoard::~CBenchBoard() {
+    enyx_hw_c2a_stream_destroy(m_c2a);
+    enyx_hw_a2c_stream_destroy(m_a2c);
+    IVelaZceMdApi::DestroyVelaZceMdApi(*m_pApi);
+}
+
+void CBenchBoard::StartLibrary(IVelaZceMdSpi& spi) {
+    // A file that has no name anywhere.
+    const int fd = memfd_create("config", 0);
+    const std::string config =
+        "[config]\ndevice = xilinx0:" + std::to_string(libraryChannel) + "\n";
+    if (fd < 0 || write(fd, config.data(), config.size()) != static_cast<ssize_t>(config.size())) {
+        Die("no memory for the configuration");
+    }
+    m_pApi = IVelaZceMdApi::CreateVelaZceMdApi();
+    if (m_pApi->VelaStart(spi, ("/proc/self/fd/" + std::to_string(fd)).c_str()) != 0) {
+        Die("VelaStart failed");
+    }
+    close(fd);
+}
+
+void CBenchBoard::OpenStreams() {
+    enyx_hw_filter* filter = enyx_hw_filter_create();
+    enyx_hw_filter_set_index(filter, 0);
+    enyx_hw_accelerator_descriptor* accelerator = nullptr;
+    if (enyx_hw_enumerate_accelerators(filter, &accelerator, 1) != 1) {
+        Die("no accelerator");
+    }
+    enyx_hw_filter_destroy(filter);
+    enyx_hw_accelerator* board = enyx_hw_accelerator_get(accelerator);
+    enyx_hw_free_accelerator_descriptors(&accelerator, 1);
+
+    const auto name = [](unsigned int channel) {
+        return "CUSTOM_CHAN" + std::to_string(channel) + "_DATA";
+    };
+    filter = enyx_hw_filter_create();
+    enyx_hw_filter_set_name(filter, name(vendorChannel).c_str());
+    enyx_hw_a2c_stream_descriptor* a2c = nullptr;
+    if (enyx_hw_accelerator_enumerate_a2c_streams(board, filter, &a2c, 1) == 1) {
+        m_a2c = enyx_hw_a2c_stream_create(a2c, 0);
+        enyx_hw_free_a2c_stream_descriptors(&a2c, 1);
+    }
+    enyx_hw_filter_set_name(filter, name(answerChannel).c_str());
+    enyx_hw_c2a_stream_descriptor* c2a = nullptr;
+    if (enyx_hw_accelerator_enumerate_c2a_streams(board, filter, &c2a, 1) == 1) {
+        m_c2a = enyx_hw_c2a_stream_create(c2a, 0);
+        enyx_hw_free_c2a_stream_descriptors(&c2a, 1);
+    }
+    enyx_hw_filter_destroy(filter);
+    if (m_a2c == nullptr || m_c2a == nullptr) {
+        Die("a stream cannot be opened");
+    }
+}
+
+void CBenchBoard::Interrupted() {
+    Die("interrupted");
+}
+
+namespace {
+
+Bodies MakeBodies(const Kind& kind) {
+    ZceBoard::CInstrumentList list;
+    list.AddAllProducts();
+    ZceBoard::CExchange exchange(list.All(), 1);
+    const ZceBoard::BoardTime time{20261120, 93000, 34'200'000'000'000, 0};
+    Bodies bodies{};
+    for (ZceBoardL5_t& body : bodies) {
+        ZceBoard::Tick tick = exchange.Next();
+        while (tick.type != kind.type) {
+            tick = exchange.Next();
+        }
+        exchange.Fill(tick, time, ZceBoard::Phase::Trading, body);
+    }
+    return bodies;
+}
+
+}  // namespace
+
+const Bodies& BodiesOf(const Kind& kind) {
+    static const Bodies l1Bodies = MakeBodies(l1);
+    static const Bodies l5Bodies = MakeBodies(l5);
+    return kind.type == l1.type ? l1Bodies : l5Bodies;
+}
+
+}  // namespace velabench

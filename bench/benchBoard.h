@@ -1,0 +1,82 @@
+#pragma once
+
+#include <cstdint>
+
+#include "BoardMemory.h"
+#include "DrvEnyx/enyxHw.h"
+#include "IVelaZceMdApi.h"
+#include "ZceBoardMsg.h"
+
+// A board of the program's own, and the library on one of its channels.
+namespace velabench {
+
+constexpr unsigned int libraryChannel = 3;
+constexpr unsigned int vendorChannel = 4;  // received from by the vendor's call alone
+constexpr unsigned int answerChannel = 5;  // sent to by the vendor's call
+// The library holds both streams of its channel, so an application that answers takes another's.
+
+class CBenchBoard {
+  public:
+    // The board is this process, which also receives: `spi` through the library. The board's name
+    // in the file system is gone when this returns, whatever ends the program later.
+    explicit CBenchBoard(IVelaZceMdSpi& spi);
+    ~CBenchBoard();
+    CBenchBoard(const CBenchBoard&) = delete;
+    CBenchBoard& operator=(const CBenchBoard&) = delete;
+
+    ZceBoard::BoardShm& Shm() const { return m_memory.Shm(); }
+    // 1, 0; a signal (-1) ends the program.
+    int Recv() {
+        const int got = m_pApi->VelaRecv();
+        if (got < 0) [[unlikely]] {
+            Interrupted();
+        }
+        return got;
+    }
+    enyx_hw_a2c_stream* VendorStream() const { return m_a2c; }
+    enyx_hw_c2a_stream* AnswerStream() const { return m_c2a; }
+
+  private:
+    [[noreturn]] static void Interrupted();
+    void StartLibrary(IVelaZceMdSpi& spi);
+    void OpenStreams();
+
+    ZceBoard::CBoardMemory m_memory;
+    IVelaZceMdApi* m_pApi = nullptr;
+    enyx_hw_a2c_stream* m_a2c = nullptr;
+    enyx_hw_c2a_stream* m_c2a = nullptr;
+};
+
+// What an application does first: looks at the message. The sequence numbers must rise.
+class CSink final : public IVelaZceMdSpi {
+  public:
+    void OnDmaType17Msg(const unsigned char* body) override { Take(body); }
+    void OnDmaType18Msg(const unsigned char* body) override { Take(body); }
+    void OnDmaType19Msg(const unsigned char* body) override { Take(body); }
+    void OnDmaType20Msg(const unsigned char* body) override { Take(body); }
+
+    void Begin() { *this = CSink(); }
+    std::uint64_t m_ulCount = 0;
+    std::uint64_t m_ulLast = 0;  // sequence number
+    std::uint64_t m_ulBack = 0;  // messages that came in a wrong order
+    std::uint64_t m_ulSum = 0;
+
+  private:
+    void Take(const unsigned char* body) {
+#ifdef X1
+        uint64_t seq;
+        memcpy(&seq, body, 8);
+        m_ulLast = seq;
+        ++m_ulCount;
+        return;
+#endif
+        ZceBoardL1_t l1;  // five levels begin as one level does
+        ZceBoardReadL1(body, &l1);
+        m_ulBack += l1.quote.ulSeq <= m_ulLast ? 1 : 0;
+        m_ulLast = l1.quote.ulSeq;
+        m_ulSum += l1.quote.ulVolume + l1.aLevel[0].uiAskVolume;
+        ++m_ulCount;
+    }
+};
+
+}  // namespace velabench

@@ -1,0 +1,287 @@
+// Messages a second from the board to the application's callback, on one channel: a board process
+// that sends as zce-board does, and an application that receives through the library. Beside it,
+// between the same two processors, a lock-free queue between two threads and UDP datagrams over the
+// loopback interface between two processes.
+//
+// Every message is the board's, a head of 12 bytes and the body, and counts when the callback has
+// seen it.
+
+#include <sys/socket.h>
+
+#include <memory>
+#include <thread>
+
+#include "ChannelSender.h"
+#include "benchBoard.h"
+#include "benchMain.h"
+#include "benchMessage.h"
+#include "benchProcess.h"
+#include "benchSocket.h"
+
+namespace velabench {
+
+namespace {
+
+// Short runs, so that on a busy machine some of them are not interrupted.
+constexpr std::uint64_t messagesOfARun = 200'000;
+constexpr std::uint64_t datagramsOfARun = 10'000;
+// A run of which other processes have taken more than this part is repeated, so many times at most;
+// the one that was disturbed least counts.
+constexpr double lostAtMost = 0.02;
+constexpr int attempts = 10;
+
+// How many messages a run takes: those before the clock starts, and those that are measured.
+struct Load {
+    std::uint64_t warmUp;
+    std::uint64_t measured;
+    std::uint64_t All() const { return warmUp + measured; }
+};
+
+Load LoadOf(std::uint64_t measured) {
+    return IsSmokeRun() ? Load{100, 1000} : Load{measured / 4, measured};
+}
+
+// What the two sides of a run share.
+struct Run {
+    alignas(ZceBoard::CACHE_LINE) std::atomic<std::uint64_t> arrived{0};  // datagrams
+    alignas(ZceBoard::CACHE_LINE) std::uint64_t dropped = 0;  // these two by the sender, at its end
+    double lost = 0;
+    CMeeting start;
+};
+
+Cpus g_cpus{};
+CSink g_sink;
+CBenchBoard* g_board = nullptr;
+
+// The receiving side of a run: `poll` gives 1 for a message that the callback has seen.
+template <class Poll>
+CStretch Receive(const Load& load, Poll poll) {
+    const auto until = [&poll](std::uint64_t count) {
+        CPatience patience;
+        while (g_sink.m_ulCount < count) {
+            if (poll() == 1) {
+                patience.Success();
+            } else {
+                patience.Wait();
+            }
+        }
+    };
+    until(load.warmUp);
+    CStretch measured;
+    until(load.All());
+    measured.End();
+    return measured;
+}
+
+// The repetition of one benchmark: `sendAndReceive` does a run.
+template <class SendAndReceive>
+void Repeat(benchmark::State& state, const Load& load, SendAndReceive sendAndReceive) {
+    while (state.KeepRunning()) {
+        double least = 2;
+        double seconds = 0;
+        for (int k = 0; k < (IsSmokeRun() ? 1 : attempts) && least > lostAtMost; ++k) {
+            CShared<Run> run;
+            g_sink = CSink();
+            Pin(g_cpus.application);
+            const CStretch received = sendAndReceive(*run);
+            if (g_sink.m_ulCount != load.All() || g_sink.m_ulBack != 0 ||
+                g_sink.m_ulLast != load.All() + run->dropped) {
+                state.SkipWithError("messages are missing or in a wrong order");
+                return;
+            }
+            const double lost = std::max(received.Lost(), run->lost);
+            if (lost < least) {
+                least = lost;
+                seconds = received.Seconds();
+            }
+        }
+        state.SetIterationTime(seconds / static_cast<double>(load.measured));
+        state.counters["per_second"] = static_cast<double>(load.measured) / seconds;
+        state.counters["lost_time"] = least;
+    }
+}
+
+// The receiver is behind: time for it to take some out.
+void WaitForRoom(CPatience& patience) {
+    constexpr int pauses = 64;
+    for (int k = 0; k < pauses; ++k) {
+        ZceBoard::PauseProcessor();
+    }
+    patience.Wait();
+}
+
+// The board's end: what it does for each tick of an instrument that the channel has subscribed to.
+// What found no room is sent again.
+bool SendLikeTheBoard(Run& run, const Kind& kind, std::uint64_t count) {
+    Pin(g_cpus.board);
+    const Bodies& bodies = BodiesOf(kind);
+    ZceBoard::CChannelSender channel(ZceBoard::ViewOf(g_board->Shm().a2c[libraryChannel]),
+                                     libraryChannel);
+    run.start.Meet();
+    CStretch sending;
+    CPatience patience;
+    for (std::uint64_t n = 0; n < count; ++n) {
+        const ZceBoardL5_t& body = bodies[n % bodyCount];
+        if (!channel.IsOpen()) {
+            return false;
+        }
+        std::uint64_t dropped = channel.Total().dropped;
+        channel.SendMarketData(kind.type, body, kind.bodySize);
+        while (channel.Total().dropped != dropped) {
+            WaitForRoom(patience);
+            dropped = channel.Total().dropped;
+            channel.SendMarketData(kind.type, body, kind.bodySize);
+        }
+        patience.Success();
+    }
+    sending.End();
+    run.dropped = channel.Total().dropped;
+    run.lost = sending.Lost();
+    return true;
+}
+
+void ThroughRing(benchmark::State& state, const Kind& kind) {
+    const Load load = LoadOf(messagesOfARun);
+    Repeat(state, load, [&](Run& run) {
+        CChild board([&] { return SendLikeTheBoard(run, kind, load.All()); });
+        run.start.Meet();
+        const CStretch received = Receive(load, [] { return g_board->Recv(); });
+        board.Join();
+        return received;
+    });
+}
+
+template <class Body>
+void SendToQueue(Run& run, Queue<Body>& queue, const Kind& kind, std::uint64_t count) {
+    Pin(g_cpus.board);
+    CMessages<Body> messages(kind);
+    run.start.Meet();
+    CStretch sending;
+    CPatience patience;
+    for (std::uint64_t n = 0; n < count; ++n) {
+        const Message<Body>& message = messages.Next();
+        while (!queue.push(message)) {
+            WaitForRoom(patience);
+        }
+        patience.Success();
+    }
+    sending.End();
+    run.lost = sending.Lost();
+}
+
+// The callback as some application's, whose class is not known here: the call is a virtual one.
+IVelaZceMdSpi& Callback() {
+    IVelaZceMdSpi* spi = &g_sink;
+    benchmark::DoNotOptimize(spi);
+    return *spi;
+}
+
+template <class Body>
+void ThroughQueue(benchmark::State& state, const Kind& kind) {
+    const Load load = LoadOf(messagesOfARun);
+    const auto queue = std::make_unique<Queue<Body>>();
+    IVelaZceMdSpi& spi = Callback();
+    const auto deliver = [&spi](const Message<Body>& message) { spi.OnDmaType17Msg(message.body); };
+    Repeat(state, load, [&](Run& run) {
+        std::thread sender([&] { SendToQueue<Body>(run, *queue, kind, load.All()); });
+        run.start.Meet();
+        const CStretch received =
+            Receive(load, [&] { return queue->consume_one(deliver) ? 1 : 0; });
+        sender.join();
+        return received;
+    });
+}
+
+// The sender keeps no more than this many on their way, so that the receiving socket has room for
+// all and none is lost.
+constexpr std::uint64_t datagramsOnTheWay = 64;
+
+template <class Body>
+bool SendDatagrams(Run& run, const CSocketPair& sockets, const Kind& kind, std::uint64_t count) {
+    Pin(g_cpus.board);
+    CMessages<Body> messages(kind);
+    run.start.Meet();
+    CStretch sending;
+    CPatience patience;
+    for (std::uint64_t n = 0; n < count; ++n) {
+        while (n - run.arrived.load(std::memory_order_relaxed) >= datagramsOnTheWay) {
+            patience.Wait();
+        }
+        patience.Success();
+        const Message<Body>& message = messages.Next();
+        if (!sockets.SendToApplication(&message, sizeof(message))) {
+            return false;
+        }
+    }
+    sending.End();
+    run.lost = sending.Lost();
+    return true;
+}
+
+template <class Body>
+void ThroughUdp(benchmark::State& state, const Kind& kind) {
+    const Load load = LoadOf(datagramsOfARun);
+    IVelaZceMdSpi& spi = Callback();
+    Repeat(state, load, [&](Run& run) {
+        const CSocketPair sockets;
+        CChild sender([&] { return SendDatagrams<Body>(run, sockets, kind, load.All()); });
+        run.start.Meet();
+        Message<Body> message;
+        const CStretch received = Receive(load, [&] {
+            if (!sockets.TakeAtApplication(&message, sizeof(message), MSG_DONTWAIT)) {
+                return 0;
+            }
+            spi.OnDmaType17Msg(message.body);
+            run.arrived.store(g_sink.m_ulCount, std::memory_order_relaxed);
+            return 1;
+        });
+        sender.Join();
+        return received;
+    });
+}
+
+void Register(const std::string& name, void (*bench)(benchmark::State&, const Kind&),
+              const Kind& kind) {
+    benchmark::RegisterBenchmark((name + kind.name).c_str(), bench, kind)
+        ->UseManualTime()
+        ->Iterations(1);
+}
+
+void PrintKind(const CMedians& medians, const Kind& kind) {
+    constexpr double million = 1e6;
+    const std::string name = kind.name;
+    const double ring = medians.Counter("Ring" + name, "per_second") / million;
+    const double queue = medians.Counter("Queue" + name, "per_second") / million;
+    const double udp = medians.Counter("Udp" + name, "per_second") / million;
+    std::printf(
+        "%s, messages of %u bytes, millions a second: board to callback %.2f, queue between "
+        "threads %.2f, UDP loopback %.3f\n",
+        kind.name, kind.Size(), ring, queue, udp);
+    PrintRatioAtLeast("throughput-" + name + "-board/queue", ring / queue, 1);
+    PrintRatioAtLeast("throughput-" + name + "-board/udp", ring / udp, 10);
+}
+
+}  // namespace
+
+}  // namespace velabench
+
+int main(int argc, char** argv) {
+    using namespace velabench;
+    ReadOptions(argc, argv);
+    GoAhead();
+    g_cpus = PickCpus();
+    Register("Ring", ThroughRing, l1);
+    Register("Queue", ThroughQueue<ZceBoardL1_t>, l1);
+    Register("Udp", ThroughUdp<ZceBoardL1_t>, l1);
+    Register("Ring", ThroughRing, l5);
+    Register("Queue", ThroughQueue<ZceBoardL5_t>, l5);
+    Register("Udp", ThroughUdp<ZceBoardL5_t>, l5);
+    CBenchBoard board(g_sink);
+    g_board = &board;
+    CMedians medians;
+    RunAll(medians);
+    PrintKind(medians, l1);
+    PrintKind(medians, l5);
+    Finish();
+    return 0;
+}
