@@ -25,6 +25,7 @@ int KeepComplaint(const char* format, ...) {  // NOLINT(cert-dcl50-cpp): the par
     char text[2048];
     va_list arguments;
     va_start(arguments, format);
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): it is, by va_start
     const int length = vsnprintf(text, sizeof(text), format, arguments);
     va_end(arguments);
     g_complaints->append(text);
