@@ -30,6 +30,8 @@ class CCaptureFile {
     size_t Pending() const { return m_pending.size(); }
     // Writes them; false with the reason.
     bool Flush(std::string& error);
+    // The bytes written so far, for any thread.
+    uint64_t Written() const { return m_output.Written(); }
     void Close() { m_output.Close(); }
 
   private:

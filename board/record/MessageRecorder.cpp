@@ -78,14 +78,22 @@ void CMessageRecorder::EndPass(bool last, bool wrote) {
             wrote = true;
         }
     }
-    m_sources.erase(
-        std::remove_if(m_sources.begin(), m_sources.end(),
-                       [](const Source& source) { return source.closed && source.queue->Empty(); }),
-        m_sources.end());
+    RemoveClosed();
     ++m_passes;
     if (last || !wrote || m_passes % FLUSH_PASSES == 0) {
         Flush();
     }
+}
+
+void CMessageRecorder::RemoveClosed() {
+    const std::lock_guard guard(m_mutex);
+    m_sources.erase(std::remove_if(m_sources.begin(), m_sources.end(),
+                                   [this](const Source& source) {
+                                       const bool gone = source.closed && source.queue->Empty();
+                                       m_countedBefore += gone ? source.counted : 0;
+                                       return gone;
+                                   }),
+                    m_sources.end());
 }
 
 void CMessageRecorder::WriteMessage(Source& source) {
@@ -119,7 +127,12 @@ void CMessageRecorder::WriteLost(Source& source, uint64_t upTo, int64_t timeNs) 
 
 void CMessageRecorder::Flush() {
     std::string error;
-    if (m_file.Pending() != 0 && !m_failed && !m_file.Flush(error)) {
+    if (m_failed) {
+        return;
+    }
+    if (m_file.Pending() == 0 || m_file.Flush(error)) {
+        m_inFile = m_recorded;
+    } else {
         m_failed = true;
         m_file.Close();
         Say(m_name + ": cannot write: " + error + ": the recording has ended");
@@ -132,6 +145,18 @@ std::string CMessageRecorder::Summary() const {
     }
     return m_name + ": " + std::to_string(m_recorded) + " messages recorded, " +
            std::to_string(m_lost) + " lost";
+}
+
+std::string CMessageRecorder::Missing() {
+    const std::lock_guard guard(m_mutex);
+    uint64_t counted = m_countedBefore;
+    for (const Source& source : m_sources) {
+        counted += source.queue->Counted();
+    }
+    for (const std::unique_ptr<CMessageQueue>& queue : m_new) {
+        counted += queue->Counted();
+    }
+    return m_failed ? "" : MissingLine(m_name, counted, m_inFile, "messages");
 }
 
 }  // namespace ZceRecord

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -13,8 +14,8 @@
 
 namespace ZceRecord {
 
-// The messages of all streams of this process, on their way into one capture. Opened may be called
-// by any thread; Open, Pass and End by one at a time.
+// The messages of all streams of this process, on their way into one capture. Opened, Missing
+// and Progress may be called by any thread; Open, Pass and Summary by one at a time.
 class CMessageRecorder {
   public:
     // Makes the file; false with the reason.
@@ -28,6 +29,10 @@ class CMessageRecorder {
     void Pass(bool last);
     // The line that tells what was recorded; empty after a failure, which was told then.
     std::string Summary() const;
+    // The line that tells what is not written; empty after a failure, or if all is.
+    std::string Missing();
+    // Grows with what is written.
+    uint64_t Progress() const { return m_file.Written(); }
     // The child of a fork lets the file go.
     void Abandon() { m_file.Close(); }
 
@@ -42,23 +47,28 @@ class CMessageRecorder {
     void BeginPass(bool last);
     void EndPass(bool last, bool wrote);
     Source* Earliest();
+    void RemoveClosed();
     void WriteMessage(Source& source);
     void WriteLost(Source& source, uint64_t upTo, int64_t timeNs);
     void Flush();
 
     std::string m_name;
     size_t m_bufferBytes = 0;
-    std::mutex m_mutex;  // the three below
+    // What Opened and Missing look at too, and so the changes of the list m_sources. Never held
+    // while a file is written.
+    std::mutex m_mutex;
     std::map<std::pair<uint16_t, uint16_t>, uint16_t> m_openings;
     std::vector<std::unique_ptr<CMessageQueue>> m_new;
+    std::vector<Source> m_sources;
+    uint64_t m_countedBefore = 0;  // by sources that are gone
 
     CCaptureFile m_file;
-    std::vector<Source> m_sources;
     std::vector<unsigned char> m_packet;
     uint64_t m_recorded = 0;
     uint64_t m_lost = 0;
     uint64_t m_passes = 0;
-    bool m_failed = false;
+    std::atomic<uint64_t> m_inFile{0};  // of the recorded messages
+    std::atomic<bool> m_failed{false};
 };
 
 }  // namespace ZceRecord

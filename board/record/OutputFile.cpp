@@ -5,11 +5,18 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <utility>
 
 namespace ZceRecord {
+
+namespace {
+
+constexpr size_t PIECE_BYTES = size_t{64} << 10;  // what a pipe holds
+
+}  // namespace
 
 bool COutputFile::Open(const std::string& path, std::string& error) {
     // Not to wait for the reader of a pipe that nobody reads.
@@ -37,9 +44,9 @@ bool COutputFile::Open(const std::string& path, std::string& error) {
     return true;
 }
 
-bool COutputFile::Write(const char* data, size_t size, std::string& error) const {
+bool COutputFile::Write(const char* data, size_t size, std::string& error) {
     while (size != 0) {
-        const ssize_t written = write(m_fd, data, size);
+        const ssize_t written = write(m_fd, data, std::min(size, PIECE_BYTES));
         if (written < 0 && errno != EINTR) {
             error = std::strerror(errno);
             return false;
@@ -47,6 +54,7 @@ bool COutputFile::Write(const char* data, size_t size, std::string& error) const
         if (written > 0) {
             data += written;
             size -= static_cast<size_t>(written);
+            m_written += static_cast<size_t>(written);
         }
     }
     return true;

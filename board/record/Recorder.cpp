@@ -3,16 +3,29 @@
 #include <poll.h>
 #include <pthread.h>
 #include <signal.h>  // NOLINT(modernize-deprecated-headers): pthread_sigmask()
+#include <sys/syscall.h>
+#include <unistd.h>
 
+#include <ctime>
 #include <exception>
 #include <string>
 #include <thread>
+#include <utility>
 
 namespace ZceRecord {
 
 namespace {
 
 constexpr int PASS_PAUSE_MS = 2;
+constexpr long FINISH_PAUSE_NS = 1'000'000;
+constexpr int FINISH_PAUSES = 3000;  // in which nothing gets written: about 3 seconds
+
+// A pause of real time: programs can run on a clock of libfaketime, which changes poll() and the
+// C library's clocks.
+void RealPause() {
+    timespec pause{0, FINISH_PAUSE_NS};
+    syscall(SYS_ppoll, nullptr, 0, &pause, nullptr, 0);
+}
 
 // No signal reaches the thread that has one of these, nor the threads that it starts.
 class CSignalsBlocked {
@@ -29,6 +42,12 @@ class CSignalsBlocked {
   private:
     sigset_t m_before{};
 };
+
+void Tell(const std::string& line) {
+    if (!line.empty()) {
+        Say(line);
+    }
+}
 
 }  // namespace
 
@@ -49,12 +68,11 @@ bool CRecorder::StartThread() {
 void CRecorder::Work() {
     pthread_setname_np(pthread_self(), "zce-record");
     for (;;) {
-        {
-            const std::lock_guard guard(m_passMutex);
-            if (m_finished) {
-                return;
-            }
-            PassBoth(false);
+        const bool last = m_ending;
+        PassBoth(last);
+        if (last) {
+            m_ended = true;
+            return;
         }
         poll(nullptr, 0, PASS_PAUSE_MS);
     }
@@ -128,25 +146,34 @@ bool CRecorder::WantsRegisters() {
     return m_registersState == State::Yes;
 }
 
+// False: the file has taken nothing for too long. The thread that writes may then stand in the
+// kernel for ever; nothing here waits for it, nor for anything that it could hold.
+bool CRecorder::AwaitLastPass() const {
+    uint64_t before = 0;
+    for (int idle = 0; !m_ended; ++idle) {
+        const uint64_t progress = m_messages.Progress() + m_registers.Progress();
+        if (progress != std::exchange(before, progress)) {
+            idle = 0;
+        }
+        if (idle == FINISH_PAUSES) {
+            return false;
+        }
+        RealPause();
+    }
+    return true;
+}
+
 void CRecorder::Finish() {
-    if (m_abandoned) {
+    if (m_abandoned || !m_hasThread || m_ending.exchange(true)) {
         return;
     }
-    const CSignalsBlocked blocked;
-    const std::lock_guard guard(m_passMutex);
-    if (m_finished) {
-        return;
+    const bool written = AwaitLastPass();
+    if (m_messagesState.exchange(State::Never) == State::Yes) {
+        Tell(written ? m_messages.Summary() : m_messages.Missing());
     }
-    m_finished = true;
-    PassBoth(true);
-    if (m_messagesState == State::Yes && !m_messages.Summary().empty()) {
-        Say(m_messages.Summary());
+    if (m_registersState.exchange(State::Never) == State::Yes) {
+        Tell(written ? m_registers.Summary() : m_registers.Missing());
     }
-    if (m_registersState == State::Yes && !m_registers.Summary().empty()) {
-        Say(m_registers.Summary());
-    }
-    m_messagesState = State::Never;
-    m_registersState = State::Never;
 }
 
 void CRecorder::AfterFork(bool child) {

@@ -23,7 +23,8 @@ class CRecorder {
     // Whether accesses are to be added.
     bool WantsRegisters();
     void AddAccess(const RegisterAccess& access) { m_registers.Add(access); }
-    // Everything that waits is written; nothing is recorded from here on.
+    // Everything that waits is written, unless the file takes nothing for some 3 seconds; nothing
+    // is recorded from here on. No signal is held back, and none comes from the writing.
     void Finish();
 
     // Around a fork. The child of a process that records does not.
@@ -40,17 +41,18 @@ class CRecorder {
     bool StartThread();
     void Work();
     void PassBoth(bool last);
+    bool AwaitLastPass() const;
 
     const Settings m_settings;
     std::mutex m_startMutex;  // what begins a recording
     std::atomic<State> m_messagesState{State::No};
     std::atomic<State> m_registersState{State::No};
     bool m_faultTold = false;
-    bool m_hasThread = false;
+    std::atomic<bool> m_hasThread{false};
     std::atomic<bool> m_abandoned{false};
 
-    std::mutex m_passMutex;  // what follows
-    bool m_finished = false;
+    std::atomic<bool> m_ending{false};  // the next pass is to be the last
+    std::atomic<bool> m_ended{false};   // the last pass is over
     CMessageRecorder m_messages;
     CRegisterTrace m_registers;
 };

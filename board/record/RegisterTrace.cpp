@@ -44,6 +44,7 @@ bool CRegisterTrace::Open(const std::string& name, const std::string& path, std:
 
 void CRegisterTrace::Add(const RegisterAccess& access) {
     const std::lock_guard guard(m_mutex);
+    ++m_added;
     if (m_accesses.size() < m_maxWaiting) {
         m_accesses.push_back(access);
     } else {
@@ -65,6 +66,7 @@ void CRegisterTrace::Pass(bool last) {
     m_text.reserve(2 * FLUSH_BYTES);
     for (const RegisterAccess& access : m_taken) {
         Format(access);
+        ++m_recorded;
         if (m_text.size() >= FLUSH_BYTES) {
             Flush();
         }
@@ -72,7 +74,6 @@ void CRegisterTrace::Pass(bool last) {
     if (lost != 0) {
         m_text += "# " + std::to_string(lost) + " accesses lost\n";
     }
-    m_recorded += m_taken.size();
     m_totalLost += lost;
     ++m_passes;
     if (last || m_taken.empty() || m_passes % FLUSH_PASSES == 0) {
@@ -118,7 +119,9 @@ void CRegisterTrace::Format(const RegisterAccess& access) {
 
 void CRegisterTrace::Flush() {
     std::string error;
-    if (!m_text.empty() && !m_failed && !m_file.Write(m_text.data(), m_text.size(), error)) {
+    if (!m_failed && m_file.Write(m_text.data(), m_text.size(), error)) {
+        m_inFile = m_recorded;
+    } else if (!m_failed) {
         m_failed = true;
         m_file.Close();
         Say(m_name + ": cannot write: " + error + ": the recording of registers has ended");
@@ -132,6 +135,11 @@ std::string CRegisterTrace::Summary() const {
     }
     return m_name + ": " + std::to_string(m_recorded) + " register accesses recorded, " +
            std::to_string(m_totalLost) + " lost";
+}
+
+std::string CRegisterTrace::Missing() {
+    const std::lock_guard guard(m_mutex);
+    return m_failed ? "" : MissingLine(m_name, m_added, m_inFile, "register accesses");
 }
 
 }  // namespace ZceRecord

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
@@ -32,7 +33,7 @@ struct RegisterAccess {
 //
 // The time is local. The brackets, first bit in the 32-bit register and width, are left out for a
 // whole register. A failed read has no value. Add may be called by any thread and only keeps the
-// access; Open, Pass and Summary by one at a time.
+// access; so may Missing and Progress. Open, Pass and Summary by one at a time.
 class CRegisterTrace {
   public:
     // At most so many accesses wait for the next pass; what comes on top is counted and told.
@@ -43,6 +44,10 @@ class CRegisterTrace {
     void Pass(bool last);
     // The line that tells what was recorded; empty after a failure, which was told then.
     std::string Summary() const;
+    // The line that tells what is not written; empty after a failure, or if all is.
+    std::string Missing();
+    // Grows with what is written.
+    uint64_t Progress() const { return m_file.Written(); }
     void Abandon() { m_file.Close(); }
 
   private:
@@ -53,9 +58,10 @@ class CRegisterTrace {
 
     const size_t m_maxWaiting;
     std::string m_name;
-    std::mutex m_mutex;  // the two below
+    std::mutex m_mutex;  // the three below
     std::vector<RegisterAccess> m_accesses;
     uint64_t m_lost = 0;
+    uint64_t m_added = 0;  // also the lost ones
 
     COutputFile m_file;
     std::vector<RegisterAccess> m_taken;
@@ -65,7 +71,8 @@ class CRegisterTrace {
     uint64_t m_passes = 0;
     uint64_t m_recorded = 0;
     uint64_t m_totalLost = 0;
-    bool m_failed = false;
+    std::atomic<uint64_t> m_inFile{0};  // of the accesses
+    std::atomic<bool> m_failed{false};
 };
 
 }  // namespace ZceRecord

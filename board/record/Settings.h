@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 
 namespace ZceRecord {
@@ -18,5 +19,9 @@ Settings ReadSettings();
 
 // One line "zce-record: ..." on standard error.
 void Say(const std::string& text);
+
+// What is told of a recording whose file takes nothing more; empty if nothing is missing in it.
+std::string MissingLine(const std::string& name, uint64_t all, uint64_t written,
+                        const std::string& what);
 
 }  // namespace ZceRecord

@@ -1,4 +1,7 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
+#include <signal.h>  // NOLINT(modernize-deprecated-headers): sigpending()
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -9,6 +12,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -17,6 +21,7 @@
 #include "Handles.h"
 #include "MessageRecorder.h"
 #include "OutputFile.h"
+#include "Recorder.h"
 #include "Settings.h"
 #include "captureBytes.h"
 #include "tempDir.h"
@@ -204,6 +209,55 @@ TEST_F(Recorder, AnotherThreadsMessagesComeWholeInOrderOrAreCounted) {
     EXPECT_EQ(reader.Error(), "");
     EXPECT_EQ(read + reader.Lost(), 2 * each);
     EXPECT_GT(read, 0U);
+}
+
+// Writes into a pipe without a reader are nothing to the program.
+
+TEST_F(Recorder, AReaderThatGoesBeforeTheEndDoesNotEndTheApplication) {
+    ASSERT_EQ(mkfifo(Path().c_str(), 0600), 0);
+    const int reader = open(Path().c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    ZceRecord::Settings settings;
+    settings.name = "day.pcap";
+    settings.path = Path();
+    settings.bufferBytes = 4096;
+    const auto recorder = std::make_unique<ZceRecord::CRecorder>(settings);
+    CMessageQueue* queue = recorder->StreamOpened(0, 1);
+    std::array<char, 24> header{};  // of the file
+    size_t size = 0;
+    for (int k = 0; k < 5000 && size < header.size(); ++k) {
+        const ssize_t got = read(reader, header.data() + size, header.size() - size);
+        size += got > 0 ? static_cast<size_t>(got) : 0;
+        usleep(1000);
+    }
+    EXPECT_EQ(size, header.size());
+    close(reader);
+    testing::internal::CaptureStderr();
+    Put(queue, 1, "a");
+    recorder->Finish();
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "zce-record: day.pcap: cannot write: Broken pipe: the recording has ended\n");
+}
+
+TEST(RecorderLine, WhereNobodyReadsItIsLostAndTakesNoOtherSignalAlong) {
+    const auto say = [](bool pendingBefore) {
+        std::array<int, 2> ends{};
+        sigset_t pipeSignal;
+        sigset_t pending;
+        sigemptyset(&pipeSignal);
+        sigaddset(&pipeSignal, SIGPIPE);
+        if (pendingBefore) {
+            pthread_sigmask(SIG_BLOCK, &pipeSignal, nullptr);
+            raise(SIGPIPE);
+        }
+        if (pipe(ends.data()) != 0 || close(ends[0]) != 0 || dup2(ends[1], STDERR_FILENO) < 0) {
+            _exit(1);
+        }
+        ZceRecord::Say("nobody reads this");
+        sigpending(&pending);
+        _exit(sigismember(&pending, SIGPIPE) == 1 ? 7 : 5);
+    };
+    EXPECT_EXIT(say(false), testing::ExitedWithCode(5), "");
+    EXPECT_EXIT(say(true), testing::ExitedWithCode(7), "");
 }
 
 TEST_F(Recorder, AFileThatIsRecordedToIsRefusedAndLeftAsItIs) {

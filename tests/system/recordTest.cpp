@@ -424,6 +424,30 @@ TEST_F(Recording, WhatCannotBeWrittenInTimeIsCountedAndToldInItsPlace) {
                     " messages recorded, " + std::to_string(capture.lost) + " lost"));
 }
 
+// More than a pipe holds and what one write takes: the thread that writes stands still.
+TEST_F(Recording, AFileThatTakesNothingHoldsTheEndUpForSecondsOnly) {
+    StartFastBoard();
+    Record(Path("pipe"));
+    const Pipe pipe(Path("pipe"));
+    const std::string output = RunApp("return", 3000);
+    EXPECT_THAT(RecorderLines(output),
+                testing::ElementsAre(
+                    MatchesRegex("zce-record: .*/pipe: nothing can be written any more: up to "
+                                 "[1-3][0-9]{3} of 3000 messages are not in the file")));
+}
+
+TEST_F(Recording, ASignalEndsAnApplicationThatWaitsForItsFile) {
+    StartFastBoard();
+    Record(Path("pipe"));
+    const Pipe pipe(Path("pipe"));
+    auto app = App("app", "0,3", 3000, "return");
+    ASSERT_TRUE(app->WaitFor("polled 3000")) << app->Output();
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    app->Signal(SIGTERM);
+    EXPECT_EQ(app->WaitEnd(std::chrono::seconds(10)), 128 + SIGTERM);
+    EXPECT_THAT(RecorderLines(app->Output()), testing::IsEmpty());
+}
+
 }  // namespace
 
 }  // namespace velatest
