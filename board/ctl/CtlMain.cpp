@@ -15,6 +15,7 @@
 #include "CtlBoard.h"
 #include "CtlError.h"
 #include "FaultCommands.h"
+#include "RegisterMap.h"
 #include "RegisterReport.h"
 #include "Snapshot.h"
 #include "StatusReport.h"
@@ -25,7 +26,6 @@ namespace ZceBoard {
 namespace {
 
 constexpr int EXIT_REFUSED = 2;
-constexpr uint32_t MAX_BUS = 9;
 constexpr int JSON_INDENT = 2;
 
 using Json = nlohmann::ordered_json;
@@ -115,7 +115,7 @@ class CCtl {
         m_app.require_subcommand(1);
         m_app.fallthrough();
         m_app.add_option("--bus", m_options.bus, "Bus index of the board")
-            ->check(CLI::Range(0U, MAX_BUS))
+            ->check(CLI::Range(0U, MAX_BUSES - 1))
             ->capture_default_str();
         m_app.add_flag("--json", m_options.bJson, "For programs: one JSON object");
         DescribeLooks();

@@ -3,6 +3,7 @@
 #include <exception>
 #include <string>
 
+#include "RegisterMap.h"
 #include "TopMonitor.h"
 
 // zce-top: a board on one screen, or as lines of text if standard output is no terminal. Exit
@@ -13,7 +14,6 @@
 namespace {
 
 constexpr int EXIT_NOT_STARTED = 2;
-constexpr uint32_t MAX_BUS = 9;
 constexpr double MIN_INTERVAL = 0.1;
 constexpr double MAX_INTERVAL = 3600;
 
@@ -23,7 +23,7 @@ int Main(int argc, char** argv) {
         "Watches a zce-board: on one screen, or as text if standard output is no terminal.",
         "zce-top"};
     app.add_option("--bus", options.bus, "Bus index of the board")
-        ->check(CLI::Range(0U, MAX_BUS))
+        ->check(CLI::Range(0U, ZceBoard::MAX_BUSES - 1))
         ->capture_default_str();
     app.add_option("--interval", options.interval, "Seconds of real time from look to look")
         ->check(CLI::Range(MIN_INTERVAL, MAX_INTERVAL))
