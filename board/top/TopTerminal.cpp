@@ -4,8 +4,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <utility>
 
 #include "TopOutput.h"
 #include "TopScreen.h"
@@ -15,9 +18,14 @@ namespace ZceBoard {
 
 namespace {
 
+struct CloseFile {
+    void operator()(FILE* pFile) const { fclose(pFile); }
+};
+using InputFile = std::unique_ptr<FILE, CloseFile>;
+
 class CTerminal : public CTopOutput {
   public:
-    explicit CTerminal(SCREEN* pScreen) : m_pScreen(pScreen) {
+    CTerminal(SCREEN* pScreen, InputFile input) : m_pScreen(pScreen), m_input(std::move(input)) {
         cbreak();
         noecho();
         nodelay(stdscr, true);
@@ -65,13 +73,24 @@ class CTerminal : public CTopOutput {
 
   private:
     SCREEN* m_pScreen;
+    InputFile m_input;
 };
 
 }  // namespace
 
 std::unique_ptr<CTopOutput> MakeTerminal(std::string& error) {
     // newterm does not clean up behind a terminal that it does not know.
-    SCREEN* const pScreen = IsTerminalKnown() ? newterm(nullptr, stdout, stdin) : nullptr;
+    // Only a user's keys are keys: what else comes on standard input is not read.
+    InputFile none;
+    if (isatty(STDIN_FILENO) != 1) {
+        none.reset(fopen("/dev/null", "re"));
+        if (none == nullptr) {
+            error = std::string("/dev/null: ") + strerror(errno);
+            return nullptr;
+        }
+    }
+    FILE* const pKeys = none != nullptr ? none.get() : stdin;
+    SCREEN* const pScreen = IsTerminalKnown() ? newterm(nullptr, stdout, pKeys) : nullptr;
     if (pScreen == nullptr) {
         const char* const type = getenv("TERM");
         error = type == nullptr ? "TERM is not set, and standard output is a terminal"
@@ -79,7 +98,7 @@ std::unique_ptr<CTopOutput> MakeTerminal(std::string& error) {
                                       "\" is not known or cannot be used";
         return nullptr;
     }
-    return std::make_unique<CTerminal>(pScreen);
+    return std::make_unique<CTerminal>(pScreen, std::move(none));
 }
 
 }  // namespace ZceBoard

@@ -152,6 +152,19 @@ TEST_F(TopScreen, ItEndsWithTheBoardAndSaysSoOnTheShellsScreen) {
     EXPECT_THAT(m_tmux->Screen(), HasSubstr(gone));
 }
 
+TEST_F(TopScreen, WhatIsPipedInIsNoKeyAlsoWhenTheSizeChanges) {
+    Trade();
+    velatest::WriteFile(Path("terminal") + "/keys", "q");
+    RunOnTerminal("--interval 600 <keys");
+    ASSERT_TRUE(m_tmux->WaitFor(" 3 open ")) << m_tmux->Screen();
+    m_tmux->Resize(40, 6);
+    ASSERT_TRUE(m_tmux->WaitFor("... 5 more lines")) << m_tmux->Screen();
+    m_tmux->Resize(100, 30);
+    ASSERT_TRUE(m_tmux->WaitFor(" 3 open ")) << m_tmux->Screen();
+    kill(TopPid(), SIGTERM);
+    ExpectEnded();
+}
+
 TEST_F(TopScreen, ATerminalThatIsNotKnownIsRefused) {
     m_tmux->Type("clear; TERM=no-such '" ZCE_TOP_PROGRAM "'; echo status=$?");
     EXPECT_TRUE(m_tmux->WaitFor("status=2")) << m_tmux->Screen();
