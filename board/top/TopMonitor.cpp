@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 
 #include "BoardClock.h"
 #include "CtlBoard.h"
@@ -28,8 +27,13 @@ bool CTopMonitor::Run(std::string& error) {
     const bool bReady = Attach() || (m_error.empty() && m_options.bWait);
     if (bReady && Open()) {
         Watch();
+        if (m_error.empty()) {
+            m_error = m_output->Fault();
+        }
         m_output.reset();
-        fputs(m_lastLine.c_str(), stdout);
+        if (m_error.empty() && !m_lastLine.empty()) {
+            m_error = PrintText(m_lastLine);
+        }
     }
     error = bReady || !m_error.empty() ? m_error : m_noBoard;
     return error.empty();

@@ -19,6 +19,9 @@ class CTopOutput {
     // Shows these lines and no others.
     virtual void Show(const std::vector<std::string>& lines) = 0;
 
+    // Why what was shown is lost; empty: it is not.
+    virtual std::string Fault() const { return ""; }
+
     enum class Event { TimeUp, Redraw, Quit };
     // Until `ns` of real time have passed or something else comes: the size has changed, or the
     // user or a signal ends the monitor.
@@ -31,6 +34,9 @@ std::unique_ptr<CTopOutput> MakeTerminal(std::string& error);
 
 // Standard output as a text: each Show is the lines and an empty one.
 std::unique_ptr<CTopOutput> MakePlainOutput();
+
+// Prints the text on standard output, at once. What went wrong; empty: nothing.
+std::string PrintText(const std::string& text);
 
 // SIGINT, SIGTERM and SIGHUP end the monitor from now on: while an output waits, and no sooner.
 void CatchEndSignals();

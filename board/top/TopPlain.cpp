@@ -1,5 +1,7 @@
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 
 #include "BoardClock.h"
 #include "TopOutput.h"
@@ -16,25 +18,35 @@ class CPlainOutput : public CTopOutput {
             text.append(line).append("\n");
         }
         text.append("\n");
-        m_bBroken = fputs(text.c_str(), stdout) < 0 || fflush(stdout) != 0;
+        m_fault = PrintText(text);
     }
+
+    std::string Fault() const override { return m_fault; }
 
     Event Wait(int64_t ns) override {
         WaitEnd end = WaitEnd::Interrupted;
-        for (const int64_t until = RealNs() + ns; end == WaitEnd::Interrupted && !m_bBroken;) {
+        for (const int64_t until = RealNs() + ns; end == WaitEnd::Interrupted && m_fault.empty();) {
             end = WaitForInput(-1, std::max<int64_t>(until - RealNs(), 0));
         }
         return end == WaitEnd::TimeUp ? Event::TimeUp : Event::Quit;
     }
 
   private:
-    bool m_bBroken = false;
+    std::string m_fault;
 };
 
 }  // namespace
 
 std::unique_ptr<CTopOutput> MakePlainOutput() {
     return std::make_unique<CPlainOutput>();
+}
+
+std::string PrintText(const std::string& text) {
+    errno = 0;
+    if (fputs(text.c_str(), stdout) < 0 || fflush(stdout) != 0) {
+        return std::string("standard output: ") + strerror(errno);
+    }
+    return "";
 }
 
 }  // namespace ZceBoard

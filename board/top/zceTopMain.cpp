@@ -8,8 +8,9 @@
 
 // zce-top: a board on one screen, or as lines of text if standard output is no terminal. Exit
 // status: 0 after q, SIGINT, SIGTERM or SIGHUP, after the one report of --once, and when the board
-// is gone (which the last line says); 2 for a usage error, a terminal that cannot be used, and a
-// board that cannot be looked at, with the reason on standard error.
+// is gone (which the last line says); 2 for a usage error, a terminal that cannot be used, a board
+// that cannot be looked at, and a standard output that takes nothing, with the reason on standard
+// error.
 
 namespace {
 

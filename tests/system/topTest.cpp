@@ -199,6 +199,17 @@ TEST_F(Top, OnceIsOneReport) {
     EXPECT_EQ(LinesOf(top->Output()).size(), 9U);
 }
 
+TEST_F(Top, OutputThatIsLostIsAnError) {
+    Start();
+    for (const char* choice : {"--once", "--interval=600"}) {
+        Process top(
+            {"sh", "-c", std::string("exec '" ZCE_TOP_PROGRAM "' ") + choice + " >/dev/full"},
+            Where("top"));
+        EXPECT_EQ(top.WaitEnd(), 2) << choice;
+        EXPECT_EQ(top.Output(), "zce-top: standard output: No space left on device\n") << choice;
+    }
+}
+
 TEST_F(Top, WithoutABoardItSaysSo) {
     const auto top = Run({"--bus", "5"});
     EXPECT_EQ(top->WaitEnd(), 2);
