@@ -94,6 +94,23 @@ TEST_F(Recorder, WritesPrefixAndMessageOfEachOpeningByteByByte) {
     EXPECT_EQ(m_recorder.Summary(), "day.pcap: 4 messages recorded, 0 lost");
 }
 
+TEST_F(Recorder, WhatIsNotWrittenIsCountedOverAllOpenings) {
+    Open();
+    CMessageQueue* first = m_recorder.Opened(0, 3);
+    CMessageQueue* other = m_recorder.Opened(0, 4);
+    Put(first, 1, "a");
+    Put(first, 2, "b");
+    Put(other, 3, "c");
+    first->Close();
+    m_recorder.Pass(true);
+    EXPECT_EQ(m_recorder.Missing(), "");
+    Put(other, 4, "d");
+    Put(m_recorder.Opened(0, 3), 5, "e");
+    EXPECT_EQ(
+        m_recorder.Missing(),
+        "day.pcap: nothing can be written any more: up to 2 of 5 messages are not in the file");
+}
+
 TEST_F(Recorder, SeveralStreamsAreInTheOrderOfTimeEvenIfOneIsLate) {
     Open();
     CMessageQueue* one = m_recorder.Opened(0, 1);

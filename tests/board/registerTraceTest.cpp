@@ -60,6 +60,17 @@ TEST_F(RegisterTrace, ALineTellsTimeRegisterAndValue) {
     EXPECT_EQ(m_trace.Summary(), "day.pcap.registers: 3 register accesses recorded, 0 lost");
 }
 
+TEST_F(RegisterTrace, WhatIsNotWrittenIsCounted) {
+    m_trace.Add(Access(SECOND, false, 1, 1));
+    m_trace.Add(Access(SECOND, false, 2, 2));
+    m_trace.Pass(true);
+    EXPECT_EQ(m_trace.Missing(), "");
+    m_trace.Add(Access(SECOND, false, 3, 3));
+    EXPECT_EQ(m_trace.Missing(),
+              "day.pcap.registers: nothing can be written any more: up to 1 of 3 register accesses "
+              "are not in the file");
+}
+
 TEST_F(RegisterTrace, BitsThatAreNotAWholeRegisterAreShown) {
     RegisterAccess access = Access(SECOND, true, 0x302, 0x1a2b);
     access.width = 16;
