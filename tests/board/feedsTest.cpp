@@ -16,7 +16,6 @@ using boardtest::TypeOf;
 
 using boardtest::MS;
 using boardtest::SECOND;
-using ZceBoard::BoardTime;
 using ZceBoard::CFeeds;
 
 const char* const L5_LINES =
