@@ -57,6 +57,10 @@ bool IsSmokeRun() {
     return g_bSmoke;
 }
 
+void Register(const std::string& name, void (*bench)(benchmark::State&)) {
+    benchmark::RegisterBenchmark(name.c_str(), bench)->UseManualTime()->Iterations(1);
+}
+
 CMedians::CMedians() : ConsoleReporter(OO_Tabular), m_single(IsSmokeRun()) {}
 
 void CMedians::ReportRuns(const std::vector<Run>& runs) {
@@ -67,7 +71,6 @@ void CMedians::ReportRuns(const std::vector<Run>& runs) {
         // A single repetition has no median: it is its own.
         if (run.aggregate_name == "median" || (m_single && run.run_type == Run::RT_Iteration)) {
             auto& medians = m_medians[run.run_name.function_name];
-            medians[""] = run.GetAdjustedRealTime();
             for (const auto& [name, counter] : run.counters) {
                 medians[name] = counter.value;
             }
@@ -76,7 +79,7 @@ void CMedians::ReportRuns(const std::vector<Run>& runs) {
     ConsoleReporter::ReportRuns(runs);
 }
 
-double CMedians::Of(const std::string& name, const std::string& counter) const {
+double CMedians::Counter(const std::string& name, const std::string& counter) const {
     const auto found = m_medians.find(name);
     if (found == m_medians.end() || found->second.count(counter) == 0) {
         Die("no result of " + name + " " + counter + ": the ratios need all benchmarks");

@@ -21,20 +21,17 @@ void Finish();
 // A run of a few iterations, to see that the program still works.
 bool IsSmokeRun();
 
-// The console's table, and from it the median of each benchmark: its time, or one of its counters.
+// A benchmark of one iteration, which sets its time and its counters itself.
+void Register(const std::string& name, void (*bench)(benchmark::State&));
+
+// The console's table, and from it the median of each counter of each benchmark.
 class CMedians : public benchmark::ConsoleReporter {
   public:
     CMedians();
     void ReportRuns(const std::vector<Run>& runs) override;
-    // In ns; `counter` as it was set.
-    double Time(const std::string& name) const { return Of(name, ""); }
-    double Counter(const std::string& name, const std::string& counter) const {
-        return Of(name, counter);
-    }
+    double Counter(const std::string& name, const std::string& counter) const;
 
   private:
-    double Of(const std::string& name, const std::string& counter) const;
-
     std::map<std::string, std::map<std::string, double>> m_medians;
     bool m_single;
 };

@@ -4,6 +4,7 @@
 // between the same two processors, two lock-free queues between two threads and UDP datagrams over
 // the loopback interface between two processes, polled and waited for.
 
+#include <fmt/format.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -29,11 +30,16 @@ std::uint64_t CountOf(std::uint64_t count) {
     return IsSmokeRun() ? 200 : count;
 }
 
+// Half a round trip, in ns.
+struct Figures {
+    double median = 0;
+    double worst = 0;  // of 1000, all but the worst are below
+};
+
 // What the two sides of a run share; the figures are the board's.
 struct Run {
     CMeeting start;
-    double median = 0;  // ns
-    double worst = 0;   // of 1000, all but the worst are below
+    Figures figures;
 };
 
 Cpus g_cpus{};
@@ -82,8 +88,8 @@ void Measure(Run& run, std::uint64_t count, Send send, Take take) {
         }
     }
     std::sort(times.begin(), times.end());
-    run.median = static_cast<double>(times[count / 2]) / 2;
-    run.worst = static_cast<double>(times[count - 1 - count / 1000]) / 2;
+    run.figures.median = static_cast<double>(times[count / 2]) / 2;
+    run.figures.worst = static_cast<double>(times[count - 1 - count / 1000]) / 2;
 }
 
 std::uint64_t RoundTrips(std::uint64_t count) {
@@ -91,15 +97,11 @@ std::uint64_t RoundTrips(std::uint64_t count) {
 }
 
 template <class PingPong>
-void Repeat(benchmark::State& state, PingPong pingPong) {
-    while (state.KeepRunning()) {
-        CShared<Run> run;
-        Pin(g_cpus.application);
-        pingPong(*run);
-        state.SetIterationTime(run->median * 1e-9);
-        state.counters["p50_ns"] = run->median;
-        state.counters["p99.9_ns"] = run->worst;
-    }
+Figures FiguresOf(PingPong pingPong) {
+    CShared<Run> run;
+    Pin(g_cpus.application);
+    pingPong(*run);
+    return run->figures;
 }
 
 // The application's side of a run.
@@ -139,9 +141,9 @@ bool MeasureRing(Run& run, const Kind& kind, std::uint64_t count) {
     return bGood;
 }
 
-void OverRing(benchmark::State& state, const Kind& kind) {
+Figures OverRing(const Kind& kind) {
     const std::uint64_t count = CountOf(roundTrips);
-    Repeat(state, [&](Run& run) {
+    return FiguresOf([&](Run& run) {
         CChild board([&] { return MeasureRing(run, kind, count); });
         run.start.Meet();
         AnswerAll(RoundTrips(count), [] { return g_board->Recv() == 1; });
@@ -150,13 +152,13 @@ void OverRing(benchmark::State& state, const Kind& kind) {
 }
 
 template <class Body>
-void OverQueues(benchmark::State& state, const Kind& kind) {
+Figures OverQueues(const Kind& kind) {
     const std::uint64_t count = CountOf(roundTrips);
     const auto there = std::make_unique<Queue<Body>>();
     const auto back = std::make_unique<Queue<Body>>();
     const auto take = [](const Message<Body>& message) { benchmark::DoNotOptimize(message); };
     const auto answer = [&back](const Message<Body>& message) { back->push(message); };
-    Repeat(state, [&](Run& run) {
+    return FiguresOf([&](Run& run) {
         std::thread board([&] {
             Pin(g_cpus.board);
             CMessages<Body> messages(kind);
@@ -171,9 +173,9 @@ void OverQueues(benchmark::State& state, const Kind& kind) {
 }
 
 template <class Body, int Flags>
-void OverUdp(benchmark::State& state, const Kind& kind) {
+Figures OverUdp(const Kind& kind) {
     const std::uint64_t count = CountOf(roundTripsOfASocket);
-    Repeat(state, [&](Run& run) {
+    return FiguresOf([&](Run& run) {
         const CSocketPair sockets;
         CChild board([&] {
             Pin(g_cpus.board);
@@ -198,42 +200,44 @@ void OverUdp(benchmark::State& state, const Kind& kind) {
     });
 }
 
-void Register(const std::string& name, void (*bench)(benchmark::State&, const Kind&),
-              const Kind& kind) {
-    benchmark::RegisterBenchmark((name + kind.name).c_str(), bench, kind)
-        ->UseManualTime()
-        ->Iterations(1);
-}
+constexpr struct {
+    const char* name;
+    const char* text;
+} ways[] = {{"board", "board to callback"},
+            {"queue", "queue between threads"},
+            {"udp-polled", "UDP loopback, polled"},
+            {"udp-blocking", "UDP loopback, waited for"}};
 
+// One repetition is one run of each, one right after the other: the machine may be another one a
+// second later.
 template <class Body>
-void RegisterKind(const Kind& kind) {
-    Register("Ring", OverRing, kind);
-    Register("Queue", OverQueues<Body>, kind);
-    Register("UdpPolled", OverUdp<Body, MSG_DONTWAIT>, kind);
-    Register("UdpBlocking", OverUdp<Body, 0>, kind);
+void Compare(benchmark::State& state, const Kind& kind) {
+    while (state.KeepRunning()) {
+        const Figures figures[] = {OverRing(kind), OverQueues<Body>(kind),
+                                   OverUdp<Body, MSG_DONTWAIT>(kind), OverUdp<Body, 0>(kind)};
+        state.SetIterationTime(figures[0].median * 1e-9);
+        for (std::size_t k = 0; k < std::size(ways); ++k) {
+            const std::string name = ways[k].name;
+            state.counters[name] = figures[k].median;
+            state.counters[fmt::format("{} 99.9", name)] = figures[k].worst;
+            state.counters[fmt::format("{}/board", name)] = figures[k].median / figures[0].median;
+        }
+    }
 }
 
 void PrintKind(const CMedians& medians, const Kind& kind) {
-    const std::string name = kind.name;
-    const struct {
-        const char* bench;
-        const char* text;
-    } rows[] = {{"Ring", "board to callback"},
-                {"Queue", "queue between threads"},
-                {"UdpPolled", "UDP loopback, polled"},
-                {"UdpBlocking", "UDP loopback, waited for"}};
+    const std::string bench = kind.name;
     std::printf("%s, messages of %u bytes, one way, ns:     median    99.9 %%\n", kind.name,
                 kind.Size());
-    for (const auto& row : rows) {
-        std::printf("    %-38s %8.0f %9.0f\n", row.text,
-                    medians.Counter(row.bench + name, "p50_ns"),
-                    medians.Counter(row.bench + name, "p99.9_ns"));
+    for (const auto& way : ways) {
+        const std::string name = way.name;
+        std::printf("    %-38s %8.0f %9.0f\n", way.text, medians.Counter(bench, name),
+                    medians.Counter(bench, fmt::format("{} 99.9", name)));
     }
-    for (const auto& row : rows) {
-        if (&row != rows) {
-            PrintRatio("latency-" + name + "-" + row.bench + "/board",
-                       medians.Counter(row.bench + name, "p50_ns") /
-                           medians.Counter("Ring" + name, "p50_ns"));
+    for (const auto& way : ways) {
+        if (&way != ways) {
+            const std::string ratio = fmt::format("{}/board", way.name);
+            PrintRatio(fmt::format("latency-{}-{}", bench, ratio), medians.Counter(bench, ratio));
         }
     }
 }
@@ -247,8 +251,8 @@ int main(int argc, char** argv) {
     ReadOptions(argc, argv);
     GoAhead();
     g_cpus = PickCpus();
-    RegisterKind<ZceBoardL1_t>(l1);
-    RegisterKind<ZceBoardL5_t>(l5);
+    Register(l1.name, [](benchmark::State& state) { Compare<ZceBoardL1_t>(state, l1); });
+    Register(l5.name, [](benchmark::State& state) { Compare<ZceBoardL5_t>(state, l5); });
     CBenchBoard board(g_answer);
     g_board = &board;
     CMedians medians;

@@ -17,7 +17,6 @@ namespace {
 
 constexpr std::uint32_t messageSize = ZCE_BOARD_HEAD_SIZE + sizeof(ZceBoardL1_t);
 constexpr int batch = 4096;  // messages of a timed stretch; they fit into the ring
-constexpr int batches = 300;
 
 class SumSpi final : public IVelaZceMdSpi {
   public:
@@ -74,8 +73,9 @@ void Fill(ZceBoard::CRingProducer& ring) {
     }
 }
 
+// Seconds of a stretch of polls.
 template <class Poll>
-void TimePolls(benchmark::State& state, Poll poll, int expected) {
+double TimePolls(Poll poll, int expected) {
     const std::int64_t begin = NowNs();
     int delivered = 0;
     for (int i = 0; i < batch; ++i) {
@@ -83,51 +83,42 @@ void TimePolls(benchmark::State& state, Poll poll, int expected) {
     }
     const std::int64_t end = NowNs();
     if (delivered != expected) {
-        state.SkipWithError("messages are missing");
+        Die("messages are missing");
     }
-    state.SetIterationTime(static_cast<double>(end - begin) * 1e-9 / batch);
+    return static_cast<double>(end - begin) * 1e-9;
 }
 
-void VelaRecvMessage(benchmark::State& state) {
+// One repetition: stretches of the library's poll and of the vendor's in turns.
+void Compare(benchmark::State& state, bool bMessages) {
+    const int stretches = IsSmokeRun() ? 3 : 300;
+    const int expected = bMessages ? batch : 0;
     while (state.KeepRunning()) {
-        Fill(g_libraryRing);
-        TimePolls(state, PollLibrary, batch);
-    }
-    benchmark::DoNotOptimize(g_spi.m_ulSum);
-}
-
-void VendorPollMessage(benchmark::State& state) {
-    while (state.KeepRunning()) {
-        Fill(g_vendorRing);
-        TimePolls(state, PollVendor, batch);
-    }
-    benchmark::DoNotOptimize(g_spi.m_ulSum);
-}
-
-void VelaRecvIdle(benchmark::State& state) {
-    while (state.KeepRunning()) {
-        TimePolls(state, PollLibrary, 0);
-    }
-}
-
-void VendorPollIdle(benchmark::State& state) {
-    while (state.KeepRunning()) {
-        TimePolls(state, PollVendor, 0);
+        double library = 0;
+        double vendor = 0;
+        for (int k = 0; k < stretches; ++k) {
+            if (bMessages) {
+                Fill(g_libraryRing);
+            }
+            library += TimePolls(PollLibrary, expected);
+            if (bMessages) {
+                Fill(g_vendorRing);
+            }
+            vendor += TimePolls(PollVendor, expected);
+        }
+        benchmark::DoNotOptimize(g_spi.m_ulSum);
+        const double polls = static_cast<double>(batch) * stretches;
+        state.SetIterationTime(library / polls);
+        state.counters["VelaRecv"] = library / polls * 1e9;
+        state.counters["bare"] = vendor / polls * 1e9;
+        state.counters["ratio"] = library / vendor;
     }
 }
 
-void Register(const char* name, void (*bench)(benchmark::State&)) {
-    benchmark::RegisterBenchmark(name, bench)
-        ->UseManualTime()
-        ->Iterations(IsSmokeRun() ? 3 : batches);
-}
-
-void Print(const CMedians& medians, const char* what, const std::string& ours,
-           const std::string& bare, const std::string& name) {
+void Print(const CMedians& medians, const char* what, const std::string& name) {
     constexpr double bound = 2.5;
     std::printf("%s: VelaRecv %.1f ns, the vendor's poll and a direct call %.1f ns\n", what,
-                medians.Time(ours), medians.Time(bare));
-    PrintRatioAtMost(name, medians.Time(ours) / medians.Time(bare), bound);
+                medians.Counter(name, "VelaRecv"), medians.Counter(name, "bare"));
+    PrintRatioAtMost("recv-" + name, medians.Counter(name, "ratio"), bound);
 }
 
 }  // namespace
@@ -138,18 +129,16 @@ int main(int argc, char** argv) {
     using namespace velabench;
     ReadOptions(argc, argv);
     GoAhead();
-    Register("VelaRecvMessage", VelaRecvMessage);
-    Register("VendorPollMessage", VendorPollMessage);
-    Register("VelaRecvIdle", VelaRecvIdle);
-    Register("VendorPollIdle", VendorPollIdle);
+    Register("message", [](benchmark::State& state) { Compare(state, true); });
+    Register("idle", [](benchmark::State& state) { Compare(state, false); });
     CBenchBoard board(g_spi);
     g_board = &board;
     g_libraryRing = Producer(libraryChannel);
     g_vendorRing = Producer(vendorChannel);
     CMedians medians;
     RunAll(medians);
-    Print(medians, "a delivered message", "VelaRecvMessage", "VendorPollMessage", "recv-message");
-    Print(medians, "an idle poll", "VelaRecvIdle", "VendorPollIdle", "recv-idle");
+    Print(medians, "a delivered message", "message");
+    Print(medians, "an idle poll", "idle");
     Finish();
     return 0;
 }

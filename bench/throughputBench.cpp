@@ -73,32 +73,27 @@ CStretch Receive(const Load& load, Poll poll) {
     return measured;
 }
 
-// The repetition of one benchmark: `sendAndReceive` does a run.
+// Messages a second, of one way of sending: `sendAndReceive` does a run.
 template <class SendAndReceive>
-void Repeat(benchmark::State& state, const Load& load, SendAndReceive sendAndReceive) {
-    while (state.KeepRunning()) {
-        double least = 2;
-        double seconds = 0;
-        for (int k = 0; k < (IsSmokeRun() ? 1 : attempts) && least > lostAtMost; ++k) {
-            CShared<Run> run;
-            g_sink = CSink();
-            Pin(g_cpus.application);
-            const CStretch received = sendAndReceive(*run);
-            if (g_sink.m_ulCount != load.All() || g_sink.m_ulBack != 0 ||
-                g_sink.m_ulLast != load.All() + run->dropped) {
-                state.SkipWithError("messages are missing or in a wrong order");
-                return;
-            }
-            const double lost = std::max(received.Lost(), run->lost);
-            if (lost < least) {
-                least = lost;
-                seconds = received.Seconds();
-            }
+double Rate(const Load& load, SendAndReceive sendAndReceive) {
+    double least = 2;
+    double seconds = 0;
+    for (int k = 0; k < (IsSmokeRun() ? 1 : attempts) && least > lostAtMost; ++k) {
+        CShared<Run> run;
+        g_sink = CSink();
+        Pin(g_cpus.application);
+        const CStretch received = sendAndReceive(*run);
+        if (g_sink.m_ulCount != load.All() || g_sink.m_ulBack != 0 ||
+            g_sink.m_ulLast != load.All() + run->dropped) {
+            Die("messages are missing or in a wrong order");
         }
-        state.SetIterationTime(seconds / static_cast<double>(load.measured));
-        state.counters["per_second"] = static_cast<double>(load.measured) / seconds;
-        state.counters["lost_time"] = least;
+        const double lost = std::max(received.Lost(), run->lost);
+        if (lost < least) {
+            least = lost;
+            seconds = received.Seconds();
+        }
     }
+    return static_cast<double>(load.measured) / seconds;
 }
 
 // The receiver is behind: time for it to take some out.
@@ -140,9 +135,9 @@ bool SendLikeTheBoard(Run& run, const Kind& kind, std::uint64_t count) {
     return true;
 }
 
-void ThroughRing(benchmark::State& state, const Kind& kind) {
+double ThroughRing(const Kind& kind) {
     const Load load = LoadOf(messagesOfARun);
-    Repeat(state, load, [&](Run& run) {
+    return Rate(load, [&](Run& run) {
         CChild board([&] { return SendLikeTheBoard(run, kind, load.All()); });
         run.start.Meet();
         const CStretch received = Receive(load, [] { return g_board->Recv(); });
@@ -177,12 +172,12 @@ IVelaZceMdSpi& Callback() {
 }
 
 template <class Body>
-void ThroughQueue(benchmark::State& state, const Kind& kind) {
+double ThroughQueue(const Kind& kind) {
     const Load load = LoadOf(messagesOfARun);
     const auto queue = std::make_unique<Queue<Body>>();
     IVelaZceMdSpi& spi = Callback();
     const auto deliver = [&spi](const Message<Body>& message) { spi.OnDmaType17Msg(message.body); };
-    Repeat(state, load, [&](Run& run) {
+    return Rate(load, [&](Run& run) {
         std::thread sender([&] { SendToQueue<Body>(run, *queue, kind, load.All()); });
         run.start.Meet();
         const CStretch received =
@@ -219,10 +214,10 @@ bool SendDatagrams(Run& run, const CSocketPair& sockets, const Kind& kind, std::
 }
 
 template <class Body>
-void ThroughUdp(benchmark::State& state, const Kind& kind) {
+double ThroughUdp(const Kind& kind) {
     const Load load = LoadOf(datagramsOfARun);
     IVelaZceMdSpi& spi = Callback();
-    Repeat(state, load, [&](Run& run) {
+    return Rate(load, [&](Run& run) {
         const CSocketPair sockets;
         CChild sender([&] { return SendDatagrams<Body>(run, sockets, kind, load.All()); });
         run.start.Meet();
@@ -240,25 +235,34 @@ void ThroughUdp(benchmark::State& state, const Kind& kind) {
     });
 }
 
-void Register(const std::string& name, void (*bench)(benchmark::State&, const Kind&),
-              const Kind& kind) {
-    benchmark::RegisterBenchmark((name + kind.name).c_str(), bench, kind)
-        ->UseManualTime()
-        ->Iterations(1);
+// One repetition is one run of each, one right after the other: the machine may be another one a
+// second later.
+template <class Body>
+void Compare(benchmark::State& state, const Kind& kind) {
+    while (state.KeepRunning()) {
+        const double ring = ThroughRing(kind);
+        const double queue = ThroughQueue<Body>(kind);
+        const double udp = ThroughUdp<Body>(kind);
+        state.SetIterationTime(1 / ring);
+        state.counters["board"] = ring;
+        state.counters["queue"] = queue;
+        state.counters["udp"] = udp;
+        state.counters["board/queue"] = ring / queue;
+        state.counters["board/udp"] = ring / udp;
+    }
 }
 
 void PrintKind(const CMedians& medians, const Kind& kind) {
     constexpr double million = 1e6;
     const std::string name = kind.name;
-    const double ring = medians.Counter("Ring" + name, "per_second") / million;
-    const double queue = medians.Counter("Queue" + name, "per_second") / million;
-    const double udp = medians.Counter("Udp" + name, "per_second") / million;
     std::printf(
         "%s, messages of %u bytes, millions a second: board to callback %.2f, queue between "
         "threads %.2f, UDP loopback %.3f\n",
-        kind.name, kind.Size(), ring, queue, udp);
-    PrintRatioAtLeast("throughput-" + name + "-board/queue", ring / queue, 1);
-    PrintRatioAtLeast("throughput-" + name + "-board/udp", ring / udp, 10);
+        kind.name, kind.Size(), medians.Counter(name, "board") / million,
+        medians.Counter(name, "queue") / million, medians.Counter(name, "udp") / million);
+    PrintRatioAtLeast("throughput-" + name + "-board/queue", medians.Counter(name, "board/queue"),
+                      1);
+    PrintRatioAtLeast("throughput-" + name + "-board/udp", medians.Counter(name, "board/udp"), 10);
 }
 
 }  // namespace
@@ -270,12 +274,8 @@ int main(int argc, char** argv) {
     ReadOptions(argc, argv);
     GoAhead();
     g_cpus = PickCpus();
-    Register("Ring", ThroughRing, l1);
-    Register("Queue", ThroughQueue<ZceBoardL1_t>, l1);
-    Register("Udp", ThroughUdp<ZceBoardL1_t>, l1);
-    Register("Ring", ThroughRing, l5);
-    Register("Queue", ThroughQueue<ZceBoardL5_t>, l5);
-    Register("Udp", ThroughUdp<ZceBoardL5_t>, l5);
+    Register(l1.name, [](benchmark::State& state) { Compare<ZceBoardL1_t>(state, l1); });
+    Register(l5.name, [](benchmark::State& state) { Compare<ZceBoardL5_t>(state, l5); });
     CBenchBoard board(g_sink);
     g_board = &board;
     CMedians medians;
