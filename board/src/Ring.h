@@ -198,12 +198,13 @@ class CRingConsumer {
 
     // So many messages taken one right after the other are a backlog or a dense burst.
     static constexpr uint32_t STREAK = 4;
-    static constexpr int PAUSES = 16;
+    static constexpr int PAUSES = 32;
 
     // A consumer that has caught up with a dense burst looks at the next header as fast as it can,
     // and each look takes the cache line away from the producer, which is just writing there: from
-    // then on the two wait for each other at each message. So it stays away once, for some tenths
-    // of a microsecond, before it looks again: what has come by then it takes at one go.
+    // then on the two wait for each other at each message. So it stays away once, for about a
+    // microsecond, before it looks again: what has come by then it takes at one go. Shorter than
+    // some round trips between distant processors, it would not help there.
     [[gnu::cold]] static void LeaveTheProducerAlone() {
         for (int k = 0; k < PAUSES; ++k) {
             PauseProcessor();
