@@ -1,6 +1,7 @@
 #include "DataType/ContractServ.h"
 #include "DataType/ZceFpgaServ.h"
 #include "DataType/ZceNumbers.h"
+#include "Utils/calendar.h"
 #include "Utils/clockSeam.h"
 #include "VelaZceBinFile.h"
 #include "log/elog.h"
@@ -48,7 +49,7 @@ bool CContractServ::RecoverInstsFromFpga() {
 // Gives a board that has just been reset the time to gather the broadcast. In the morning break it
 // repeats too rarely for the short wait.
 unsigned int CContractServ::GetExpireTime() {
-    const unsigned int now = LocalTimeOfDay();
+    const unsigned int now = VORBA2::LocalNow().value_or(VORBA2::LocalMoment{}).time;
     const unsigned int boardTime = m_pFpgaServ->GetRealTime();
     const bool inBreak = IsWithin(now, ZCE_MORNING_BEGIN, ZCE_MORNING_END) &&
                          IsWithin(boardTime, ZCE_BREAK_BEGIN, ZCE_BREAK_END);
