@@ -135,6 +135,7 @@ int LogFromFourThreads(const std::string& dir, const std::function<void(int)>& r
         return 1;
     }
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int thread = 0; thread < 4; ++thread) {
         threads.emplace_back([thread] {
             for (int line = 0; CSignalProcess::m_isExit == 0; ++line) {
@@ -350,6 +351,7 @@ TEST_F(LogSignal, LinesOfEightThreadsAreNeverTorn) {
         CRwLogger logger;
         logger.Init(0, (m_dir / "log").c_str(), "fpga");
         std::vector<std::thread> threads;
+        threads.reserve(threadCount);
         for (int thread = 0; thread < threadCount; ++thread) {
             threads.emplace_back([thread] {
                 for (int line = 0; line < lineCount; ++line) {

@@ -73,6 +73,7 @@ TEST(ElogRace, ThreadsAndSignalHandlersChangeTheFileTogether) {
         const velatest::StdoutCapture out;
         std::atomic<int> left{THREADS};
         std::vector<std::thread> threads;
+        threads.reserve(THREADS);
         for (int thread = 0; thread < THREADS; ++thread) {
             threads.emplace_back([thread, &left] {
                 Log(thread);
@@ -108,6 +109,7 @@ TEST(ElogRace, ThreadsAndSignalHandlersChangeTheFileTogether) {
     EXPECT_GT(texts.end() - signals, 0);
     texts.erase(signals, texts.end());
     std::vector<std::string> expected;
+    expected.reserve(std::size_t{THREADS} * LINES);
     for (int thread = 0; thread < THREADS; ++thread) {
         for (int line = 0; line < LINES; ++line) {
             expected.push_back("thread " + std::to_string(thread) + " line " +
