@@ -10,6 +10,7 @@
 
 #include <getopt.h>
 #include <iniparser.h>
+#include <poll.h>
 #include <unistd.h>
 
 #include <array>
@@ -38,6 +39,7 @@ namespace {
 const unsigned int firstType = ZCE_BOARD_TYPE_L1_SINGLE;
 const std::size_t typeCount = 4;
 const int usageError = 2;
+const int outputPatienceMs = 200;
 
 struct Arguments {
     std::string config;
@@ -46,6 +48,17 @@ struct Arguments {
     long print = 0;
     bool ownLoop = false;
 };
+
+// Whether standard output takes a line within this time. A program that a signal is to end must not
+// wait for a reader that has stopped.
+bool CanPrint(int timeoutMs) {
+    pollfd output = {STDOUT_FILENO, POLLOUT, 0};
+    int ready = 0;
+    do {
+        ready = poll(&output, 1, timeoutMs);
+    } while (ready < 0 && errno == EINTR);
+    return ready != 0;
+}
 
 // A callback gives no length, and nobody has looked at the body: one that does not fit its type
 // must not be taken for the truth. (Behind a message that is too short there may be the body of an
@@ -128,7 +141,7 @@ class CReceiver : public IVelaZceMdSpi {
             m_gaps.Add(quote.ulSeq > m_ulLastSeq ? quote.ulSeq - m_ulLastSeq - 1 : 1);
         }
         m_ulLastSeq = quote.ulSeq;
-        if (m_lPrint > 0) {
+        if (m_lPrint > 0 && CanPrint(outputPatienceMs)) {
             --m_lPrint;
             Print(uiType, quote, body);
         }
@@ -172,6 +185,9 @@ class CReceiver : public IVelaZceMdSpi {
 };
 
 void PrintLastLine(long lChannel, const CReceiver& receiver) {
+    if (!CanPrint(outputPatienceMs)) {
+        return;
+    }
     std::printf(
         "zce-recv channel=%ld total=%llu type17=%llu type18=%llu type19=%llu type20=%llu "
         "gaps=%llu",
@@ -201,7 +217,8 @@ void OnEarlySignal(int /*signal*/) {
     g_bStop = 1;
     if (g_bOwnLoop == 0) {
         const ssize_t written =
-            write(STDOUT_FILENO, g_szEmptyLastLine, std::strlen(g_szEmptyLastLine));
+            CanPrint(0) ? write(STDOUT_FILENO, g_szEmptyLastLine, std::strlen(g_szEmptyLastLine))
+                        : -1;
         _exit(written < 0 ? 1 : 0);
     }
 }
@@ -243,7 +260,7 @@ class CReporter {
                 return;
             }
             const std::uint64_t ulNow = m_receiver.Total();
-            if (ulNow != ulBefore) {
+            if (ulNow != ulBefore && CanPrint(outputPatienceMs)) {
                 std::printf("zce-recv rate=%llu/s total=%llu gaps=%llu\n",
                             static_cast<unsigned long long>(ulNow - ulBefore),
                             static_cast<unsigned long long>(ulNow),

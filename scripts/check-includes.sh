@@ -97,7 +97,7 @@ tests/traffic       traffic device exchange memory capture board/include tests/s
 tests/process       process traffic device exchange memory capture board/include tests/memory tests/vendor tests/support
 tests/ctl           ctl memory tests/memory
 tests/top           tools/top ctl
-tests/system        ctl memory capture include src/enyxHw src/DrvEnyx tests/support
+tests/system        ctl memory capture include src/enyxHw src/DrvEnyx src/log src/signal tests/support
 TABLE
 }
 
@@ -144,7 +144,7 @@ awk -v rooms="$(rooms)" -v table="$(table)" -v excuses="$(excused)" -v files="$(
         if ((path = folder(from) name) in there) return path
         for (k in bare) {
             if ((path = bare[k] name) in there) {
-                if (bare[k] == "src/" && from !~ /^(src|tests\/(unit|support|device))\//) continue
+                if (bare[k] == "src/" && from !~ /^(src|tests\/(unit|support|device|system))\//) continue
                 if (bare[k] == "tests/support/" && from !~ /^tests\//) continue
                 return path
             }

@@ -46,8 +46,8 @@ int CSignalProcess::InitSignal() {
 }
 
 void CSignalProcess::SignalHandler(int sig, siginfo_t* /*info*/, void* /*ctx*/) {
-    const int interruptedErrno = errno;  // the interrupted code may be about to look at it
-    LOG_WARN_IN_SIGNAL("Received signal %d !!", sig);
     m_isExit = 1;
+    const int interruptedErrno = errno;  // the interrupted code may be about to look at it
+    LOG_WARN_IN_SIGNAL("Received signal ", sig, " !!");
     errno = interruptedErrno;
 }

@@ -16,7 +16,8 @@ class CSignalProcess {
     // once a process, by the polling thread.
     static int InitSignal();
 
-    // Logs the signal's number and sets m_isExit; the process goes on.
+    // Sets m_isExit and logs the signal's number; the process goes on. It waits for nothing,
+    // whatever it has interrupted, and leaves errno alone.
     static void SignalHandler(int sig, siginfo_t* info, void* ctx);
 };
 

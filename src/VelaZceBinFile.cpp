@@ -4,6 +4,7 @@
 #include <cstring>
 #include <utility>
 
+#include "Utils/calendar.h"
 #include "VelaZceBinFormat.h"
 #include "log/elog.h"
 
@@ -94,7 +95,8 @@ int CTernBinFile::Normal_WriteInstToBin(std::string name, unsigned short index) 
 int CTernBinFile::WriteEndToBin() {
     // The remainder: a time that was widened before is not widened twice.
     unsigned long& ulTime = CZceSettleTime::g_uiContractSettleTm;
-    ulTime = ZceDateNumber(ZceLocalNow()) * ZCE_BIN_DATE_UNIT + ulTime % ZCE_BIN_DATE_UNIT;
+    const unsigned long ulDate = VORBA2::LocalNow().value_or(VORBA2::LocalMoment{}).date;
+    ulTime = ulDate * ZCE_BIN_DATE_UNIT + ulTime % ZCE_BIN_DATE_UNIT;
     if (m_fp == nullptr) {
         return 0;
     }
@@ -109,8 +111,8 @@ int CTernBinFile::Intrade_WrInstFromFpga() {
     if (!OpenForWriting()) {
         return -1;
     }
-    const std::tm local = ZceLocalNow();
-    bool bWritten = PutTime(ZceDateNumber(local) * ZCE_BIN_DATE_UNIT + ZceTimeNumber(local));
+    const VORBA2::LocalMoment now = VORBA2::LocalNow().value_or(VORBA2::LocalMoment{});
+    bool bWritten = PutTime(now.date * ZCE_BIN_DATE_UNIT + now.time);
     for (auto it = m_mapInst.cbegin(); bWritten && it != m_mapInst.cend(); ++it) {
         bWritten = Put(FormatInst(it->first, it->second));
     }

@@ -5,7 +5,9 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 
+#include "Utils/calendar.h"
 #include "VelaZceBinFile.h"
 #include "VelaZceBinFormat.h"
 #include "log/elog.h"
@@ -16,7 +18,7 @@ constexpr std::size_t g_uiMaxPiece = 255;  // characters read at once, line end 
 
 // The creation times of the session that is running, by the local hour. Wider than the messages
 // say, deliberately.
-constexpr int g_iLastDayHour = 14;
+constexpr unsigned int g_uiLastDayTime = 145959;
 constexpr unsigned long g_ulDayBegin = 80000;
 constexpr unsigned long g_ulDayEnd = 102999;
 constexpr unsigned long g_ulNightBegin = 200000;
@@ -128,14 +130,15 @@ int CTernBinFile::Intrade_ExtractBinCreTime() {
 }
 
 int CTernBinFile::Intrade_ChkBinTimeValidate() {
-    const std::tm local = ZceLocalNow();
-    const unsigned long ulDate = ZceDateNumber(local);
-    const unsigned long ulNow = ulDate * ZCE_BIN_DATE_UNIT + ZceTimeNumber(local);
-    const bool bNight = local.tm_hour > g_iLastDayHour;
+    const std::optional<VORBA2::LocalMoment> known = VORBA2::LocalNow();
+    const VORBA2::LocalMoment now = known.value_or(VORBA2::LocalMoment{});
+    const unsigned long ulNow = now.date * ZCE_BIN_DATE_UNIT + now.time;
+    const bool bNight = now.time > g_uiLastDayTime;
     const unsigned long ulBegin = bNight ? g_ulNightBegin : g_ulDayBegin;
     const unsigned long ulEnd = bNight ? g_ulNightEnd : g_ulDayEnd;
     const unsigned long ulTime = m_ulCreTime % ZCE_BIN_DATE_UNIT;
-    if (m_ulCreTime / ZCE_BIN_DATE_UNIT == ulDate && ulBegin <= ulTime && ulTime <= ulEnd) {
+    if (known && m_ulCreTime / ZCE_BIN_DATE_UNIT == now.date && ulBegin <= ulTime &&
+        ulTime <= ulEnd) {
         return 0;
     }
     if (bNight) {

@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <ctime>
 
 #include "DataType/ContractServ.h"
 #include "DataType/ZceChannel.h"
@@ -16,7 +15,7 @@
 #include "DataType/ZceRegMap.h"
 #include "DrvEnyx/IDrv.h"
 #include "DrvEnyx/drvFactory.h"
-#include "Utils/clockSeam.h"
+#include "Utils/calendar.h"
 #include "VelaZceBinFile.h"
 #include "VelaZceKeep.h"
 #include "VelaZceMdApiImpl.h"
@@ -51,7 +50,7 @@ constexpr RstWindow_t g_arrRstWindows[] = {
 constexpr unsigned int g_uiDayExpireBegin = 85510;     // to 93000
 constexpr unsigned int g_uiNightExpireBegin = 205510;  // to 213000
 constexpr unsigned int g_uiExpireWidth = 7490;
-constexpr int g_iLastDayHour = 14;
+constexpr unsigned int g_uiLastDayTime = 145959;
 
 }  // namespace
 
@@ -111,6 +110,11 @@ int CZceDmaChanImpl::ChkAndRst() {
     unsigned int uiSysDate = 0;
     const bool bSameDay = m_pFpgaServ->bDataEqual(uiFpgaDate, uiSysDate);
     LOG_INFO("First time read fpga date:%u, system date:%u.", uiFpgaDate, uiSysDate);
+    if (uiSysDate == 0) {
+        // Not another date: inside trading time a reset would throw away the board's instruments.
+        LOG_ERROR("Unable to determine the local time, the fpga is not reset.");
+        return 0;
+    }
     if (!bSameDay) {
         ResetAndClear();
         return 0;
@@ -227,10 +231,9 @@ bool CZceDmaChanImpl::IsCallTimeExpired() {
     }
     // A first clock that has not moved since then is not fed: the second one counts.
     const unsigned int uiTime = uiTimeA == s_uiFirstTm ? uiTimeB : uiTimeA;
-    std::tm local{};
-    VORBA2::Clock::LocalTime(VORBA2::Clock::WallSeconds(), local);
+    const unsigned int uiNow = VORBA2::LocalNow().value_or(VORBA2::LocalMoment{}).time;
     const unsigned int uiBegin =
-        local.tm_hour > g_iLastDayHour ? g_uiNightExpireBegin : g_uiDayExpireBegin;
+        uiNow > g_uiLastDayTime ? g_uiNightExpireBegin : g_uiDayExpireBegin;
     if (uiTime < uiBegin || uiTime - uiBegin > g_uiExpireWidth) {
         return false;
     }

@@ -1,6 +1,7 @@
 #include "DataType/ContractServ.h"
 #include "DataType/ZceFpgaServ.h"
 #include "DataType/ZceNumbers.h"
+#include "Utils/calendar.h"
 #include "Utils/clockSeam.h"
 #include "VelaZceBinFile.h"
 #include "log/elog.h"
@@ -60,7 +61,7 @@ bool CContractServ::RecoverInstsFromFpga() {
 // Gives a board that has just been reset the time to gather the broadcast; more of it in the
 // morning break.
 unsigned int CContractServ::GetExpireTime() {
-    const unsigned int now = LocalTimeOfDay();
+    const unsigned int now = VORBA2::LocalNow().value_or(VORBA2::LocalMoment{}).time;
     const unsigned int boardTime = m_pFpgaServ->GetRealTime();
     const bool inBreak = IsWithin(now, g_uiMorningBegin, g_uiMorningEnd) &&
                          IsWithin(boardTime, g_uiBreakBegin, g_uiBreakEnd);

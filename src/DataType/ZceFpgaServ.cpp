@@ -3,12 +3,14 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <optional>
 #include <utility>
 
 #include "DataType/ZceChannel.h"
 #include "DataType/ZceConfigFile.h"
 #include "DataType/ZceNumbers.h"
 #include "DrvEnyx/IDrv.h"
+#include "Utils/calendar.h"
 #include "Utils/clockSeam.h"
 #include "VelaZceUtils.h"
 #include "log/elog.h"
@@ -76,16 +78,20 @@ void CZceFpgaServ::WriteTableWord(const ZceTableRegs_t& regs, unsigned int addr,
 }
 
 void CZceFpgaServ::UpdateTimeStamp() {
-    const unsigned int date = LocalDate();
-    m_pDrv->WriteInt32(ZCE_REG_TRADE_DATE, date);
-    LOG_INFO("Update fpga addr 0x106 to %u over", date);
+    const std::optional<VORBA2::LocalMoment> now = VORBA2::LocalNow();
+    if (!now) {
+        // Any other date would have the next start reset the board.
+        LOG_ERROR("Unable to determine the local time, fpga addr 0x106 is left as it is.");
+        return;
+    }
+    m_pDrv->WriteInt32(ZCE_REG_TRADE_DATE, now->date);
+    LOG_INFO("Update fpga addr 0x106 to %u over", now->date);
 }
 
 bool CZceFpgaServ::bDataEqual(unsigned int& fpgaDate, unsigned int& sysDate) {
-    const unsigned int date = LocalDate();
+    sysDate = VORBA2::LocalNow().value_or(VORBA2::LocalMoment{}).date;
     fpgaDate = ReadReg(ZCE_REG_TRADE_DATE);
-    sysDate = date;
-    return fpgaDate == sysDate;
+    return sysDate != 0 && fpgaDate == sysDate;
 }
 
 // The larger of the board's two times.
@@ -106,7 +112,12 @@ bool CZceFpgaServ::ReadBoardTime(unsigned int& boardTime) const {
 }
 
 unsigned int CZceFpgaServ::GetRealTime() {
-    const unsigned int now = LocalTimeOfDay();
+    const std::optional<VORBA2::LocalMoment> moment = VORBA2::LocalNow();
+    if (!moment) {
+        LOG_ERROR("Unable to determine the local time.");
+        return ZCE_TIME_FAIL;
+    }
+    const unsigned int now = moment->time;
     unsigned int boardTime = 0;
     unsigned int fpgaDate = 0;
     unsigned int sysDate = 0;

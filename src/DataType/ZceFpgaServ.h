@@ -30,12 +30,15 @@ class CZceFpgaServ {
     // Must precede every other call. drv stays the caller's.
     void Init(IDrv* drv);
 
-    // Writes today's local date to the board.
+    // Writes today's local date to the board; without a local time it logs an ERROR line and leaves
+    // the board's date as it is.
     void UpdateTimeStamp();
-    // Reads the board's date and the local date (yyyymmdd) and compares them.
+    // Reads the board's date and the local date (yyyymmdd) and compares them. Without a local time
+    // sysDate is 0, and the dates are not equal.
     bool bDataEqual(unsigned int& fpgaDate, unsigned int& sysDate);
     // The time of day to rely on, hhmmss: inside trading time and with equal dates the board's, if
-    // it is near the host's, else the host's. 0xFFFFFFFF if the board's time cannot be read.
+    // it is near the host's, else the host's. 0xFFFFFFFF, after an ERROR line, if the board's time
+    // or the local time cannot be read.
     unsigned int GetRealTime();
     // Whether the board was reset in this process.
     bool bIsReseted() const { return m_bReseted; }

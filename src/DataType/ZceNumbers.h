@@ -17,9 +17,4 @@ unsigned int Count(const Container& entries) {
     return static_cast<unsigned int>(entries.size());
 }
 
-// The host's local date (yyyymmdd) and time of day (hhmmss); 0, after a WARN line, if the host
-// cannot tell.
-unsigned int LocalDate();
-unsigned int LocalTimeOfDay();
-
 }  // namespace Vela2_U50

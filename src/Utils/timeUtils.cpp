@@ -1,5 +1,6 @@
-#include <ctime>
+#include <optional>
 
+#include "Utils/calendar.h"
 #include "Utils/clockSeam.h"
 #include "VelaZceUtils.h"
 
@@ -15,14 +16,12 @@ constexpr Session SESSIONS[] = {{90001, 149999}, {210001, 232999}};
 }  // namespace
 
 bool ZceIsInTradeTime() {
-    std::tm local{};
-    if (!VORBA2::Clock::LocalTime(VORBA2::Clock::WallSeconds(), local)) {
+    const std::optional<VORBA2::LocalMoment> now = VORBA2::LocalNow();
+    if (!now) {
         return false;
     }
-    const auto now =
-        static_cast<unsigned int>(local.tm_hour * 10000 + local.tm_min * 100 + local.tm_sec);
     for (const Session& session : SESSIONS) {
-        if (now >= session.first && now <= session.last) {
+        if (now->time >= session.first && now->time <= session.last) {
             return true;
         }
     }
@@ -55,16 +54,11 @@ std::uint64_t NS_Sleep(std::uint64_t start, std::uint64_t ns) {
 }
 
 int CheckIsRotateDay(unsigned long* day) {
-    std::tm local{};
-    if (day == nullptr || !VORBA2::Clock::LocalTime(VORBA2::Clock::WallSeconds(), local)) {
-        return 0;
-    }
-    const int date = (local.tm_year + 1900) * 10000 + (local.tm_mon + 1) * 100 + local.tm_mday;
-    const auto today = static_cast<unsigned long>(date);
-    if (*day >= today) {
+    const std::optional<VORBA2::LocalMoment> now = VORBA2::LocalNow();
+    if (day == nullptr || !now || *day >= now->date) {
         return 0;
     }
     const bool isFirst = *day == 0;
-    *day = today;
+    *day = now->date;
     return isFirst ? 0 : 1;
 }

@@ -9,21 +9,20 @@
 #include <cstdio>
 #include <cstring>
 
+#include "Utils/calendar.h"
 #include "Utils/threadMutex.h"
 #include "log/elogOutput.h"
+#include "log/elogText.h"
 #include "log/elogTime.h"
 
 namespace {
 
-using elogoutput::BufferScope;
+using elogoutput::CText;
 using elogoutput::LINE_BYTES;
 using elogtime::Caller;
 
 constexpr std::size_t RAW_BYTES = 2'048'000;
-constexpr std::size_t TIME_TEXT_BYTES = 72;  // 18 of any real time; six numbers of any size fit
-constexpr std::size_t ID_TEXT_BYTES = 16;    // "pid:" and "tid:" with their number
-constexpr std::size_t LINE_TEXT_BYTES =
-    5;  // deliberately four characters: line 12345 shows as 1234
+constexpr unsigned int LINE_DIGITS = 4;  // deliberate: line 12345 shows as 1234
 
 constexpr const char* labels[ELOG_LVL_TOTAL] = {"[ASSERT ]", "[ERROR  ]", "[WARN   ]", "[EVENT  ]",
                                                 "[INFO   ]", "[DEBUG  ]", "[VERBOSE]"};
@@ -32,28 +31,10 @@ std::atomic<bool> s_enabled{false};
 std::atomic<std::uint8_t> s_filterLevel{0};
 std::atomic<std::uint64_t> s_formats[ELOG_LVL_TOTAL];
 
-// Guarded by s_bufferLock.
-VORBA2::CThreadMutex s_bufferLock;
-unsigned int s_depth = 0;  // writes of the holding thread that are under way
-char s_line[2][LINE_BYTES];
-char s_raw[RAW_BYTES];
-
-// A header under construction. Whatever does not fit is cut silently.
-class CHeader {
-  public:
-    explicit CHeader(char* line) : m_line(line) {}
-
-    void Put(const char* text) {
-        for (; text != nullptr && *text != '\0' && m_length < LINE_BYTES; ++text) {
-            m_line[m_length++] = *text;
-        }
-    }
-    std::size_t Length() const { return m_length; }
-
-  private:
-    char* m_line;
-    std::size_t m_length = 0;
-};
+// The buffer for large raw texts. Lines have theirs on the caller's stack: no thread waits for one
+// that is building a line, which an application's signal handler may never let go on.
+VORBA2::CThreadMutex s_rawLock;
+char s_raw[RAW_BYTES];  // guarded by s_rawLock
 
 // Where in the caller's source a line comes from.
 struct Origin {
@@ -68,24 +49,22 @@ const char* LastComponent(const char* path) {
     return slash == nullptr ? path : slash + 1;
 }
 
-void PutTime(CHeader& header, Caller caller) {
+void PutTime(CText& header, Caller caller) {
     std::tm local{};
-    char text[TIME_TEXT_BYTES] = "";
-    if (elogtime::ToLocal(elogtime::Stamp(), caller, local)) {
-        std::snprintf(text, sizeof(text), "%04d%02d%02d-%02d:%02d:%02d", local.tm_year + 1900,
-                      local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec);
+    if (!elogtime::ToLocal(elogtime::Stamp(), caller, local)) {
+        return;
     }
-    header.Put(text);
-}
-
-void PutId(CHeader& header, const char* format, int id) {
-    char text[ID_TEXT_BYTES];
-    std::snprintf(text, sizeof(text), format, id);
-    header.Put(text);
+    header.PutNumber(static_cast<long>(VORBA2::DateNumber(local)), 8);
+    header.Put("-");
+    header.PutNumber(local.tm_hour, 2);
+    header.Put(":");
+    header.PutNumber(local.tm_min, 2);
+    header.Put(":");
+    header.PutNumber(local.tm_sec, 2);
 }
 
 // "[20261115-09:30:05 pid:1234 tid:1240]", or the parts of it that the word asks for.
-void PutTimeBlock(CHeader& header, std::uint64_t word, Caller caller) {
+void PutTimeBlock(CText& header, std::uint64_t word, Caller caller) {
     if ((word & (ELOG_FMT_TIME | ELOG_FMT_P_INFO | ELOG_FMT_T_INFO)) == 0) {
         return;
     }
@@ -95,17 +74,19 @@ void PutTimeBlock(CHeader& header, std::uint64_t word, Caller caller) {
         header.Put((word & (ELOG_FMT_P_INFO | ELOG_FMT_T_INFO)) != 0 ? " " : "");
     }
     if ((word & ELOG_FMT_P_INFO) != 0) {
-        PutId(header, "pid:%04d", static_cast<int>(getpid()));
+        header.Put("pid:");
+        header.PutNumber(getpid(), 4);
         header.Put((word & ELOG_FMT_T_INFO) != 0 ? " " : "");
     }
     if ((word & ELOG_FMT_T_INFO) != 0) {
-        PutId(header, "tid:%04d", static_cast<int>(syscall(SYS_gettid)));
+        header.Put("tid:");
+        header.PutNumber(syscall(SYS_gettid), 4);
     }
     header.Put("]");
 }
 
 // "(file.cpp Function:1234)", or the parts of it that the word asks for.
-void PutOriginBlock(CHeader& header, std::uint64_t word, const Origin& origin) {
+void PutOriginBlock(CText& header, std::uint64_t word, const Origin& origin) {
     if ((word & (ELOG_FMT_DIR | ELOG_FMT_FUNC | ELOG_FMT_LINE)) == 0) {
         return;
     }
@@ -118,20 +99,14 @@ void PutOriginBlock(CHeader& header, std::uint64_t word, const Origin& origin) {
         header.Put(origin.function);
     }
     if ((word & ELOG_FMT_LINE) != 0) {
-        char number[LINE_TEXT_BYTES];
-        std::snprintf(number, sizeof(number), "%ld", static_cast<long>(origin.line));
         header.Put((word & (ELOG_FMT_DIR | ELOG_FMT_FUNC)) != 0 ? ":" : "");
-        header.Put(number);
+        header.PutNumber(origin.line, 0, LINE_DIGITS);
     }
     header.Put(")");
 }
 
-void WriteLine(std::uint8_t level, const Origin& origin, Caller caller, const char* format,
-               va_list arguments) {
+void PutHeader(CText& header, std::uint8_t level, const Origin& origin, Caller caller) {
     const std::uint64_t word = s_formats[level];
-    BufferScope scope;
-    char* line = scope.Line();
-    CHeader header(line);
     if ((word & ELOG_FMT_LVL) != 0) {
         header.Put(labels[level]);
     }
@@ -142,15 +117,20 @@ void WriteLine(std::uint8_t level, const Origin& origin, Caller caller, const ch
         header.Put("]");
     }
     PutOriginBlock(header, word, origin);
+}
 
+void WriteLine(std::uint8_t level, const Origin& origin, const char* format, va_list arguments) {
+    char line[LINE_BYTES];
+    CText header(line, sizeof(line));
+    PutHeader(header, level, origin, Caller::ordinary);
     const std::size_t start = header.Length();
     const int length = std::vsnprintf(line + start, LINE_BYTES - start,
                                       format == nullptr ? "(null)" : format, arguments);
     if (length < 0) {
-        std::memset(line + start, ' ', LINE_BYTES - start);  // nothing of an earlier line
+        std::memset(line + start, ' ', LINE_BYTES - start);
     }
     const std::size_t end = length < 0 ? LINE_BYTES : start + static_cast<std::size_t>(length);
-    elogoutput::Write(line, elogoutput::EndLine(line, end), caller);
+    elogoutput::Write(line, elogoutput::EndLine(line, end), Caller::ordinary);
 }
 
 // The level to write a line as. There is no format for a level above VERBOSE.
@@ -177,30 +157,6 @@ void WriteRaw(char* buffer, std::size_t size, const char* format, va_list argume
 
 namespace elogoutput {
 
-SignalHold::SignalHold() {
-    sigset_t all;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &m_before);
-}
-
-SignalHold::~SignalHold() {
-    pthread_sigmask(SIG_SETMASK, &m_before, nullptr);
-}
-
-BufferScope::BufferScope() {
-    s_bufferLock.Acquire();
-    ++s_depth;
-}
-
-BufferScope::~BufferScope() {
-    --s_depth;
-    s_bufferLock.Release();
-}
-
-char* BufferScope::Line() {
-    return s_line[s_depth == 1 ? 0 : 1];
-}
-
 bool IsEnabled() {
     return s_enabled;
 }
@@ -216,8 +172,13 @@ std::size_t EndLine(char* line, std::size_t length) {
 }
 
 void Write(const char* text, std::size_t size, Caller caller) {
-    std::printf("%.*s", static_cast<int>(size), text);
-    AppendToFile(text, size, caller);
+    if (caller == Caller::signalHandler) {
+        PrintInSignal(text, size);
+        AppendToFileInSignal(text, size);
+        return;
+    }
+    Print(text, size);
+    AppendToFile(text, size);
 }
 
 }  // namespace elogoutput
@@ -253,29 +214,34 @@ void elog_write_line(std::uint8_t level, const char* tag, const char* file, cons
     }
     va_list arguments;
     va_start(arguments, format);
-    WriteLine(KnownLevel(level), {tag, file, function, line}, Caller::ordinary, format, arguments);
+    WriteLine(KnownLevel(level), {tag, file, function, line}, format, arguments);
     va_end(arguments);
 }
 
 void elog_write_line_in_signal(std::uint8_t level, const char* tag, const char* file,
-                               const char* function, std::int64_t line, const char* format, ...) {
+                               const char* function, std::int64_t line, const char* before,
+                               long number, const char* behind) {
+    elogoutput::StopWaiting();
     if (!elogoutput::IsWanted(level) || level >= ELOG_LVL_TOTAL) {
         return;
     }
-    va_list arguments;
-    va_start(arguments, format);
-    WriteLine(level, {tag, file, function, line}, Caller::signalHandler, format, arguments);
-    va_end(arguments);
+    char buffer[LINE_BYTES];
+    CText text(buffer, sizeof(buffer));
+    PutHeader(text, level, {tag, file, function, line}, Caller::signalHandler);
+    text.Put(before);
+    text.PutNumber(number);
+    text.Put(behind);
+    elogoutput::Write(buffer, elogoutput::EndLine(buffer, text.Length()), Caller::signalHandler);
 }
 
 void elog_write_raw(const char* format, ...) {
     if (!elogoutput::IsEnabled()) {
         return;
     }
-    BufferScope scope;
+    char buffer[LINE_BYTES];
     va_list arguments;
     va_start(arguments, format);
-    WriteRaw(scope.Line(), LINE_BYTES, format, arguments);
+    WriteRaw(buffer, sizeof(buffer), format, arguments);
     va_end(arguments);
 }
 
@@ -283,7 +249,7 @@ void elog_write_raw_large(const char* format, ...) {
     if (!elogoutput::IsEnabled()) {
         return;
     }
-    const BufferScope scope;
+    const VORBA2::CThreadMutexGuard guard(s_rawLock);
     va_list arguments;
     va_start(arguments, format);
     WriteRaw(s_raw, sizeof(s_raw), format, arguments);

@@ -4,11 +4,15 @@
 
 // The log service: one for the process, to a daily file and to standard output.
 //
-// Any thread may log. A line is built in one shared buffer; building and printing it are serialised
-// by one lock, the rotation check and the append to the file by another, so that lines never mix.
-// The signals of the calling thread are held back meanwhile, so that a handler that logs never cuts
-// into a line. Before elog_log_file_init and elog_start nothing is written anywhere. Nothing is
-// allocated but when a day's file is opened. Failed writes are not reported.
+// Any thread may log. A line is built on the caller's stack and goes out by one write() to standard
+// output and by one to the file, so that lines mix as wholes only; two lines of two threads may
+// stand in another order in the one than in the other. A standard output that stalls makes those
+// wait that log, until a signal has come that ends the process (elog_write_line_in_signal). No
+// signal is blocked meanwhile. Before elog_log_file_init and elog_start nothing is written
+// anywhere. Nothing is allocated. Failed writes are not reported.
+//
+// Standard output is written to by its descriptor: what an application prints itself stands between
+// the lines in its place as long as the stream is unbuffered, as CRwLogger::Init leaves it.
 
 constexpr std::uint8_t ELOG_LVL_ASSERT = 0;
 constexpr std::uint8_t ELOG_LVL_ERROR = 1;
@@ -53,12 +57,15 @@ void elog_write_line(std::uint8_t level, const char* tag, const char* file, cons
                      std::int64_t line, const char* format, ...)
     __attribute__((format(printf, 6, 7)));
 
-// As elog_write_line, for signal handlers: whatever the handler interrupted, it does not wait for
-// the C library's time zone lock (the local time comes from the UTC offset of the last ordinary
-// line), and it leaves a change of the day's file to the next ordinary line.
+// A line for signal handlers, with the text `before`, the decimal `number`, and `behind`: it goes
+// to the same places as any other, the file of the day that it is written on included. Whatever the
+// handler has interrupted, it takes no lock, allocates nothing, waits for nothing and never asks
+// the C library for the local time (which is the UTC offset of the last ordinary line). A standard
+// output that stalls goes without it, and from then on no thread's line waits for standard output
+// for more than a tenth of a second. Changes errno.
 void elog_write_line_in_signal(std::uint8_t level, const char* tag, const char* file,
-                               const char* function, std::int64_t line, const char* format, ...)
-    __attribute__((format(printf, 6, 7)));
+                               const char* function, std::int64_t line, const char* before,
+                               long number, const char* behind);
 
 // Writes `size` bytes of `buffer` as rows of `width` (1 to 255) bytes in hexadecimal, at DEBUG
 // level. A width of 0 or a null buffer is rejected with one WARN line.
@@ -76,5 +83,6 @@ void elog_write_raw_large(const char* format, ...) __attribute__((format(printf,
 #define LOG_ERROR(...) FPGA_LOG(ELOG_LVL_ERROR, __VA_ARGS__)
 #define LOG_WARN(...) FPGA_LOG(ELOG_LVL_WARN, __VA_ARGS__)
 #define LOG_INFO(...) FPGA_LOG(ELOG_LVL_INFO, __VA_ARGS__)
-#define LOG_WARN_IN_SIGNAL(...) \
-    elog_write_line_in_signal(ELOG_LVL_WARN, ELOG_TAG, __FILE__, __func__, __LINE__, __VA_ARGS__)
+#define LOG_WARN_IN_SIGNAL(before, number, behind)                                             \
+    elog_write_line_in_signal(ELOG_LVL_WARN, ELOG_TAG, __FILE__, __func__, __LINE__, (before), \
+                              (number), (behind))

@@ -3,97 +3,178 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 
+#include "Utils/calendar.h"
 #include "Utils/threadMutex.h"
 #include "log/elog.h"
 #include "log/elogOutput.h"
+#include "log/elogText.h"
 #include "log/elogTime.h"
 
 namespace {
 
 using elogtime::Caller;
 
-constexpr std::size_t NAME_BYTES = 256;
+constexpr std::size_t NAME_BYTES = 256;  // of the pattern and of a file's name, their zero included
 constexpr std::size_t DIR_BYTES = 512;
-constexpr std::size_t DATE_BYTES = 36;  // 9 for yyyymmdd; three numbers of any size fit
-constexpr std::size_t STREAM_BYTES = 4096;
 constexpr mode_t DIR_MODE = 0755;
+constexpr mode_t g_uiFileMode = 0666;
 constexpr int NO_FILE = -1;
 // Where the date goes in the file-name pattern, and what stands there.
-constexpr char DATE_MARK[] = "%s";
+constexpr std::size_t g_uiMarkBytes = 2;
 constexpr char NAME_END[] = "%s.log";
 
 VORBA2::CThreadMutex s_fileLock;
 // Guarded by s_fileLock.
-bool s_initialised = false;
 bool s_rotating = false;
-int s_day = 0;  // yyyymmdd, 0 until the first write
-std::FILE* s_file = nullptr;
-int s_fileDescriptor = NO_FILE;
-char s_pattern[NAME_BYTES];
-char s_streamBuffer[STREAM_BYTES];  // so that the stream allocates none
+int s_slot = NO_FILE;  // the descriptor that is the log's own
 
-void CloseFile() {
-    if (s_file != nullptr) {
-        std::fclose(s_file);
-        s_file = nullptr;
+// What signal handlers use as well, without the lock. The descriptor of the open file keeps its
+// number from one day to the next: the new day's file is put into its place by dup2(), so that a
+// line which is on its way goes into the one or the other and never into a descriptor that is no
+// longer the log's. It is closed only when no handler is at the file.
+std::atomic<bool> s_initialised{false};
+std::atomic<int> s_file{NO_FILE};    // s_slot while a file is open
+std::atomic<unsigned int> s_day{0};  // yyyymmdd, 0 until the first write
+std::atomic<unsigned int> s_handlers{0};
+std::atomic_flag s_changing;  // one thread is putting a new day's file into its place
+std::atomic<char> s_pattern[NAME_BYTES];
+std::atomic<std::size_t> s_markAt{0};
+static_assert(std::atomic<bool>::is_always_lock_free && std::atomic<char>::is_always_lock_free &&
+              std::atomic<std::size_t>::is_always_lock_free);
+
+// Makes the pattern, cut to what it has room for. The date mark is known by its place, so that a
+// '%' in the directory or the name is a character like any other.
+void MakePattern(const char* dir, const char* name) {
+    char pattern[NAME_BYTES] = "";
+    elogoutput::CText text(pattern, NAME_BYTES - 1);
+    text.Put(dir);
+    text.Put("/");
+    text.Put(name);
+    text.Put("_");
+    s_markAt = text.Length();
+    text.Put(NAME_END);
+    std::copy(std::begin(pattern), std::end(pattern), std::begin(s_pattern));
+}
+
+// The name of the day's file, cut to what it has room for. A pattern that was cut before the end of
+// its date mark is the name of every day's file.
+void MakeFileName(unsigned int day, char (&fileName)[NAME_BYTES]) {
+    char pattern[NAME_BYTES];
+    std::copy(std::begin(s_pattern), std::end(s_pattern), std::begin(pattern));
+    const std::size_t mark = s_markAt;
+    elogoutput::CText text(fileName, NAME_BYTES - 1);
+    if (mark + g_uiMarkBytes < NAME_BYTES && pattern[mark + g_uiMarkBytes - 1] != '\0') {
+        const char* const end = pattern + mark + g_uiMarkBytes;
+        pattern[mark] = '\0';
+        text.Put(pattern);
+        text.PutNumber(static_cast<long>(day), 8);
+        text.Put(end);
+    } else {
+        text.Put(pattern);
     }
-    s_fileDescriptor = NO_FILE;
+    fileName[text.Length()] = '\0';
 }
 
-int DayOf(const std::tm& local) {
-    return (local.tm_year + 1900) * 10000 + (local.tm_mon + 1) * 100 + local.tm_mday;
+// Opens the day's file, as fopen() does with mode "ab". NO_FILE if that fails.
+int Open(const char* fileName) {
+    return open(fileName, O_WRONLY | O_CREAT | O_APPEND, g_uiFileMode);
 }
 
-// Puts `date` in the place of the pattern's date mark. The mark is known by its place at the end,
-// so that a '%' in the directory or the name is a character like any other. False if that does not
-// fit.
-bool MakeFileName(const char* date, char (&fileName)[NAME_BYTES]) {
-    const std::size_t stem = std::strlen(s_pattern) - std::strlen(NAME_END);
-    const int length = std::snprintf(fileName, sizeof(fileName), "%.*s%s%s", static_cast<int>(stem),
-                                     s_pattern, date, s_pattern + stem + std::strlen(DATE_MARK));
-    return length >= 0 && static_cast<std::size_t>(length) < sizeof(fileName);
-}
-
-// Opens the file of the day of the most recent stamped time, the open one closed before.
-int OpenFile() {
-    CloseFile();
-    std::tm local{};
-    if (!elogtime::ToLocal(elogtime::LastStamp(), Caller::ordinary, local)) {
-        return -1;
-    }
-    char date[DATE_BYTES];
+// As Open, the reason for a failure on standard error.
+int OpenOrSay(unsigned int day) {
     char fileName[NAME_BYTES];
-    std::snprintf(date, sizeof(date), "%04d%02d%02d", local.tm_year + 1900, local.tm_mon + 1,
-                  local.tm_mday);
-    errno = ENAMETOOLONG;
-    s_file = MakeFileName(date, fileName) ? std::fopen(fileName, "ab") : nullptr;
-    if (s_file == nullptr) {
+    MakeFileName(day, fileName);
+    const int opened = Open(fileName);
+    if (opened == NO_FILE) {
         std::fprintf(stderr, "Error! Create file %s fail, errmsg:%s. \n", fileName,
                      std::strerror(errno));
-        return -1;
     }
-    std::setvbuf(s_file, s_streamBuffer, _IOFBF, sizeof(s_streamBuffer));
-    s_fileDescriptor = fileno(s_file);
-    return 0;
+    return opened;
 }
 
-void RotateIfDayIsOver() {
+void Append(int file, const char* text, std::size_t size) {
+    while (size != 0) {
+        const ssize_t written = write(file, text, size);
+        if (written > 0) {
+            text += written;
+            size -= static_cast<std::size_t>(written);
+        } else if (written == 0 || errno != EINTR) {
+            return;
+        }
+    }
+}
+
+// The day of the most recent stamped time, 0 if it cannot be told.
+unsigned int StampedDay(Caller caller) {
     std::tm local{};
-    if (!s_initialised || !elogtime::ToLocal(elogtime::LastStamp(), Caller::ordinary, local)) {
+    return elogtime::ToLocal(elogtime::LastStamp(), caller, local) ? VORBA2::DateNumber(local) : 0;
+}
+
+// Whether a line of `day` is the first of a new day. A smaller day, the clock set back, keeps the
+// file.
+bool IsNewDay(unsigned int day) {
+    unsigned int open = 0;
+    return day != 0 && !s_day.compare_exchange_strong(open, day) && day > open;
+}
+
+// Puts the file that is open as `opened` into the place of the old day's, for all lines from now
+// on. Whoever finds another at it (which may be the thread that this handler has interrupted)
+// leaves it at that: the next line finds the day changed, or tries again.
+void ChangeFile(int opened, unsigned int day) {
+    if (s_changing.test_and_set()) {
         return;
     }
-    const int day = DayOf(local);
-    if (s_day == 0) {
+    const int file = s_file;
+    if (file != NO_FILE && s_day < day && dup2(opened, file) == file) {
         s_day = day;
-    } else if (day > s_day) {  // a smaller day, the clock set back, keeps the file
-        s_rotating = true;
-        OpenFile();
+    }
+    s_changing.clear();
+}
+
+// Makes `opened` the log's descriptor where there is no open file. Under s_fileLock.
+void AdoptFile(int opened) {
+    if (s_slot == NO_FILE) {
+        s_slot = opened;
+    } else {  // a handler kept it from being closed
+        dup2(opened, s_slot);
+        close(opened);
+    }
+    s_file = s_slot;
+}
+
+// Under s_fileLock. A handler that is still at the file keeps the descriptor open; AdoptFile or the
+// next CloseFile finds it.
+void CloseFile() {
+    s_file = NO_FILE;
+    if (s_slot != NO_FILE && s_handlers == 0) {
+        close(s_slot);
+        s_slot = NO_FILE;
+    }
+}
+
+// Appends the first line of a new day to its file. Under s_fileLock.
+void AppendToNewFile(unsigned int day, const char* text, std::size_t size) {
+    s_rotating = true;
+    const int opened = OpenOrSay(day);
+    s_rotating = false;
+    if (opened == NO_FILE) {
+        CloseFile();
         s_day = day;
-        s_rotating = false;
+        return;
+    }
+    Append(opened, text, size);
+    if (s_file == NO_FILE) {
+        AdoptFile(opened);
+        s_day = day;
+    } else {
+        ChangeFile(opened, day);
+        close(opened);
     }
 }
 
@@ -151,16 +232,14 @@ int PrepareDirectory(const char* dir) {
 
 // Makes the pattern and opens the day's file. Returns 0, or -1 with the reason printed.
 int OpenFirstFile(const char* dir, const char* name) {
-    const int length = std::snprintf(s_pattern, sizeof(s_pattern), "%s/%s_%%s.log", dir, name);
-    const bool fits = length >= 0 && static_cast<std::size_t>(length) < sizeof(s_pattern);
-    if (!fits) {
-        std::fprintf(stderr, "Error! Create file %s fail, errmsg:%s. \n", s_pattern,
-                     std::strerror(ENAMETOOLONG));
-    }
-    if (!fits || OpenFile() != 0) {
+    MakePattern(dir, name);
+    const unsigned int day = StampedDay(Caller::ordinary);
+    const int opened = day == 0 ? NO_FILE : OpenOrSay(day);
+    if (opened == NO_FILE) {
         std::fprintf(stderr, "Error! log init fail.\n");
         return -1;
     }
+    AdoptFile(opened);
     return 0;
 }
 
@@ -168,27 +247,46 @@ int OpenFirstFile(const char* dir, const char* name) {
 
 namespace elogoutput {
 
-void AppendToFile(const char* text, std::size_t size, Caller caller) {
+void AppendToFile(const char* text, std::size_t size) {
     const VORBA2::CThreadMutexGuard guard(s_fileLock);
     if (s_rotating) {
-        std::printf(
-            "======================log file is rotating, exit log file!===================\n");
+        constexpr char notice[] =
+            "======================log file is rotating, exit log file!===================\n";
+        Print(notice, sizeof(notice) - 1);
         return;
     }
-    if (caller == Caller::ordinary) {
-        RotateIfDayIsOver();
+    const unsigned int day = s_initialised ? StampedDay(Caller::ordinary) : 0;
+    if (IsNewDay(day)) {
+        AppendToNewFile(day, text, size);
+    } else if (const int file = s_file; file != NO_FILE) {
+        Append(file, text, size);
     }
-    if (s_fileDescriptor == NO_FILE) {
-        return;
+}
+
+void AppendToFileInSignal(const char* line, std::size_t size) {
+    ++s_handlers;
+    if (s_initialised) {
+        const unsigned int day = StampedDay(Caller::signalHandler);
+        if (!IsNewDay(day)) {
+            if (const int file = s_file; file != NO_FILE) {
+                Append(file, line, size);
+            }
+        } else {
+            char fileName[NAME_BYTES];
+            MakeFileName(day, fileName);
+            if (const int opened = Open(fileName); opened != NO_FILE) {
+                Append(opened, line, size);
+                ChangeFile(opened, day);
+                close(opened);
+            }
+        }
     }
-    std::fwrite(text, 1, size, s_file);
-    std::fflush(s_file);
+    --s_handlers;
 }
 
 }  // namespace elogoutput
 
 int elog_log_file_init(const char* dir, const char* name) {
-    const elogoutput::SignalHold hold;
     const VORBA2::CThreadMutexGuard guard(s_fileLock);
     if (s_initialised) {
         return 0;
@@ -209,8 +307,7 @@ int elog_log_file_init(const char* dir, const char* name) {
 }
 
 void elog_log_file_close() {
-    const elogoutput::SignalHold hold;
     const VORBA2::CThreadMutexGuard guard(s_fileLock);
-    CloseFile();
     s_initialised = false;
+    CloseFile();
 }

@@ -73,15 +73,15 @@ void elog_hex_dump(const char* name, std::uint8_t width, const void* buffer, std
     }
     const auto* bytes = static_cast<const unsigned char*>(buffer);
     for (unsigned int offset = 0; offset < size; offset += width) {
-        elogoutput::BufferScope scope;
         const unsigned int left = size - offset;
         const unsigned int count = left < width ? left : width;
-        CRow row(scope.Line());
+        char line[LINE_BYTES];
+        CRow row(line);
         row.PutStart(shownName, offset, offset + width);
         PutHex(row, bytes + offset, count, width);
         row.Put("  ");
         PutText(row, bytes + offset, count);
-        elogoutput::Write(scope.Line(), elogoutput::EndLine(scope.Line(), row.Length()),
+        elogoutput::Write(line, elogoutput::EndLine(line, row.Length()),
                           elogtime::Caller::ordinary);
     }
 }

@@ -1,49 +1,34 @@
 #pragma once
 
-#include <csignal>
 #include <cstddef>
 
 #include "log/elogTime.h"
 
-// What the parts of the log service share: the line buffer with its lock, and the output step.
+// The output step of the log service, in two halves: standard output (elogPrint.cpp) and the day's
+// file (elogFile.cpp). Each half has a variant for signal handlers, which may have interrupted
+// their thread anywhere, in the middle of the other variant too: it takes no lock, allocates
+// nothing and calls nothing that is not async-signal-safe.
 namespace elogoutput {
 
 constexpr std::size_t LINE_BYTES = 2048;
 
-// Holds back the signals of the calling thread: a handler that logs must find neither a lock nor a
-// stream of the log service in the middle of being used by the thread that it interrupted.
-class SignalHold {
-  public:
-    SignalHold();
-    ~SignalHold();
-    SignalHold(const SignalHold&) = delete;
-    SignalHold& operator=(const SignalHold&) = delete;
-
-  private:
-    sigset_t m_before;
-};
-
-// The right to use the shared buffers, for the life of the object; any number of threads may ask.
-class BufferScope {
-  public:
-    BufferScope();
-    ~BufferScope();
-    BufferScope(const BufferScope&) = delete;
-    BufferScope& operator=(const BufferScope&) = delete;
-
-    // LINE_BYTES bytes. A write from within a write of the same thread (during a rotation) gets a
-    // buffer of its own, so that the line which is waiting for its file keeps its text.
-    char* Line();
-
-  private:
-    SignalHold m_hold;
-};
-
-// The output step: prints `size` bytes to standard output and appends them to the day's file.
+// Prints `size` bytes to standard output and appends them to the day's file. For a signal handler
+// 2048 bytes at most.
 void Write(const char* text, std::size_t size, elogtime::Caller caller);
 
-// The file's half of it, in elogFile.cpp: rotation check, append and flush, under the file lock.
-void AppendToFile(const char* text, std::size_t size, elogtime::Caller caller);
+// Prints to standard output, a text of one line by one write(), whatever other threads print. Waits
+// for a standard output that stalls; after StopWaiting a tenth of a second at most, and no longer
+// at all once a text has been given up.
+void Print(const char* text, std::size_t size);
+// As Print, but never waits: the line is left out if standard output stalls.
+void PrintInSignal(const char* line, std::size_t size);
+// The process is about to end: no thread must go on waiting for standard output. For signal
+// handlers.
+void StopWaiting();
+
+// Rotation check and append.
+void AppendToFile(const char* text, std::size_t size);
+void AppendToFileInSignal(const char* line, std::size_t size);
 
 // Lines of `level` are wanted: the output is enabled and the filter lets them through.
 bool IsWanted(unsigned int level);

@@ -40,16 +40,30 @@ TEST(FpgaServ, DateChangesAtMidnight) {
     EXPECT_THAT(rig.drv.Accesses(), ElementsAre(Plain(0x106, 20270101)));
 }
 
-TEST(FpgaServ, DateWithoutLocalTimeIsZeroAndSaid) {
+TEST(FpgaServ, WithoutLocalTimeTheDatesAreNotEqual) {
+    FpgaRig rig;
+    FakeClock::FailLocalTime(true);
+    for (const unsigned int date : {0U, 20261120U}) {
+        rig.drv.SetReg(0x106, date);
+        unsigned int fpgaDate = 1;
+        unsigned int sysDate = 1;
+        EXPECT_FALSE(rig.serv.bDataEqual(fpgaDate, sysDate));
+        EXPECT_EQ(fpgaDate, date);
+        EXPECT_EQ(sysDate, 0U);
+    }
+    FakeClock::FailLocalTime(false);
+}
+
+TEST(FpgaServ, WithoutLocalTimeTheBoardKeepsItsDate) {
     FpgaRig rig;
     const LogCapture log;
     FakeClock::FailLocalTime(true);
-    unsigned int fpgaDate = 1;
-    unsigned int sysDate = 1;
-    EXPECT_TRUE(rig.serv.bDataEqual(fpgaDate, sysDate));
+    rig.serv.UpdateTimeStamp();
     FakeClock::FailLocalTime(false);
-    EXPECT_EQ(sysDate, 0U);
-    EXPECT_THAT(log.Lines(), ElementsAre("WARN Unable to determine the local time."));
+    EXPECT_THAT(rig.drv.Accesses(), ElementsAre());
+    EXPECT_THAT(log.Lines(),
+                ElementsAre("ERROR Unable to determine the local time, fpga addr 0x106 is left as "
+                            "it is."));
 }
 
 TEST(FpgaServ, DataEqualComparesTheBoardsDate) {

@@ -111,6 +111,18 @@ TEST(GetRealTime, TheFirstMinutesAfterMidnightGiveZero) {
     }
 }
 
+TEST(GetRealTime, WithoutLocalTimeItFails) {
+    FpgaRig rig;
+    FakeClock::Set(today, 93000);
+    rig.drv.SetReg(0x106, today);
+    const LogCapture log;
+    FakeClock::FailLocalTime(true);
+    EXPECT_EQ(rig.serv.GetRealTime(), 0xFFFFFFFFU);
+    FakeClock::FailLocalTime(false);
+    EXPECT_THAT(rig.drv.Accesses(), ElementsAre());
+    EXPECT_THAT(log.Lines(), ElementsAre("ERROR Unable to determine the local time."));
+}
+
 TEST(GetRealTime, FailedFirstTimeReadFails) {
     FpgaRig rig(3);
     FakeClock::Set(today, 93000);

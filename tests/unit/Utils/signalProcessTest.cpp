@@ -25,6 +25,8 @@ struct Asked {
 std::vector<Asked> s_asked;
 bool s_isRecording = false;
 int s_failing = 0;  // the signal whose sigaction fails
+int s_writes = 0;
+int s_writesBeforeTheFlag = 0;
 
 bool IsEmpty(const sigset_t& mask) {
     for (int sig = 1; sig < NSIG; ++sig) {
@@ -37,7 +39,7 @@ bool IsEmpty(const sigset_t& mask) {
 
 }  // namespace
 
-// The program is linked with --wrap=sigaction.
+// The program is linked with --wrap for each of these.
 // NOLINTBEGIN(bugprone-reserved-identifier): the linker's names
 extern "C" int __real_sigaction(int sig, const struct sigaction* now, struct sigaction* before);
 extern "C" int __wrap_sigaction(int sig, const struct sigaction* now, struct sigaction* before) {
@@ -51,6 +53,13 @@ extern "C" int __wrap_sigaction(int sig, const struct sigaction* now, struct sig
         }
     }
     return __real_sigaction(sig, now, before);
+}
+
+extern "C" ssize_t __real_write(int file, const void* bytes, std::size_t size);
+extern "C" ssize_t __wrap_write(int file, const void* bytes, std::size_t size) {
+    ++s_writes;
+    s_writesBeforeTheFlag += CSignalProcess::m_isExit == 0 ? 1 : 0;
+    return __real_write(file, bytes, size);
 }
 // NOLINTEND(bugprone-reserved-identifier)
 
@@ -119,6 +128,14 @@ TEST_F(SignalProcess, SigintSetsTheFlagAndTheProcessGoesOn) {
     raise(SIGINT);
     EXPECT_EQ(CSignalProcess::m_isExit, 1);
     EXPECT_EQ(m_log.Lines(), Lines{"WARN Received signal 2 !!"});
+}
+
+TEST_F(SignalProcess, FlagIsSetBeforeTheLineGoesOut) {
+    s_writes = 0;
+    s_writesBeforeTheFlag = 0;
+    CSignalProcess::SignalHandler(SIGINT, nullptr, nullptr);
+    EXPECT_EQ(s_writes, 2);  // one to standard output, one to the file
+    EXPECT_EQ(s_writesBeforeTheFlag, 0);
 }
 
 TEST_F(SignalProcess, SecondSignalOnlyLogsAgain) {

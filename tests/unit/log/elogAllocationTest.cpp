@@ -1,13 +1,17 @@
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <cstddef>
 #include <cstdlib>
 #include <memory>
 #include <string>
+#include <vector>
 
+#include "SignalProcess.h"
 #include "fakeClock.h"
 #include "log/CRwLogger.h"
 #include "log/elog.h"
+#include "logFiles.h"
 #include "tempDir.h"
 
 namespace {
@@ -89,6 +93,20 @@ TEST(ElogAllocation, WritingAllocatesNothing) {
     CRwLogger logger;
     ASSERT_EQ(logger.Init(0, dir.path().c_str(), "fpga"), 0);
     EXPECT_EQ(AllocationsOf(WriteInEveryWay), 0);
+}
+
+TEST(ElogAllocation, ANewDayAllocatesNothingInAHandlerEither) {
+    const velatest::TempDir dir;
+    velatest::FakeClock::Set(20261115, 93005);
+    CRwLogger logger;
+    ASSERT_EQ(logger.Init(0, dir.path().c_str(), "fpga"), 0);
+    velatest::FakeClock::Set(20261116, 93005);
+    EXPECT_EQ(AllocationsOf([] { CSignalProcess::SignalHandler(SIGINT, nullptr, nullptr); }), 0);
+    velatest::FakeClock::Set(20261117, 93005);
+    EXPECT_EQ(AllocationsOf([] { LOG_INFO("a"); }), 0);
+    EXPECT_EQ(
+        velatest::NamesIn(dir.path()),
+        (std::vector<std::string>{"fpga_20261115.log", "fpga_20261116.log", "fpga_20261117.log"}));
 }
 
 TEST(ElogAllocation, TheCountDoesCount) {

@@ -185,26 +185,64 @@ TEST_F(ElogFile, PercentSignsInDirAndNameAreOrdinaryCharacters) {
     EXPECT_THAT(NamesIn(dir), ElementsAre("%s%x%n_20261115.log"));
 }
 
-TEST_F(ElogFile, NameOf255BytesIsOpenedAndOneMoreIsRefused) {
+TEST_F(ElogFile, NameOf255BytesIsOpenedWhole) {
     // "<dir>/" + name + "_20261115.log": 255 bytes, and the zero behind them, fill the buffer.
     const std::string name(255 - m_dir.path().size() - 1 - 13, 'n');
-    const std::string tooLong = name + "n";
-    EXPECT_EQ(Init(m_dir.path(), tooLong.c_str()), -1);
-    EXPECT_THAT(m_error, testing::StartsWith("Error! Create file " + m_dir.path() + "/nnn"));
-    EXPECT_THAT(m_error, testing::EndsWith(" fail, errmsg:File name too long. \n"
-                                           "Error! log init fail.\n"));
-    EXPECT_THAT(NamesIn(m_dir.path()), ElementsAre());
-    EXPECT_EQ(Init(m_dir.path(), name.c_str()), 0);
+    ASSERT_EQ(Init(m_dir.path(), name.c_str()), 0);
     EXPECT_THAT(NamesIn(m_dir.path()), ElementsAre(name + "_20261115.log"));
 }
 
-TEST_F(ElogFile, PatternThatDoesNotFitIsRefused) {
+TEST_F(ElogFile, LongerNameIsCutAndOpened) {
+    const std::string name(255 - m_dir.path().size() - 1 - 13 + 1, 'n');
+    ASSERT_EQ(Init(m_dir.path(), name.c_str()), 0);
+    EXPECT_EQ(m_error, "");
+    EXPECT_THAT(NamesIn(m_dir.path()), ElementsAre(name + "_20261115.lo"));
+    EXPECT_EQ(FileText(m_dir / (name + "_20261115.lo")), FIRST_LINE);
+}
+
+// The date is cut too: what is left of it names the file, and here the next day's as well.
+TEST_F(ElogFile, NameCutInItsDateIsOpened) {
+    const std::string name(255 - m_dir.path().size() - 1 - 7, 'n');
+    ASSERT_EQ(Init(m_dir.path(), name.c_str()), 0);
+    FakeClock::AdvanceSeconds(2);
+    LOG_INFO("a");
+    EXPECT_THAT(NamesIn(m_dir.path()), ElementsAre(name + "_202611"));
+    EXPECT_EQ(FileText(m_dir / (name + "_202611")),
+              std::string(FIRST_LINE) + "[INFO   ][20261116-00:00:00][fpga]a\n");
+}
+
+// Of the pattern, "<dir>/" + name + "_%s.log", 255 bytes are kept. Without the whole "%s" there is
+// no date.
+TEST_F(ElogFile, PatternCutInItsDateMarkIsTheName) {
+    const std::size_t room = 255 - m_dir.path().size() - 1;
+    const std::string whole(room - 3, 'w');  // "_%s"
+    const std::string half(room - 2, 'h');   // "_%"
+    const std::string bare(room - 1, 'b');   // "_"
+    ASSERT_EQ(Init(m_dir.path(), whole.c_str()), 0);
+    elog_log_file_close();
+    ASSERT_EQ(Init(m_dir.path(), half.c_str()), 0);
+    elog_log_file_close();
+    ASSERT_EQ(Init(m_dir.path(), bare.c_str()), 0);
+    EXPECT_EQ(m_error, "");
+    EXPECT_THAT(NamesIn(m_dir.path()), ElementsAre(bare + "_", half + "_%", whole + "_20"));
+}
+
+TEST_F(ElogFile, PatternCutInTheNameIsTheName) {
     const std::string name(400, 'n');
-    EXPECT_EQ(Init(m_dir.path(), name.c_str()), -1);
-    EXPECT_EQ(m_error, "Error! Create file " + (m_dir.path() + "/" + name).substr(0, 255) +
-                           " fail, errmsg:File name too long. \n"
-                           "Error! log init fail.\n");
-    EXPECT_THAT(NamesIn(m_dir.path()), ElementsAre());
+    const std::string cut(255 - m_dir.path().size() - 1, 'n');
+    ASSERT_EQ(Init(m_dir.path(), name.c_str()), 0);
+    EXPECT_THAT(NamesIn(m_dir.path()), ElementsAre(cut));
+    EXPECT_EQ(FileText(m_dir / cut), FIRST_LINE);
+}
+
+TEST_F(ElogFile, PatternCutInTheDirectoryNamesAFileBesideIt) {
+    std::string dir = m_dir / std::string(150, 'd');
+    const std::string cut(255 - dir.size() - 1, 'e');
+    const std::string last = cut + "eeee";
+    ASSERT_EQ(Init(dir + "/" + last), 0);
+    EXPECT_THAT(NamesIn(dir), ElementsAre(cut, last));
+    EXPECT_EQ(FileText(dir + "/" + cut), FIRST_LINE);
+    EXPECT_THAT(NamesIn(dir + "/" + last), ElementsAre());
 }
 
 TEST_F(ElogFile, SecondInitKeepsTheFileAndInstallsTheFormatsAgain) {

@@ -1,10 +1,13 @@
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <csignal>
 #include <cstdio>
 #include <string>
+#include <thread>
 
+#include "SignalProcess.h"
 #include "fakeClock.h"
 #include "log/CRwLogger.h"
 #include "log/elog.h"
@@ -14,6 +17,8 @@
 namespace {
 
 bool s_logWhileOpening = false;
+bool s_signalWhileOpening = false;
+bool s_closeWhileOpening = false;
 
 bool IsHeldBack(int sig) {
     sigset_t mask;
@@ -24,18 +29,29 @@ bool IsHeldBack(int sig) {
 
 }  // namespace
 
-// The program is linked with --wrap=fopen: a log line can come in the middle of a rotation.
+// The program is linked with --wrap=open: a log line, or a signal, can come in the middle of a
+// rotation.
 // NOLINTBEGIN(bugprone-reserved-identifier): the linker's names
-extern "C" std::FILE* __real_fopen(const char* path, const char* mode);
-extern "C" std::FILE* __wrap_fopen(const char* path, const char* mode) {
+extern "C" int __real_open(const char* path, int flags, ...);
+extern "C" int __wrap_open(const char* path, int flags, mode_t mode) {
     if (s_logWhileOpening) {
         s_logWhileOpening = false;
-        EXPECT_STREQ(mode, "ab");
-        EXPECT_TRUE(IsHeldBack(SIGINT));
-        EXPECT_TRUE(IsHeldBack(SIGTERM));
+        EXPECT_EQ(flags, O_WRONLY | O_CREAT | O_APPEND);
+        EXPECT_EQ(mode, 0666U);
+        EXPECT_FALSE(IsHeldBack(SIGINT));
+        EXPECT_FALSE(IsHeldBack(SIGTERM));
+        EXPECT_FALSE(IsHeldBack(SIGSEGV));
         LOG_WARN("inside");
     }
-    return __real_fopen(path, mode);
+    if (s_signalWhileOpening) {
+        s_signalWhileOpening = false;
+        raise(SIGINT);
+    }
+    if (s_closeWhileOpening) {
+        s_closeWhileOpening = false;
+        std::thread(elog_log_file_close).join();
+    }
+    return __real_open(path, flags, mode);
 }
 // NOLINTEND(bugprone-reserved-identifier)
 
@@ -50,7 +66,6 @@ TEST(ElogRotating, LineFromWithinTheRotationIsDroppedFromTheFileWithANotice) {
     const velatest::StdoutCapture out;
     s_logWhileOpening = true;
     LOG_INFO("outside");
-    EXPECT_FALSE(IsHeldBack(SIGINT));
     LOG_INFO("after");
     EXPECT_EQ(out.Text(),
               "[INFO   ][20261116-00:00:00][fpga]outside\n"
@@ -61,6 +76,66 @@ TEST(ElogRotating, LineFromWithinTheRotationIsDroppedFromTheFileWithANotice) {
     EXPECT_EQ(velatest::FileText(dir / "fpga_20261116.log"),
               "[INFO   ][20261116-00:00:00][fpga]outside\n"
               "[INFO   ][20261116-00:00:00][fpga]after\n");
+}
+
+// The handler finds the lock taken and the day's file about to be opened by the thread that it
+// interrupts.
+TEST(ElogRotating, LineOfASignalInTheRotationGoesIntoTheNewDaysFile) {
+    const velatest::TempDir dir;
+    velatest::FakeClock::Set(20261115, 235959);
+    CRwLogger logger;
+    ASSERT_EQ(logger.Init(0, dir.path().c_str(), "fpga"), 0);
+    ASSERT_EQ(CSignalProcess::InitSignal(), 0);
+    LOG_INFO("old");
+    velatest::FakeClock::AdvanceSeconds(1);
+    const std::size_t descriptors = velatest::NamesIn("/proc/self/fd").size();
+    s_signalWhileOpening = true;
+    LOG_INFO("outside");
+    LOG_INFO("after");
+    EXPECT_EQ(velatest::FileText(dir / "fpga_20261116.log"),
+              "[WARN   ][20261116-00:00:00][fpga]Received signal 2 !!\n"
+              "[INFO   ][20261116-00:00:00][fpga]outside\n"
+              "[INFO   ][20261116-00:00:00][fpga]after\n");
+    EXPECT_EQ(velatest::NamesIn("/proc/self/fd").size(), descriptors);
+    EXPECT_EQ(CSignalProcess::m_isExit, 1);
+}
+
+std::size_t OpenDescriptors() {
+    return velatest::NamesIn("/proc/self/fd").size();
+}
+
+// A handler of one thread is at the file while another closes the log: the descriptor that it knows
+// must not become anybody else's.
+TEST(ElogRotating, CloseLeavesTheDescriptorToAHandlerThatIsAtTheFile) {
+    const velatest::TempDir dir;
+    velatest::FakeClock::Set(20261115, 120000);
+    CRwLogger logger;
+    const std::size_t before = OpenDescriptors();
+    ASSERT_EQ(logger.Init(0, dir.path().c_str(), "fpga"), 0);
+    velatest::FakeClock::Set(20261116, 120000);
+    s_closeWhileOpening = true;
+    CSignalProcess::SignalHandler(SIGINT, nullptr, nullptr);
+    EXPECT_EQ(OpenDescriptors(), before + 1);
+    LOG_INFO("to standard output alone");
+    EXPECT_EQ(velatest::FileText(dir / "fpga_20261116.log"),
+              "[WARN   ][20261116-12:00:00][fpga]Received signal 2 !!\n");
+    elog_log_file_close();
+    EXPECT_EQ(OpenDescriptors(), before);
+}
+
+TEST(ElogRotating, StartAfterSuchACloseTakesTheDescriptorOver) {
+    const velatest::TempDir dir;
+    velatest::FakeClock::Set(20261115, 120000);
+    CRwLogger logger;
+    ASSERT_EQ(logger.Init(0, dir.path().c_str(), "fpga"), 0);
+    const std::size_t open = OpenDescriptors();
+    velatest::FakeClock::Set(20261116, 120000);
+    s_closeWhileOpening = true;
+    CSignalProcess::SignalHandler(SIGINT, nullptr, nullptr);
+    ASSERT_EQ(logger.Init(0, (dir / "second").c_str(), "fpga"), 0);
+    EXPECT_EQ(OpenDescriptors(), open);
+    EXPECT_EQ(velatest::FileText(dir / "second/fpga_20261116.log"),
+              "[INFO   ][20261116-12:00:00][log]log is initialized successfully.\n");
 }
 
 }  // namespace

@@ -25,7 +25,7 @@ TEST(ElogZone, LinesOfSignalHandlersBearTheLocalTime) {
     std::string lines;
     {
         const velatest::StdoutCapture out;
-        LOG_WARN_IN_SIGNAL("s");
+        LOG_WARN_IN_SIGNAL("s", 1, "");
         lines = out.Text();
     }
     const std::time_t after = std::time(nullptr);

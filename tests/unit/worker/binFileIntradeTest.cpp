@@ -169,6 +169,14 @@ TEST_F(BinFileRead, AnotherDaysFileIsRejected) {
     EXPECT_FALSE(IsValid(93000, "99999999999999999999999999"));
 }
 
+TEST_F(BinFileRead, WithoutALocalTimeNoFileIsOfToday) {
+    FakeClock::FailLocalTime(true);
+    EXPECT_FALSE(IsValid(93000, "20261120085510"));
+    EXPECT_FALSE(IsValid(93000, "19000100085510"));
+    EXPECT_FALSE(IsValid(93000, "85510"));
+    FakeClock::FailLocalTime(false);
+}
+
 TEST_F(BinFileRead, AStaleMorningFileIsNamedWithBothTimes) {
     EXPECT_FALSE(IsValid(93001, "20261119205510"));
     EXPECT_EQ(log.Lines(),

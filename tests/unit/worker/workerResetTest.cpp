@@ -79,6 +79,25 @@ TEST_F(ChkAndRst, AnotherDateResetsAtOnceAndClearsTheTablesTwice) {
     EXPECT_EQ(drv->Accesses().size(), 3U + 262081U * 2 * 2 * 2);
 }
 
+// Inside trading time, and outside it, where the date alone would have it reset.
+TEST_F(ChkAndRst, WithoutALocalTimeTheBoardIsKept) {
+    for (const unsigned int time : {70000U, 100000U}) {
+        for (const unsigned int date : {0U, 20261119U, 20261120U}) {
+            FakeClock::Set(20261120, time);
+            drv->SetReg(0x106, date);
+            log.Clear();
+            FakeClock::FailLocalTime(true);
+            EXPECT_EQ(chan->ChkAndRst(), 0);
+            FakeClock::FailLocalTime(false);
+            EXPECT_EQ(
+                log.Lines(),
+                (Lines_t{
+                    "INFO First time read fpga date:" + std::to_string(date) + ", system date:0.",
+                    "ERROR Unable to determine the local time, the fpga is not reset."}));
+        }
+    }
+}
+
 TEST_F(ChkAndRst, AFutureDateOfTheBoardResetsToo) {
     drv->SetReg(0x106, 20261121);
     EXPECT_EQ(chan->ChkAndRst(), 0);

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <ctime>
+#include <optional>
+
+// Dates and times of day as the decimal numbers that registers, files and comparisons hold.
+namespace VORBA2 {
+
+// The date yyyymmdd and the time of day hhmmss of a broken-down time.
+unsigned int DateNumber(const std::tm& local);
+unsigned int TimeNumber(const std::tm& local);
+
+// One reading of the host's clock, in local time.
+struct LocalMoment {
+    unsigned int date = 0;  // yyyymmdd
+    unsigned int time = 0;  // hhmmss
+};
+
+// The host's local date and time of day; nothing if the host cannot tell. What that means is the
+// caller's to decide: it is no date, and not midnight. Any thread may ask.
+std::optional<LocalMoment> LocalNow();
+
+}  // namespace VORBA2
