@@ -115,7 +115,7 @@ unsigned int CZceFpgaServ::GetRealTime() {
     const std::optional<VORBA2::LocalMoment> moment = VORBA2::LocalNow();
     if (!moment) {
         LOG_ERROR("Unable to determine the local time.");
-        return ZCE_TIME_FAIL;
+        return g_uiTimeFail;
     }
     const unsigned int now = moment->time;
     unsigned int boardTime = 0;
