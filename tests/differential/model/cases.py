@@ -60,7 +60,7 @@ def _select(case: Case) -> Result:
         parts.fpga.subscribe()
     result = parts.result()
     result["board"] = parts.board.result()
-    result["rules"] = [rules.as_list() for rules in parts.selection.rules]
+    result["rules"] = [_escaped(rules.as_list()) for rules in parts.selection.rules]
     return result
 
 
@@ -92,7 +92,7 @@ def _walk_map(case: Case) -> Result:
 
 def _use_cache(case: Case) -> Result:
     parts = Setting(case, list_tables=True)
-    settle: int = case["settle"]
+    settle = 0
     loaded: list[int] = []
     for step in case["steps"]:
         operation = step[0]
@@ -100,6 +100,8 @@ def _use_cache(case: Case) -> Result:
             parts.cache = parts.new_cache()
         elif operation == "clock":
             parts.clock.set(step[1])
+        elif operation == "settle":
+            settle = step[1]
         elif operation == "init":
             parts.cache.open_new()
         elif operation == "instrument":
@@ -138,6 +140,12 @@ _KINDS: dict[str, Callable[[Case], Result]] = {
     "cache": _use_cache,
     "start": _start,
 }
+
+
+def _escaped(value: Any) -> Any:
+    if isinstance(value, list):
+        return [_escaped(item) for item in value]
+    return escape(value) if isinstance(value, str) else value
 
 
 def _unhex(text: Optional[str]) -> Optional[str]:
