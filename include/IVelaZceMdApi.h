@@ -4,7 +4,7 @@
 
 // Market data of the Zhengzhou Commodity Exchange as the FPGA board decodes it.
 //
-// The road through the interface: CreateVelaZceMdApi; then either VelaRecvStart, which comes back
+// The order of the calls: CreateVelaZceMdApi; then either VelaRecvStart, which comes back
 // only after SIGINT or SIGTERM, or VelaStart once and VelaRecv again and again until it returns -1;
 // then DestroyVelaZceMdApi. One thread does the starting and the receiving: the library has no
 // thread of its own.
@@ -12,10 +12,11 @@
 // What the application implements: one operation for each kind of market-data message.
 //
 // Each is called from inside VelaRecv (so on the thread that polls), before VelaRecv returns. It
-// should be quick: the next message waits for it. `body` points at byte 12 of the board's message,
-// in the receive buffer itself; it is valid during the call alone, so what is to be kept must be
-// copied. The layout of the four bodies is the board's and the application's; the library neither
-// reads nor checks it.
+// should be quick: the next message waits for it. It must not throw (the board vendor's C library
+// stands between it and VelaRecv), and must not destroy, start or poll the API object. `body`
+// points at byte 12 of the board's message, in the receive buffer itself; it is valid during the
+// call alone, so what is to be kept must be copied. The layout of the four bodies is the board's
+// and the application's; the library neither reads nor checks it.
 //
 // The order of the four is part of the binary interface (slots 0 to 3 of the table).
 class IVelaZceMdSpi {

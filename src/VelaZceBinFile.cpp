@@ -13,15 +13,11 @@ namespace {
 constexpr std::size_t g_uiInstLineSize = 128;  // of a line with its terminating zero
 constexpr std::size_t g_uiTimeLineSize = 256;
 
-// The line of one instrument; empty, after a WARN line, if it would be too long.
+// The line of one instrument, cut where it would be longer than the format has it: a name that is
+// too long then takes the line end with it.
 std::string FormatInst(const std::string& name, unsigned short index) {
     char szLine[g_uiInstLineSize];
-    const int iSize = std::snprintf(szLine, sizeof(szLine), "%u,%s\n", index, name.c_str());
-    if (iSize < 0 || static_cast<std::size_t>(iSize) >= sizeof(szLine)) {
-        LOG_WARN("Instrument name too long for file %s, left out: index:%u,inst:%s", ZCE_BIN_NAME,
-                 index, name.c_str());
-        return {};
-    }
+    std::snprintf(szLine, sizeof(szLine), "%u,%s\n", index, name.c_str());
     return szLine;
 }
 
@@ -87,11 +83,7 @@ int CTernBinFile::Normal_WriteInstToBin(std::string name, unsigned short index) 
     if (m_fp == nullptr) {
         return 0;
     }
-    const std::string line = FormatInst(name, index);
-    if (line.empty()) {
-        return -1;
-    }
-    if (!Put(line)) {
+    if (!Put(FormatInst(name, index))) {
         return FailWriting();
     }
     LOG_INFO("Write to bin :index:%u,inst:%s,", index, name.c_str());

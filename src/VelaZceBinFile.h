@@ -25,9 +25,9 @@ class CTernBinFile {
 
     // Begins an empty file. Failure is logged; the operations below then write nothing.
     void Normal_FileInit();
-    // Appends one instrument, to the disk at once. 0, also when no file is open; -1 if the line was
-    // not written. A write that fails is reported once and ends the writing, so that a file with a
-    // hole in it never gets its end tag.
+    // Appends one instrument, to the disk at once; a line is cut at 127 bytes. 0, also when no file
+    // is open; -1 if the line was not written. A write that fails is reported once and ends the
+    // writing, so that a file with a hole in it never gets its end tag.
     int Normal_WriteInstToBin(std::string name, unsigned short index);
     // Widens CZceDmaChanImpl::g_uiContractSettleTm to a full date and time and ends the file with
     // it. 0, also when no file is open (then only the time is widened); -1 if the write failed.

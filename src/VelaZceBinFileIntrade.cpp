@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr std::size_t g_uiMaxLine = 255;  // characters, line end included
+constexpr std::size_t g_uiMaxPiece = 255;  // characters read at once, line end included
 
 // The creation times of the session that is running, by the local hour. Wider than the messages
 // say, deliberately.
@@ -22,26 +22,15 @@ constexpr unsigned long g_ulDayEnd = 102999;
 constexpr unsigned long g_ulNightBegin = 200000;
 constexpr unsigned long g_ulNightEnd = 219999;
 
-struct BinLine_t {
-    std::string strText;  // as read, with its line end; the first 255 characters if it is longer
-    bool bTooLong = false;
-};
-
-// False at the end of the file.
-bool ReadLine(std::FILE* fp, BinLine_t& line) {
-    line.strText.clear();
-    line.bTooLong = false;
-    for (int iChar = std::getc(fp); iChar != EOF; iChar = std::getc(fp)) {
-        if (line.strText.size() < g_uiMaxLine) {
-            line.strText.push_back(static_cast<char>(iChar));
-        } else {
-            line.bTooLong = true;
-        }
-        if (iChar == '\n') {
-            break;
-        }
+// Reads up to and with the next line end, but at most g_uiMaxPiece characters: a longer line comes
+// in pieces. False at the end of the file.
+bool ReadPiece(std::FILE* fp, std::string& piece) {
+    piece.clear();
+    int iChar = 0;
+    while (piece.size() < g_uiMaxPiece && iChar != '\n' && (iChar = std::getc(fp)) != EOF) {
+        piece.push_back(static_cast<char>(iChar));
     }
-    return !line.strText.empty();
+    return !piece.empty();
 }
 
 // The next token of `rest` between commas (several in a row are one), which is taken off it; empty
@@ -53,22 +42,18 @@ std::string_view NextToken(std::string_view& rest) {
     return token;
 }
 
-// Splits an instrument line. False if it is not one.
-bool ParseInst(const BinLine_t& line, std::string& name, unsigned short& index) {
-    const std::string& text = line.strText;
-    if (line.bTooLong || text.find('\0') != std::string::npos) {
-        return false;
-    }
-    std::string_view rest = text;
+// Splits an instrument line. False if a token is missing or the name's has no line end; nothing
+// else makes a line invalid: an index without digits is 0. A zero byte ends the text.
+bool ParseInst(const char* line, std::string& name, unsigned short& index) {
+    std::string_view rest = line;
     const std::string indexToken(NextToken(rest));
     const std::string_view nameToken = NextToken(rest);
     if (indexToken.empty() || nameToken.empty() || nameToken.back() != '\n') {
         return false;
     }
-    char* pEnd = nullptr;
-    index = static_cast<unsigned short>(std::strtoul(indexToken.c_str(), &pEnd, 10));
+    index = static_cast<unsigned short>(std::strtoul(indexToken.c_str(), nullptr, 10));
     name = nameToken.substr(0, nameToken.size() - 1);
-    return pEnd != indexToken.c_str();
+    return true;
 }
 
 }  // namespace
@@ -116,10 +101,10 @@ bool CTernBinFile::FindLine(std::string_view prefix, std::string& text) {
         return false;
     }
     std::rewind(m_fp);
-    BinLine_t line;
-    while (ReadLine(m_fp, line)) {
-        if (line.strText.starts_with(prefix)) {
-            text = line.strText;
+    bool bLineBegins = true;
+    for (std::string piece; ReadPiece(m_fp, piece); bLineBegins = piece.back() == '\n') {
+        if (bLineBegins && piece.starts_with(prefix)) {
+            text = piece;
             return true;
         }
     }
@@ -170,14 +155,14 @@ int CTernBinFile::Intrade_GetAllInstFromBin() {
         return -1;
     }
     std::rewind(m_fp);
-    BinLine_t line;
+    std::string piece;
     std::string name;
     unsigned short usIndex = 0;
-    unsigned short usLine = 0;  // wraps, deliberately
-    while (ReadLine(m_fp, line)) {
+    unsigned short usLine = 0;  // counts pieces; wraps, deliberately
+    while (ReadPiece(m_fp, piece)) {
         ++usLine;
-        if (!ParseInst(line, name, usIndex)) {
-            LOG_WARN("Invalid format!we skip line %d: %s", usLine, line.strText.c_str());
+        if (!ParseInst(piece.c_str(), name, usIndex)) {
+            LOG_WARN("Invalid format!we skip line %d: %s", usLine, piece.c_str());
             continue;
         }
         m_mapInst[name] = usIndex;

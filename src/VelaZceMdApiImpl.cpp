@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "DataType/ZceChannel.h"
 #include "DataType/ZceConfigFile.h"
-#include "DataType/ZceRegMap.h"
 #include "DrvEnyx/IDrv.h"
 #include "DrvEnyx/drvEnyx.h"
 #include "VelaZceKeep.h"

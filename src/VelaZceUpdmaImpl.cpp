@@ -4,13 +4,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
 
 #include "DataType/ContractServ.h"
+#include "DataType/ZceChannel.h"
 #include "DataType/ZceConfigFile.h"
 #include "DataType/ZceFpgaServ.h"
 #include "DataType/ZceRegMap.h"
@@ -119,14 +119,12 @@ int CZceDmaChanImpl::ChkAndRst() {
     if (!m_pFpgaServ->bDataEqual(uiFpgaDate, uiSysDate)) {
         return 0;
     }
-    const bool bReset =
-        std::any_of(std::begin(g_arrRstWindows), std::end(g_arrRstWindows),
-                    [this, uiTime](const RstWindow_t& window) {
-                        return window.uiBegin <= uiTime && uiTime <= window.uiEnd &&
-                               (!window.bStandStill || m_pFpgaServ->FpgaCounterEqual());
-                    });
-    if (bReset) {
-        ResetAndClear();
+    for (const RstWindow_t& window : g_arrRstWindows) {
+        if (window.uiBegin <= uiTime && uiTime <= window.uiEnd &&
+            (!window.bStandStill || m_pFpgaServ->FpgaCounterEqual())) {
+            ResetAndClear();
+            break;
+        }
     }
     return 0;
 }

@@ -82,14 +82,13 @@ class CZceDmaChanImpl final {
     void HandleContMapPkt(const unsigned char* msg, unsigned int len, void* ctx);
     void HandleUpSubsResult(const unsigned char* msg, unsigned int len, void* ctx);
 
-    // Enters every record of one instrument-map packet. Returns the length of the last record, or
-    // that of the record area if there was none. A record that is not sound ends the walk with one
-    // WARN line; those before it count. The first form trusts the length that the packet
-    // itself gives; the second stays inside the `len` bytes that were received.
-    unsigned int LoadtoMapFromMac(unsigned char* msg);
+    // Enters the records of one instrument-map packet of `len` bytes (15 at least). Returns the
+    // length of the last record, or that of the record area if there was none. A record that would
+    // lead beyond the received bytes or the name buffer, or not onwards, ends the walk with one
+    // WARN line; those before it count.
     unsigned int LoadtoMapFromMac(const unsigned char* msg, unsigned int len);
-    // Enters one record; recLen becomes the record's length, head included.
-    void LoadtoMapFromEachMsg(void* rec, unsigned int recNo, unsigned int& recLen);
+    // Enters one record, which the walk has found sound; recLen becomes its length, head included.
+    void LoadtoMapFromEachMsg(const void* rec, unsigned int recNo, unsigned int& recLen);
     void LoadtomapFrmParsedMsg(const std::string& name, unsigned char attr, unsigned short index,
                                unsigned int recNo);
 

@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <climits>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -61,16 +60,21 @@ const RecHead_t& HeadOf(unsigned int recNo) {
     return recNo == 0 ? g_stFirstRec : g_stLaterRec;
 }
 
-constexpr const char* g_szBeyondEnd = "beyond the end";
+// Length of the record at the beginning of `left` bytes; 0, which no record has, if they hold none.
+unsigned int RecordLength(const unsigned char* rec, unsigned int left) {
+    return left < g_uiRecLenSize ? 0 : ReadBig16(rec);
+}
 
-// Why a record of length recLen cannot be taken when `left` bytes are there for it; null if it can.
+// Why a record of this length cannot be taken when `left` bytes of the packet are there for it;
+// null if it can. Only what would lead beyond the received packet or the name buffer, or not
+// onwards, is refused.
 const char* RecordFault(unsigned int recNo, unsigned int recLen, unsigned int left) {
     const unsigned int uiHead = HeadOf(recNo).uiName;
+    if (left < g_uiRecLenSize || recLen > left) {
+        return "beyond the end of the packet";
+    }
     if (recLen < uiHead) {
         return "length below its head's";
-    }
-    if (recLen > left) {
-        return g_szBeyondEnd;
     }
     return recLen - uiHead < g_uiNameBufSize ? nullptr : "name too long";
 }
@@ -87,15 +91,28 @@ bool IsMarketData(std::uint32_t uiType) {
     return uiType - g_uiTypeMd17 <= g_uiTypeMd20 - g_uiTypeMd17;
 }
 
+// What a message is: the one place that looks at length and type.
+enum class MsgKind_t { tooShort, contMap, marketData, unsupported };
+
+MsgKind_t KindOf(const unsigned char* msg, unsigned int len) {
+    // First, so that the ordinary message passes one comparison of each.
+    if (len >= g_uiHeadSize && IsMarketData(ReadType(msg))) [[likely]] {
+        return MsgKind_t::marketData;
+    }
+    if (len < g_uiTypeSize || IsMarketData(ReadType(msg))) {
+        return MsgKind_t::tooShort;
+    }
+    return ReadType(msg) == g_uiTypeContMap ? MsgKind_t::contMap : MsgKind_t::unsupported;
+}
+
 [[gnu::cold, gnu::noinline]] void WarnShortMsg(unsigned int len) {
     LOG_WARN("Dma message of %u bytes is too short for its kind. It is dropped.", len);
 }
 
-[[gnu::cold, gnu::noinline]] void DumpUnsupportedMsg(std::uint32_t uiType, const unsigned char* msg,
-                                                     unsigned int len) {
+[[gnu::cold, gnu::noinline]] void DumpUnsupportedMsg(const unsigned char* msg, unsigned int len) {
     constexpr unsigned int bytesPerWrite = 8;
     constexpr char digits[] = "0123456789ABCDEF";
-    LOG_ERROR("Unsupported dma type, type:%u.", uiType);
+    LOG_ERROR("Unsupported dma type, type:%u.", ReadType(msg));
     for (unsigned int uiDone = 0; uiDone < len;) {
         const unsigned int uiCount = std::min(bytesPerWrite, len - uiDone);
         char szHex[2 * bytesPerWrite];
@@ -141,37 +158,41 @@ bool IsMarketData(std::uint32_t uiType) {
 // signal flag and the slot.
 void CZceDmaChanImpl::DmaEntrance(const unsigned char* msg, unsigned int len, void* ctx) {
     auto* const pChan = static_cast<CZceDmaChanImpl*>(ctx);
-    if (len >= g_uiHeadSize) [[likely]] {
-        const std::uint32_t uiType = ReadType(msg);
-        if (IsMarketData(uiType)) [[likely]] {
-            pChan->Deliver(uiType, msg);
-            return;
-        }
+    if (KindOf(msg, len) == MsgKind_t::marketData) [[likely]] {
+        pChan->Deliver(ReadType(msg), msg);
+        return;
     }
     pChan->HandleOtherMsg(msg, len);
 }
 
 void CZceDmaChanImpl::HandleUpSubsResult(const unsigned char* msg, unsigned int len,
                                          void* /*ctx*/) {
-    const bool bHasType = len >= g_uiTypeSize;
-    const std::uint32_t uiType = bHasType ? ReadType(msg) : 0;
-    if (bHasType && !IsMarketData(uiType)) {
-        DumpUnsupportedMsg(uiType, msg, len);
-    } else if (len < g_uiHeadSize) {
-        WarnShortMsg(len);
-    } else {
-        Deliver(uiType, msg);
+    switch (KindOf(msg, len)) {
+        case MsgKind_t::marketData:
+            Deliver(ReadType(msg), msg);
+            break;
+        case MsgKind_t::tooShort:
+            WarnShortMsg(len);
+            break;
+        case MsgKind_t::contMap:
+        case MsgKind_t::unsupported:
+            DumpUnsupportedMsg(msg, len);
+            break;
     }
 }
 
 void CZceDmaChanImpl::HandleOtherMsg(const unsigned char* msg, unsigned int len) {
-    const std::uint32_t uiType = len < g_uiTypeSize ? g_uiTypeMd17 : ReadType(msg);
-    if (IsMarketData(uiType)) {
-        WarnShortMsg(len);
-    } else if (uiType == g_uiTypeContMap) {
-        HandleContMapPkt(msg, len, this);
-    } else {
-        LOG_ERROR("Unsupported dma type 0x%x", uiType);
+    switch (KindOf(msg, len)) {
+        case MsgKind_t::contMap:
+            HandleContMapPkt(msg, len, this);
+            break;
+        case MsgKind_t::tooShort:
+            WarnShortMsg(len);
+            break;
+        case MsgKind_t::marketData:  // delivered before it came here
+        case MsgKind_t::unsupported:
+            LOG_ERROR("Unsupported dma type 0x%x", ReadType(msg));
+            break;
     }
 }
 
@@ -215,46 +236,32 @@ void CZceDmaChanImpl::HandleContMapPkt(const unsigned char* msg, unsigned int le
     }
 }
 
-unsigned int CZceDmaChanImpl::LoadtoMapFromMac(unsigned char* msg) {
-    return LoadtoMapFromMac(msg, g_uiMapAreaOffset + ReadBig16(msg + g_uiMapAreaLenOffset));
-}
-
 unsigned int CZceDmaChanImpl::LoadtoMapFromMac(const unsigned char* msg, unsigned int len) {
     const unsigned int uiAreaLen = ReadBig16(msg + g_uiMapAreaLenOffset);
-    const unsigned int uiAreaEnd = g_uiMapAreaOffset + uiAreaLen;
-    const unsigned int uiReadable = std::min(uiAreaEnd, len);
+    const unsigned int uiLastByte = g_uiMapAreaOffset + uiAreaLen - 1;
     unsigned int uiRecLen = uiAreaLen;
     unsigned int uiOffset = g_uiMapAreaOffset;
-    // A single byte at the end of the area begins no record.
-    for (unsigned int uiRecNo = 0; uiOffset + 1 < uiAreaEnd; ++uiRecNo) {
-        const unsigned int uiLeft = uiReadable - uiOffset;
-        const bool bHasLen = uiLeft >= g_uiRecLenSize;
-        const unsigned int uiThisLen = bHasLen ? ReadBig16(msg + uiOffset) : 0;
-        const char* const szFault =
-            bHasLen ? RecordFault(uiRecNo, uiThisLen, uiLeft) : g_szBeyondEnd;
+    // A record counts if it begins before the last byte of the announced area, also if it reaches
+    // beyond that area; what was received is the only end.
+    for (unsigned int uiRecNo = 0; uiOffset < uiLastByte; ++uiRecNo) {
+        const unsigned char* const pRec = msg + uiOffset;
+        const unsigned int uiThisLen = RecordLength(pRec, len - uiOffset);
+        const char* const szFault = RecordFault(uiRecNo, uiThisLen, len - uiOffset);
         if (szFault != nullptr) {
             WarnMapRecord(uiRecNo, uiOffset, szFault, uiThisLen);
-            return uiRecLen;
+            break;
         }
-        LoadtoMapFromEachMsg(const_cast<unsigned char*>(msg) + uiOffset, uiRecNo, uiRecLen);
+        LoadtoMapFromEachMsg(pRec, uiRecNo, uiRecLen);
         uiOffset += uiRecLen;
-    }
-    if (uiAreaEnd > len) {
-        LOG_WARN("Instrument map packet of %u bytes announces %u bytes of records.", len,
-                 uiAreaLen);
     }
     return uiRecLen;
 }
 
-void CZceDmaChanImpl::LoadtoMapFromEachMsg(void* rec, unsigned int recNo, unsigned int& recLen) {
+void CZceDmaChanImpl::LoadtoMapFromEachMsg(const void* rec, unsigned int recNo,
+                                           unsigned int& recLen) {
     const auto* const pRec = static_cast<const unsigned char*>(rec);
     const RecHead_t& head = HeadOf(recNo);
     recLen = ReadBig16(pRec);
-    const char* const szFault = RecordFault(recNo, recLen, UINT_MAX);
-    if (szFault != nullptr) {
-        WarnMapRecord(recNo, 0, szFault, recLen);
-        return;
-    }
     // Zeroes behind the name end it; one inside it ends it sooner.
     char szName[g_uiNameBufSize] = {};
     std::memcpy(szName, pRec + head.uiName, recLen - head.uiName);

@@ -157,7 +157,8 @@ class CRingConsumer {
     CRingConsumer(const RingView& ring, uint32_t generation);
 
     // Hands at most one message to handler(data, len): 1 if it did, 0 if none was waiting. The
-    // message lies in the ring and is given back when the handler returns.
+    // message lies in the ring and is given back when the handler is left, by an exception too: no
+    // message is handed out twice.
     template <class Handler>
     int PollOnce(Handler&& handler) {
         for (int look = 0; look < LOOKS_PER_POLL; ++look) {
@@ -171,19 +172,10 @@ class CRingConsumer {
             }
             const uint32_t len = header - m_tag;
             if (len - 1 < STREAM_MTU) [[likely]] {
+                const Taken taken{*this, len};
                 handler(static_cast<const unsigned char*>(m_ring.data) + m_ring.Offset(m_pos) +
                             RECORD_HEADER,
                         len);
-                m_fresh = false;
-                ++m_streak;
-                // A branch, which the processor foresees, instead of a sum of what it is still
-                // loading: so it has the next records fetched in the meantime.
-                if (len != m_lastLen) {
-                    m_lastLen = len;
-                    m_lastSize = RecordSize(len);
-                }
-                m_pos += m_lastSize;
-                m_ring.control->tail.store(m_pos, std::memory_order_release);
                 return 1;
             }
             PassOddHeader(header);
@@ -199,6 +191,25 @@ class CRingConsumer {
     // So many messages taken one right after the other are a backlog or a dense burst.
     static constexpr uint32_t STREAK = 4;
     static constexpr int PAUSES = 32;
+
+    // Gives a message back at its end, however the handler was left.
+    struct Taken {
+        CRingConsumer& consumer;
+        uint32_t len;
+        ~Taken() { consumer.GiveBack(len); }
+    };
+    void GiveBack(uint32_t len) {
+        m_fresh = false;
+        ++m_streak;
+        // A branch, which the processor foresees, instead of a sum of what it is still loading: so
+        // it has the next records fetched in the meantime.
+        if (len != m_lastLen) {
+            m_lastLen = len;
+            m_lastSize = RecordSize(len);
+        }
+        m_pos += m_lastSize;
+        m_ring.control->tail.store(m_pos, std::memory_order_release);
+    }
 
     // A consumer that has caught up with a dense burst looks at the next header as fast as it can,
     // and each look takes the cache line away from the producer, which is just writing there: from

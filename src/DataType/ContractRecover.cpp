@@ -9,6 +9,18 @@ namespace Vela2_U50 {
 
 namespace {
 
+constexpr unsigned int g_uiBinResetWaitSeconds = 120;
+constexpr unsigned int g_uiWaitStepSeconds = 10;
+constexpr unsigned int g_uiSecondsPerMinute = 60;
+// What a board that was reset gets to gather the exchange's broadcast.
+constexpr unsigned int g_uiResetWaitMinutes = 4;
+constexpr unsigned int g_uiBreakWaitMinutes = 20;
+// The host's time and the board's time that mean the morning break, bounds inclusive.
+constexpr unsigned int g_uiMorningBegin = 90001;
+constexpr unsigned int g_uiMorningEnd = 119999;
+constexpr unsigned int g_uiBreakBegin = 101450;
+constexpr unsigned int g_uiBreakEnd = 103000;
+
 bool IsWithin(unsigned int value, unsigned int first, unsigned int last) {
     return value >= first && value <= last;
 }
@@ -21,7 +33,7 @@ int CContractServ::RecoverAllInst() {
         // The wait stands although the board's tables are not read here. Deliberate.
         if (m_pFpgaServ->bIsReseted()) {
             LOG_INFO("We wait for fpga gather enough inst, please wait 120 second...");
-            VORBA2::Clock::SleepSeconds(ZCE_BIN_RESET_WAIT_SECONDS);
+            VORBA2::Clock::SleepSeconds(g_uiBinResetWaitSeconds);
         }
         LOG_INFO("Bin inst count:%u", Count(m_mapInst));
     } else {
@@ -45,26 +57,26 @@ bool CContractServ::RecoverInstsFromFpga() {
     return true;
 }
 
-// Gives a board that has just been reset the time to gather the broadcast. In the morning break it
-// repeats too rarely for the short wait.
+// Gives a board that has just been reset the time to gather the broadcast; more of it in the
+// morning break.
 unsigned int CContractServ::GetExpireTime() {
     const unsigned int now = LocalTimeOfDay();
     const unsigned int boardTime = m_pFpgaServ->GetRealTime();
-    const bool inBreak = IsWithin(now, ZCE_MORNING_BEGIN, ZCE_MORNING_END) &&
-                         IsWithin(boardTime, ZCE_BREAK_BEGIN, ZCE_BREAK_END);
+    const bool inBreak = IsWithin(now, g_uiMorningBegin, g_uiMorningEnd) &&
+                         IsWithin(boardTime, g_uiBreakBegin, g_uiBreakEnd);
     unsigned int minutes = 0;
     if (m_pFpgaServ->bIsReseted()) {
-        minutes = inBreak ? ZCE_BREAK_WAIT_MINUTES : ZCE_RESET_WAIT_MINUTES;
+        minutes = inBreak ? g_uiBreakWaitMinutes : g_uiResetWaitMinutes;
     }
     LOG_INFO("Expire time %u minute.", minutes);
     return minutes;
 }
 
 void CContractServ::WaitForFpga(unsigned int minutes) {
-    for (unsigned int left = minutes * ZCE_SECONDS_PER_MINUTE; left != 0;
-         left -= ZCE_WAIT_STEP_SECONDS) {
+    for (unsigned int left = minutes * g_uiSecondsPerMinute; left != 0;
+         left -= g_uiWaitStepSeconds) {
         LOG_INFO("Left %u seconds", left);
-        VORBA2::Clock::SleepSeconds(ZCE_WAIT_STEP_SECONDS);
+        VORBA2::Clock::SleepSeconds(g_uiWaitStepSeconds);
     }
 }
 

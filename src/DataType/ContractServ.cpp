@@ -12,8 +12,8 @@ namespace Vela2_U50 {
 
 namespace {
 
-constexpr std::string_view prefixSpd = "SPD-";
-constexpr std::string_view prefixIps = "IPS-";
+constexpr std::string_view g_strPrefixSpd = "SPD-";
+constexpr std::string_view g_strPrefixIps = "IPS-";
 
 bool Contains(const std::vector<std::string>& list, const std::string& text) {
     return std::find(list.begin(), list.end(), text) != list.end();
@@ -63,8 +63,8 @@ void CContractServ::JudgeAndFilterSubsInst() {
 void CContractServ::FilterOneInst(const std::string& name, std::uint16_t index,
                                   unsigned int channel) {
     const ZceSubsInfo_t& rules = m_pSubsInfo[channel];
-    const bool isSpd = name.starts_with(prefixSpd);
-    if (isSpd || name.starts_with(prefixIps)) {
+    const bool isSpd = name.starts_with(g_strPrefixSpd);
+    if (isSpd || name.starts_with(g_strPrefixIps)) {
         if ((isSpd ? rules.bSpdRecv : rules.bIpsRecv) != 0) {
             m_mapCmbSubs[channel][index] = name;
         }

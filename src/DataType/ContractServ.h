@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "DataType/ZceRegMap.h"
+#include "DataType/ZceChannel.h"
 #include "DataType/ZceSubsInfo.h"
 
 class CTernBinFile;

@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "DataType/ZceNumbers.h"
+#include "DataType/ZceRegMap.h"
 #include "VelaZceUtils.h"
 #include "log/elog.h"
 
@@ -20,19 +21,22 @@ namespace Vela2_U50 {
 
 namespace {
 
-constexpr const char* keyDevice = "config:device";
-constexpr const char* keyCpuCore = "config:cpucore";
-constexpr const char* keyLevel1 = "config:czce_level1";
-constexpr const char* keyLevel2 = "config:czce_level2";
-constexpr std::string_view devicePrefix = "xilinx";
-constexpr int noCpuCore = -1;
+constexpr unsigned int g_uiChannelFail = 0xFFFFFFFF;
+constexpr unsigned int g_uiBusNum = 5;  // boards of a machine
+
+constexpr const char* g_szKeyDevice = "config:device";
+constexpr const char* g_szKeyCpuCore = "config:cpucore";
+constexpr const char* g_szKeyLevel1 = "config:czce_level1";
+constexpr const char* g_szKeyLevel2 = "config:czce_level2";
+constexpr std::string_view g_strDevicePrefix = "xilinx";
+constexpr int g_iNoCpuCore = -1;
 
 // What is said of a feed switch word, which is the index.
 struct FeedReport_t {
     std::uint8_t level;
     const char* text;
 };
-constexpr std::array<FeedReport_t, 4> feedReports = {{
+constexpr std::array<FeedReport_t, 4> g_arrFeedReports = {{
     {ELOG_LVL_WARN, "L1 and L5 switch off! Software won't get data!"},
     {ELOG_LVL_INFO, "L1 switch off and L5 switch on."},
     {ELOG_LVL_INFO, "L1 switch on and L5 switch off."},
@@ -47,12 +51,12 @@ const char* Shown(const char* text) {
 // The two numbers of "xilinx<bus>:<channel>". A number that is there is stored even if the other
 // is not. A number beyond an int ends at the int's limit, which no board and no channel has.
 bool ParseDevice(const std::string& device, unsigned int& bus, unsigned int& channel) {
-    if (!device.starts_with(devicePrefix)) {
+    if (!device.starts_with(g_strDevicePrefix)) {
         return false;
     }
     std::array<long, 2> numbers{};
-    const std::size_t read =
-        ScanNumbers(device.c_str() + devicePrefix.size(), 10, ':', numbers.data(), numbers.size());
+    const std::size_t read = ScanNumbers(device.c_str() + g_strDevicePrefix.size(), 10, ':',
+                                         numbers.data(), numbers.size());
     const std::array<unsigned int*, 2> targets = {&bus, &channel};
     for (std::size_t number = 0; number < read; ++number) {
         *targets[number] = static_cast<unsigned int>(
@@ -61,13 +65,15 @@ bool ParseDevice(const std::string& device, unsigned int& bus, unsigned int& cha
     return read == numbers.size();
 }
 
-// The value of a feed's switch: only this exact text turns the feed off.
-bool IsDisabled(const char* key, const char* value) {
-    if (value == nullptr) {
-        return false;
+// A feed's switch: only this exact text turns the feed off.
+bool IsDisabled(const char* value) {
+    return value != nullptr && std::strcmp(value, "disabled") == 0;
+}
+
+void LogSwitch(const char* key, const char* value) {
+    if (value != nullptr) {
+        LOG_INFO("%s=%s.", key, value);
     }
-    LOG_INFO("%s=%s.", key, value);
-    return std::strcmp(value, "disabled") == 0;
 }
 
 }  // namespace
@@ -98,7 +104,7 @@ int CZceConfigFile::Init() {
         iniparser_freedict(m_pDict);
     }
     m_pDict = loaded;
-    if (GetDmaChannel() == ZCE_CHANNEL_FAIL) {
+    if (GetDmaChannel() == g_uiChannelFail) {
         LOG_ERROR("Get dma chan fail!");
         return -1;
     }
@@ -119,22 +125,22 @@ unsigned int CZceConfigFile::GetDmaChannel() {
     if (m_uiChannel != ZCE_CHANNEL_UNKNOWN) {
         return m_uiChannel;
     }
-    const char* device = GetString(keyDevice);
+    const char* device = GetString(g_szKeyDevice);
     std::string lowered = device == nullptr ? "" : device;
     std::transform(lowered.begin(), lowered.end(), lowered.begin(),
                    [](unsigned char letter) { return static_cast<char>(std::tolower(letter)); });
     // Straight into the fields: what is rejected below stays stored. Deliberate.
     if (ParseDevice(lowered, m_uiBusId, m_uiChannel) && m_uiChannel < ZCE_CHANNEL_NUM &&
-        m_uiBusId < ZCE_BUS_NUM) {
+        m_uiBusId < g_uiBusNum) {
         m_strDmaChanName = "CUSTOM_CHAN" + std::to_string(m_uiChannel) + "_DATA";
         return m_uiChannel;
     }
     std::printf("Error! Invalid parameter! Input: %s \n", Shown(device));
-    return ZCE_CHANNEL_FAIL;
+    return g_uiChannelFail;
 }
 
 unsigned int CZceConfigFile::GetBusId() {
-    const char* device = GetString(keyDevice);
+    const char* device = GetString(g_szKeyDevice);
     unsigned int channel = 0;
     // Not lowercased here, unlike in GetDmaChannel. Deliberate.
     if (device != nullptr && ParseDevice(device, m_uiBusId, channel)) {
@@ -149,8 +155,8 @@ unsigned int CZceConfigFile::GetBusId() {
 
 void CZceConfigFile::BindCpu() {
     const int channel = static_cast<int>(m_uiChannel);
-    const int cpu = GetInt(keyCpuCore, noCpuCore);
-    if (cpu == noCpuCore) {
+    const int cpu = GetInt(g_szKeyCpuCore, g_iNoCpuCore);
+    if (cpu == g_iNoCpuCore) {
         LOG_INFO("[channel:%d] Doesn't need to bind cpu.", channel);
         return;
     }
@@ -172,13 +178,17 @@ void CZceConfigFile::ShowVersion() {
 
 void CZceConfigFile::DumpDevInfo() {
     unsigned int feeds = ZCE_SWITCH_L1 | ZCE_SWITCH_L5;
-    if (IsDisabled(keyLevel1, GetString(keyLevel1))) {
+    const char* const level1 = GetString(g_szKeyLevel1);
+    LogSwitch(g_szKeyLevel1, level1);
+    if (IsDisabled(level1)) {
         feeds &= ~ZCE_SWITCH_L1;
     }
-    if (IsDisabled(keyLevel2, GetString(keyLevel2))) {
+    const char* const level2 = GetString(g_szKeyLevel2);
+    LogSwitch(g_szKeyLevel2, level2);
+    if (IsDisabled(level2)) {
         feeds &= ~ZCE_SWITCH_L5;
     }
-    FPGA_LOG(feedReports[feeds].level, "%s", feedReports[feeds].text);
+    FPGA_LOG(g_arrFeedReports[feeds].level, "%s", g_arrFeedReports[feeds].text);
     m_SwitchReg = feeds;
 }
 

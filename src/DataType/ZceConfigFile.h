@@ -4,13 +4,15 @@
 
 #include <string>
 
-#include "DataType/ZceRegMap.h"
+#include "DataType/ZceChannel.h"
 #include "DataType/ZceSubsInfo.h"
 
 class CVelaZceMdApiImpl;
 class IDrv;
 
 namespace Vela2_U50 {
+
+struct ZceNetGroup_t;
 
 // The INI file of a receiving process, and what it says for the process's DMA channel.
 //
@@ -72,6 +74,7 @@ class CZceConfigFile {
     // The value of `key`, or null if it is absent; valid until the object's destruction.
     const char* GetString(const std::string& key) const;
     int GetInt(const char* key, int absent) const;
+    unsigned int CfgNetGroup(const ZceNetGroup_t& group);
     void ParseInsts(const char* insts, unsigned int channel);
 
     unsigned int m_uiChannel = ZCE_CHANNEL_UNKNOWN;

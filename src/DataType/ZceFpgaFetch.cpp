@@ -7,6 +7,17 @@
 
 namespace Vela2_U50 {
 
+namespace {
+
+// Entries whose names are read: the last one of the table, 4095, is not. Deliberate.
+constexpr unsigned int g_uiFetchIndexNum = 4095;
+// Reads of one entry's name before it is given up: the board may be writing it.
+constexpr unsigned int g_uiFetchAttempts = 8;
+// A name read twice in a row is accepted at this attempt (from 0); a later one is worth a line.
+constexpr unsigned int g_uiUsualAttempt = 1;
+
+}  // namespace
+
 // One reading of an entry's name; empty if its first byte is NUL.
 std::string CZceFpgaServ::ReadName(const ZceTableRegs_t& regs, unsigned int index) const {
     std::array<char, ZCE_NAME_BYTES> buffer{};
@@ -25,14 +36,14 @@ std::string CZceFpgaServ::ReadName(const ZceTableRegs_t& regs, unsigned int inde
 // ones between them do not matter).
 void CZceFpgaServ::FetchEntry(const ZceTableRegs_t& regs, std::uint16_t index) {
     std::string lastName;
-    for (unsigned int attempt = 0; attempt < ZCE_FETCH_ATTEMPTS; ++attempt) {
+    for (unsigned int attempt = 0; attempt < g_uiFetchAttempts; ++attempt) {
         std::string name = ReadName(regs, index);
         if (name.empty()) {
             continue;
         }
         if (name == lastName) {
             m_mapInst[name] = index;
-            if (attempt != ZCE_FETCH_USUAL_ATTEMPT) {
+            if (attempt != g_uiUsualAttempt) {
                 LOG_WARN(
                     "current read fpga %u time, and this is equal previous, current inst id:%s ",
                     attempt, name.c_str());
@@ -44,7 +55,7 @@ void CZceFpgaServ::FetchEntry(const ZceTableRegs_t& regs, std::uint16_t index) {
 }
 
 void CZceFpgaServ::FetchTable(const ZceTableRegs_t& regs) {
-    for (std::uint16_t index = 0; index < ZCE_FETCH_INDEX_NUM; ++index) {
+    for (std::uint16_t index = 0; index < g_uiFetchIndexNum; ++index) {
         FetchEntry(regs, index);
     }
 }

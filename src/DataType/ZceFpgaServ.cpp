@@ -5,6 +5,7 @@
 #include <cstring>
 #include <utility>
 
+#include "DataType/ZceChannel.h"
 #include "DataType/ZceConfigFile.h"
 #include "DataType/ZceNumbers.h"
 #include "DrvEnyx/IDrv.h"
@@ -16,14 +17,30 @@ namespace Vela2_U50 {
 
 namespace {
 
-using Counters_t = std::array<unsigned int, ZCE_REG_PARSE_COUNTERS.size()>;
+// A channel bit mask wraps its shift count at the width of a register, deliberately.
+constexpr unsigned int g_uiMaskShiftNum = 32;
+
+// The parse counters stand still if so many further readings, so far apart, equal the first one.
+constexpr unsigned int g_uiCounterChecks = 2;
+constexpr unsigned int g_uiCounterCheckSeconds = 1;
+constexpr unsigned int g_uiResetSeconds = 1;  // how long the reset is asserted
+
+// Address of word 0 of entry 4095: clearing and unsubscribing end there, inclusive.
+constexpr unsigned int g_uiLastEntryAddr = 0x3FFC0;
+// The unsubscription of all entries is repeated, deliberately.
+constexpr unsigned int g_uiUnsubsPasses = 6;
+
+// The board's time is relied on when its hhmmss number and the host's differ by at most 1799
+// (the difference of the numbers, not seconds).
+constexpr unsigned int g_uiTimeDiffMax = 1799;
+constexpr unsigned int g_uiTimeFail = 0xFFFFFFFF;
 
 const ZceTableRegs_t& TableRegs(std::uint8_t type) {
     return type == ZCE_TYPE_SGL ? ZCE_REG_SGL_TABLE : ZCE_REG_CMB_TABLE;
 }
 
 std::uint16_t ChannelBit(unsigned int channel) {
-    return static_cast<std::uint16_t>(1U << (channel % ZCE_MASK_SHIFT_NUM));
+    return static_cast<std::uint16_t>(1U << (channel % g_uiMaskShiftNum));
 }
 
 }  // namespace
@@ -95,17 +112,25 @@ unsigned int CZceFpgaServ::GetRealTime() {
     unsigned int sysDate = 0;
     if (ZceIsInTradeTime() && bDataEqual(fpgaDate, sysDate)) {
         if (!ReadBoardTime(boardTime)) {
-            return ZCE_TIME_FAIL;
+            return g_uiTimeFail;
         }
         LOG_INFO("[channel:%d] Current fpga time:%u. system time:%u.",
                  static_cast<int>(m_uiChannel), boardTime, now);
     }
     // Without a board time the same comparison is made with 0, so that the first minutes after
     // midnight give 0. Deliberate.
-    const bool near = boardTime - now + ZCE_TIME_DIFF_MAX <= 2 * ZCE_TIME_DIFF_MAX;
+    const bool near = boardTime - now + g_uiTimeDiffMax <= 2 * g_uiTimeDiffMax;
     const unsigned int result = near ? boardTime : now;
     LOG_INFO("System time:%u.", result);
     return result;
+}
+
+CZceFpgaServ::Counters_t CZceFpgaServ::ReadCounters() const {
+    Counters_t counters{};
+    for (std::size_t at = 0; at < counters.size(); ++at) {
+        counters[at] = ReadReg(ZCE_REG_PARSE_COUNTERS[at]);
+    }
+    return counters;
 }
 
 bool CZceFpgaServ::FpgaCounterEqual() {
@@ -114,17 +139,13 @@ bool CZceFpgaServ::FpgaCounterEqual() {
     if (decode == 0) {
         return false;
     }
-    const auto readCounters = [this] {
-        Counters_t counters{};
-        std::transform(ZCE_REG_PARSE_COUNTERS.begin(), ZCE_REG_PARSE_COUNTERS.end(),
-                       counters.begin(), [this](unsigned long addr) { return ReadReg(addr); });
-        return counters;
-    };
-    const Counters_t first = readCounters();
+    const Counters_t first = ReadCounters();
     bool equal = true;
-    for (unsigned int check = 0; check < ZCE_COUNTER_CHECK_NUM; ++check) {
-        VORBA2::Clock::SleepSeconds(ZCE_COUNTER_CHECK_SECONDS);
-        equal = readCounters() == first && equal;
+    for (unsigned int check = 0; check < g_uiCounterChecks; ++check) {
+        VORBA2::Clock::SleepSeconds(g_uiCounterCheckSeconds);
+        // Read whatever the reading before has shown.
+        const Counters_t again = ReadCounters();
+        equal = equal && again == first;
     }
     if (equal) {
         LOG_INFO("Fpga parse static count doesn't change!");
@@ -153,7 +174,7 @@ void CZceFpgaServ::ResetFpga() {
         return;
     }
     m_pDrv->WriteInt32_Log(ZCE_REG_RESET, ZCE_RESET_ASSERT);
-    VORBA2::Clock::SleepSeconds(ZCE_RESET_SECONDS);
+    VORBA2::Clock::SleepSeconds(g_uiResetSeconds);
     m_pDrv->WriteInt32_Log(ZCE_REG_RESET, ZCE_RESET_RELEASE);
     ClearAllInstTable();
     m_bReseted = true;
@@ -161,7 +182,7 @@ void CZceFpgaServ::ResetFpga() {
 }
 
 void CZceFpgaServ::ClearTable(const ZceTableRegs_t& regs, unsigned int addrStep) {
-    for (unsigned int addr = 0; addr <= ZCE_LAST_ENTRY_ADDR; addr += addrStep) {
+    for (unsigned int addr = 0; addr <= g_uiLastEntryAddr; addr += addrStep) {
         m_pDrv->WriteInt32(regs.writeData, 0);
         m_pDrv->WriteInt32(regs.writeAddr, addr);
     }
@@ -175,7 +196,7 @@ void CZceFpgaServ::ClearAllInstTable() {
 }
 
 void CZceFpgaServ::UnSubsAllInsts() {
-    for (unsigned int pass = 0; pass < ZCE_UNSUBS_PASSES; ++pass) {
+    for (unsigned int pass = 0; pass < g_uiUnsubsPasses; ++pass) {
         ClearTable(ZCE_REG_SGL_TABLE, ZCE_ENTRY_WORDS);
         ClearTable(ZCE_REG_CMB_TABLE, ZCE_ENTRY_WORDS);
     }
@@ -280,7 +301,7 @@ void CZceFpgaServ::SubsOneInstWithName(std::uint8_t type, std::string name, std:
     const unsigned int entry = index * ZCE_ENTRY_WORDS;
     // The present mask comes from the single-leg table for both types. Deliberate.
     const unsigned int mask =
-        ReadTableWord(ZCE_REG_SGL_TABLE, entry) | 1U << (m_uiChannel % ZCE_MASK_SHIFT_NUM);
+        ReadTableWord(ZCE_REG_SGL_TABLE, entry) | 1U << (m_uiChannel % g_uiMaskShiftNum);
     WriteTableWord(regs, entry, mask);
     std::array<unsigned int, ZCE_NAME_WORDS> words{};
     conToAscii(name.c_str(), words.data());

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <map>
 #include <mutex>
@@ -98,6 +99,10 @@ class CZceFpgaServ {
     static bool m_bReseted;
 
   private:
+    // The parse counters, read in the order of their registers.
+    using Counters_t = std::array<unsigned int, ZCE_REG_PARSE_COUNTERS.size()>;
+
+    Counters_t ReadCounters() const;
     unsigned int ReadReg(unsigned long addr) const;
     unsigned int ReadTableWord(const ZceTableRegs_t& regs, unsigned int addr) const;
     void WriteTableWord(const ZceTableRegs_t& regs, unsigned int addr, unsigned int value);

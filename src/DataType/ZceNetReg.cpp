@@ -3,50 +3,55 @@
 
 #include "DataType/ZceConfigFile.h"
 #include "DataType/ZceNumbers.h"
+#include "DataType/ZceRegMap.h"
 #include "DrvEnyx/IDrv.h"
 #include "log/elog.h"
 
 namespace Vela2_U50 {
 
+// One end of a feed: its keys and its registers.
+struct ZceNetGroup_t {
+    std::size_t feed;  // index in g_arrFeeds
+    const char* macKey;
+    const char* ipKey;
+    const char* portKey;
+    ZceNetAddrRegs_t regs;
+};
+
 namespace {
+
+// Items of a feed: MAC, IP and port of destination and source.
+constexpr unsigned int g_uiItemNum = 6;
 
 struct NetFeed_t {
     const char* name;
     unsigned long switchReg;
     const char* openText;
 };
-constexpr std::array<NetFeed_t, 2> netFeeds = {{
+constexpr std::array<NetFeed_t, 2> g_arrFeeds = {{
     {"L5", ZCE_REG_L5_NET_SWITCH, "0x300 write 1, L5 net version switch open!"},
     {"L1", ZCE_REG_L1_NET_SWITCH, "0x310 write 1, L1 net version switch open!"},
 }};
 
-// One end of a feed: its keys and its registers.
-struct NetGroup_t {
-    std::size_t feed;  // index in netFeeds
-    const char* macKey;
-    const char* ipKey;
-    const char* portKey;
-    ZceNetAddrRegs_t regs;
-};
-constexpr std::array<NetGroup_t, 4> netGroups = {{
+constexpr std::array<ZceNetGroup_t, 4> g_arrGroups = {{
     {0, "config:L5_DSTMAC", "config:L5_DSTIP", "config:L5_DSTPORT", ZCE_REG_L5_DST},
     {0, "config:L5_SRCMAC", "config:L5_SRCIP", "config:L5_SRCPORT", ZCE_REG_L5_SRC},
     {1, "config:L1_DSTMAC", "config:L1_DSTIP", "config:L1_DSTPORT", ZCE_REG_L1_DST},
     {1, "config:L1_SRCMAC", "config:L1_SRCIP", "config:L1_SRCPORT", ZCE_REG_L1_SRC},
 }};
 
-constexpr std::size_t macBytes = 6;
-constexpr std::size_t macUpperBytes = 2;
-constexpr std::size_t ipBytes = 4;
+constexpr std::size_t g_uiMacBytes = 6;
+constexpr std::size_t g_uiMacUpperBytes = 2;
+constexpr std::size_t g_uiIpBytes = 4;
 
 // Each number cut to its low 8 bits; what could not be read is 0. A malformed address is written
 // and counted like any other. Deliberate.
-template <std::size_t Count>
-std::array<unsigned char, Count> ParseBytes(const char* text, int base, char separator) {
-    std::array<long, Count> numbers{};
+template <std::size_t uiCount>
+std::array<unsigned char, uiCount> ParseBytes(const char* text, int base, char separator) {
+    std::array<long, uiCount> numbers{};
     ScanNumbers(text, base, separator, numbers.data(), numbers.size());
-    std::array<unsigned char, Count> bytes{};
-    for (std::size_t at = 0; at < Count; ++at) {
+    std::array<unsigned char, uiCount> bytes{};
+    for (std::size_t at = 0; at < uiCount; ++at) {
         bytes[at] = static_cast<unsigned char>(numbers[at]);
     }
     return bytes;
@@ -61,47 +66,48 @@ unsigned int Pack(const unsigned char* bytes, std::size_t count) {
     return value;
 }
 
-// An address key that may be absent; what is there is logged.
-const char* Announced(const char* key, const char* value) {
-    if (value != nullptr) {
-        LOG_INFO("%s=%s", key, value);
-    }
-    return value;
-}
-
 }  // namespace
 
+// One end of a feed; returns how many of its three items are there.
+unsigned int CZceConfigFile::CfgNetGroup(const ZceNetGroup_t& group) {
+    unsigned int items = 0;
+    if (const char* mac = GetString(group.macKey); mac != nullptr) {
+        LOG_INFO("%s=%s", group.macKey, mac);
+        const auto bytes = ParseBytes<g_uiMacBytes>(mac, 16, ':');
+        m_pDrv->WriteInt32(group.regs.macUpper, Pack(bytes.data(), g_uiMacUpperBytes));
+        m_pDrv->WriteInt32(group.regs.macLower, Pack(bytes.data() + g_uiMacUpperBytes,
+                                                     g_uiMacBytes - g_uiMacUpperBytes));
+        ++items;
+    }
+    if (const char* ip = GetString(group.ipKey); ip != nullptr) {
+        LOG_INFO("%s=%s", group.ipKey, ip);
+        m_pDrv->WriteInt32(group.regs.ip,
+                           Pack(ParseBytes<g_uiIpBytes>(ip, 10, '.').data(), g_uiIpBytes));
+        ++items;
+    }
+    if (const auto port = static_cast<unsigned int>(GetInt(group.portKey, 0)); port != 0) {
+        LOG_INFO("%s=%u", group.portKey, port);
+        m_pDrv->WriteInt32(group.regs.port, port);
+        ++items;
+    }
+    return items;
+}
+
 void CZceConfigFile::CfgNetReg() {
-    std::array<unsigned int, netFeeds.size()> items{};
-    for (const NetGroup_t& group : netGroups) {
-        if (const char* mac = Announced(group.macKey, GetString(group.macKey)); mac != nullptr) {
-            const auto bytes = ParseBytes<macBytes>(mac, 16, ':');
-            m_pDrv->WriteInt32(group.regs.macUpper, Pack(bytes.data(), macUpperBytes));
-            m_pDrv->WriteInt32(group.regs.macLower,
-                               Pack(bytes.data() + macUpperBytes, macBytes - macUpperBytes));
-            ++items[group.feed];
-        }
-        if (const char* ip = Announced(group.ipKey, GetString(group.ipKey)); ip != nullptr) {
-            m_pDrv->WriteInt32(group.regs.ip,
-                               Pack(ParseBytes<ipBytes>(ip, 10, '.').data(), ipBytes));
-            ++items[group.feed];
-        }
-        if (const auto port = static_cast<unsigned int>(GetInt(group.portKey, 0)); port != 0) {
-            LOG_INFO("%s=%u", group.portKey, port);
-            m_pDrv->WriteInt32(group.regs.port, port);
-            ++items[group.feed];
+    std::array<unsigned int, g_arrFeeds.size()> items{};
+    for (const ZceNetGroup_t& group : g_arrGroups) {
+        items[group.feed] += CfgNetGroup(group);
+    }
+    for (std::size_t at = 0; at < g_arrFeeds.size(); ++at) {
+        if (items[at] == g_uiItemNum) {
+            m_pDrv->WriteInt32(g_arrFeeds[at].switchReg, ZCE_NET_SWITCH_OPEN);
+            LOG_INFO("%s", g_arrFeeds[at].openText);
         }
     }
-    for (std::size_t at = 0; at < netFeeds.size(); ++at) {
-        if (items[at] == ZCE_NET_ITEM_NUM) {
-            m_pDrv->WriteInt32(netFeeds[at].switchReg, ZCE_NET_SWITCH_OPEN);
-            LOG_INFO("%s", netFeeds[at].openText);
-        }
-    }
-    for (std::size_t at = 0; at < netFeeds.size(); ++at) {
-        if (items[at] > 0 && items[at] < ZCE_NET_ITEM_NUM) {
+    for (std::size_t at = 0; at < g_arrFeeds.size(); ++at) {
+        if (items[at] > 0 && items[at] < g_uiItemNum) {
             LOG_INFO("Netfunction: %s config item count is %u. Maybe lack item! please check! ",
-                     netFeeds[at].name, items[at]);
+                     g_arrFeeds[at].name, items[at]);
         }
     }
 }

@@ -3,20 +3,9 @@
 #include <array>
 #include <cstdint>
 
-// The board as the configuration and the subscription see it: register numbers (as IDrv takes
-// them), table sizes, and the times that belong to them. Times of day are decimal numbers hhmmss,
-// dates yyyymmdd.
+// The board's registers: their numbers, as IDrv takes them, what is written to them, and the layout
+// of the instrument tables behind them. Times of day are decimal numbers hhmmss, dates yyyymmdd.
 namespace Vela2_U50 {
-
-// DMA channels of a board; channel 0 is the master, which alone sets the board up.
-constexpr unsigned int ZCE_CHANNEL_NUM = 16;
-constexpr unsigned int ZCE_MASTER_CHANNEL = 0;
-constexpr unsigned int ZCE_CHANNEL_UNKNOWN = 255;  // before the configuration has been read
-constexpr unsigned int ZCE_CHANNEL_FAIL = 0xFFFFFFFF;
-// Boards of a machine.
-constexpr unsigned int ZCE_BUS_NUM = 5;
-// A channel bit mask wraps its shift count at the width of a register, deliberately.
-constexpr unsigned int ZCE_MASK_SHIFT_NUM = 32;
 
 // Control registers.
 constexpr unsigned long ZCE_REG_RESET = 0x10;         // 1 asserts the board's reset, 0 releases
@@ -41,9 +30,6 @@ constexpr unsigned int ZCE_SWITCH_L1 = 0x2;
 // Parse statistics: two groups of four counters, which move while the board parses market data.
 constexpr std::array<unsigned long, 8> ZCE_REG_PARSE_COUNTERS = {0x200b, 0x200c, 0x200d, 0x200e,
                                                                  0x210b, 0x210c, 0x210d, 0x210e};
-constexpr unsigned int ZCE_COUNTER_CHECK_NUM = 2;
-constexpr unsigned int ZCE_COUNTER_CHECK_SECONDS = 1;
-constexpr unsigned int ZCE_RESET_SECONDS = 1;
 
 // Addresses of a feed's packets: a group of four registers from the MAC's upper two bytes on.
 struct ZceNetAddrRegs_t {
@@ -60,8 +46,6 @@ constexpr ZceNetAddrRegs_t ZCE_REG_L1_SRC = {0x315, 0x316, 0x317, 0x318};
 constexpr unsigned long ZCE_REG_L5_NET_SWITCH = 0x300;
 constexpr unsigned long ZCE_REG_L1_NET_SWITCH = 0x310;
 constexpr unsigned int ZCE_NET_SWITCH_OPEN = 1;
-// MAC, IP and port of destination and source.
-constexpr unsigned int ZCE_NET_ITEM_NUM = 6;
 
 // Registers of an instrument table. Writing `writeAddr` stores the value last written to
 // `writeData` into that table word; `readData` gives the word at the address in `readAddr`.
@@ -84,32 +68,5 @@ constexpr unsigned int ZCE_ENTRY_WORDS = 64;
 constexpr unsigned int ZCE_NAME_WORDS = 4;
 constexpr unsigned int ZCE_NAME_BYTES = 16;
 constexpr unsigned int ZCE_ENTRY_NAME_WORD = 1;
-// Entries whose names are read: the last one of the table, 4095, is not. Deliberate.
-constexpr unsigned int ZCE_FETCH_INDEX_NUM = 4095;
-// Address of word 0 of entry 4095: clearing and unsubscribing end there, inclusive.
-constexpr unsigned int ZCE_LAST_ENTRY_ADDR = 0x3FFC0;
-// The unsubscription of all entries is repeated, deliberately.
-constexpr unsigned int ZCE_UNSUBS_PASSES = 6;
-// Reads of one entry's name before it is given up: the board may be writing it.
-constexpr unsigned int ZCE_FETCH_ATTEMPTS = 8;
-// A name read twice in a row is accepted at this attempt (from 0); a later one is worth a line.
-constexpr unsigned int ZCE_FETCH_USUAL_ATTEMPT = 1;
-
-// The board's time is relied on when its hhmmss number and the host's differ by at most 1799
-// (the difference of the numbers, not seconds).
-constexpr unsigned int ZCE_TIME_DIFF_MAX = 1799;
-constexpr unsigned int ZCE_TIME_FAIL = 0xFFFFFFFF;
-
-// Recovery inside trading time.
-constexpr unsigned int ZCE_BIN_RESET_WAIT_SECONDS = 120;
-constexpr unsigned int ZCE_WAIT_STEP_SECONDS = 10;
-constexpr unsigned int ZCE_SECONDS_PER_MINUTE = 60;
-constexpr unsigned int ZCE_RESET_WAIT_MINUTES = 4;
-constexpr unsigned int ZCE_BREAK_WAIT_MINUTES = 20;
-// The host's time and the board's time that mean the morning break, bounds inclusive.
-constexpr unsigned int ZCE_MORNING_BEGIN = 90001;
-constexpr unsigned int ZCE_MORNING_END = 119999;
-constexpr unsigned int ZCE_BREAK_BEGIN = 101450;
-constexpr unsigned int ZCE_BREAK_END = 103000;
 
 }  // namespace Vela2_U50

@@ -12,8 +12,8 @@ namespace Vela2_U50 {
 
 namespace {
 
-constexpr const char* wordRecv = "recv";
-constexpr const char* itemSeparator = ",";
+constexpr const char* g_szRecv = "recv";
+constexpr const char* g_szItemSeparator = ",";
 
 bool IsDigit(char letter) {
     return std::isdigit(static_cast<unsigned char>(letter)) != 0;
@@ -44,7 +44,7 @@ std::string::size_type FindOptionLetter(const std::string& id) {
 // One item of a list, and the list's text for display.
 void AddItem(const char* item, std::vector<std::string>& list, std::string& joined) {
     if (!joined.empty()) {
-        joined += itemSeparator;
+        joined += g_szItemSeparator;
     }
     list.emplace_back(item);
     joined += item;
@@ -54,11 +54,11 @@ void AddItem(const char* item, std::vector<std::string>& list, std::string& join
 void TakeSwitch(const char* value, const char* key, unsigned int channel, std::string& kept,
                 std::uint8_t& flag) {
     kept = value;
-    const bool recv = kept == wordRecv;
+    const bool recv = kept == g_szRecv;
     if (recv) {
         flag = 1;
     }
-    LOG_INFO("[channel:%d] %s=%s", static_cast<int>(channel), key, recv ? wordRecv : "norecv");
+    LOG_INFO("[channel:%d] %s=%s", static_cast<int>(channel), key, recv ? g_szRecv : "norecv");
 }
 
 }  // namespace
@@ -116,8 +116,8 @@ void CZceConfigFile::ParseRawInsts(std::string raw, unsigned int channel) {
         return;
     }
     char* rest = nullptr;
-    for (const char* item = strtok_r(raw.data(), itemSeparator, &rest); item != nullptr;
-         item = strtok_r(nullptr, itemSeparator, &rest)) {
+    for (const char* item = strtok_r(raw.data(), g_szItemSeparator, &rest); item != nullptr;
+         item = strtok_r(nullptr, g_szItemSeparator, &rest)) {
         if (std::any_of(item, item + std::strlen(item), IsDigit)) {
             AddItem(item, rules->vecSubIds, rules->strSubIds);
         } else {

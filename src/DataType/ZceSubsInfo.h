@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "DataType/ZceRegMap.h"
+#include "DataType/ZceChannel.h"
 
 // What one channel wants to receive, and the predicates on instrument names that the reading of the
 // rules and the selection share. All functions are pure and may be called from any thread.

@@ -61,6 +61,17 @@ TEST_F(LibraryStream, ThereAreSixteenNamedStreamsInEachDirection) {
     enyx_hw_filter_destroy(filter);
 }
 
+TEST_F(LibraryStream, AMessageIsTakenThoughItsHandlerThrows) {
+    Open();
+    Send(1500, 7);
+    Send(64, 8);
+    const auto refuse = [](const unsigned char*, uint32_t, void*) { throw 17; };
+    EXPECT_THROW(enyx_hw_a2c_stream_poll_once(m_stream, refuse, nullptr), int);
+    const auto messages = Drain(m_stream);
+    ASSERT_EQ(messages.size(), 1U);
+    EXPECT_EQ(messages[0], std::vector<unsigned char>(64, 8));
+}
+
 TEST_F(LibraryStream, AnIdlePollGivesZeroAndAMessageIsHandedOutOnce) {
     Open();
     EXPECT_TRUE(Drain(m_stream).empty());

@@ -59,6 +59,16 @@ class Ring : public testing::Test {
     uint32_t m_generation = 0;
 };
 
+TEST_F(Ring, AMessageCountsAsTakenWhenItsHandlerThrows) {
+    Open();
+    ASSERT_TRUE(Put(100, 1));
+    ASSERT_TRUE(Put(200, 2));
+    EXPECT_THROW(m_consumer.PollOnce([](const unsigned char*, uint32_t) { throw 17; }), int);
+    EXPECT_EQ(Get(), std::vector<unsigned char>(200, 2));
+    EXPECT_TRUE(Get().empty());
+    EXPECT_EQ(Tail(), Head());
+}
+
 TEST_F(Ring, GivesMessagesInOrderAsTheyWerePut) {
     Open();
     EXPECT_TRUE(Get().empty());

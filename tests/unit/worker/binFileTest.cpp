@@ -65,16 +65,16 @@ TEST_F(BinFileWrite, ALineOf127BytesIsWritten) {
     EXPECT_EQ(FileText("bin"), "7," + name + "\n");
 }
 
-TEST_F(BinFileWrite, ALineOf128BytesIsLeftOutWithOneWarning) {
+TEST_F(BinFileWrite, ALongerLineIsCutAt127BytesItsLineEndIncluded) {
     bin.Normal_FileInit();
     const std::string name(125, 'A');
-    EXPECT_EQ(bin.Normal_WriteInstToBin(name, 7), -1);
+    EXPECT_EQ(bin.Normal_WriteInstToBin(name, 7), 0);
     EXPECT_EQ(bin.Normal_WriteInstToBin("SR209", 8), 0);
-    EXPECT_EQ(FileText("bin"), "8,SR209\n");
-    EXPECT_EQ(log.Lines(), (Lines_t{"WARN Instrument name too long for file bin, left out: "
-                                    "index:7,inst:" +
-                                        name,
+    EXPECT_EQ(FileText("bin"), "7," + name + "8,SR209\n");
+    EXPECT_EQ(log.Lines(), (Lines_t{"INFO Write to bin :index:7,inst:" + name + ",",
                                     "INFO Write to bin :index:8,inst:SR209,"}));
+    EXPECT_EQ(bin.Normal_WriteInstToBin(std::string(300, 'B'), 65535), 0);
+    EXPECT_EQ(FileText("bin"), "7," + name + "8,SR209\n65535," + std::string(121, 'B'));
 }
 
 TEST_F(BinFileWrite, EndIsTheWidenedAuctionTimeAndTheTagWithoutALineEnd) {
@@ -193,12 +193,13 @@ TEST_F(BinFileWrite, RewriteOntoAFullDiskIsOneWarning) {
                                    "device. No more is written to it."});
 }
 
-TEST_F(BinFileWrite, RewriteLeavesOutANameTooLongForALine) {
-    insts = {{std::string(126, 'A'), 1}, {"SR209", 7}};
+TEST_F(BinFileWrite, RewriteCutsALineAt127Bytes) {
+    const std::string name(126, 'A');
+    insts = {{name, 1}, {"SR209", 7}};
     EXPECT_EQ(bin.Intrade_WrInstFromFpga(), 0);
-    EXPECT_NE(FileText("bin").find("\n7,SR209\ncontract's"), std::string::npos);
-    EXPECT_EQ(FileText("bin").find("AAA"), std::string::npos);
-    EXPECT_EQ(log.LinesOf("WARN").size(), 1U);
+    EXPECT_NE(FileText("bin").find("\n1," + name.substr(1) + "7,SR209\ncontract's"),
+              std::string::npos);
+    EXPECT_EQ(log.Lines(), Lines_t{"INFO Write end tag to bin."});
 }
 
 TEST(BinFileLife, DestructionClosesTheFile) {

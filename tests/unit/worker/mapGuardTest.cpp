@@ -80,17 +80,42 @@ TEST_F(MapGuards, ALaterRecordBelowFiveBytesIsDropped) {
     EXPECT_EQ(log.Lines(), Lines_t{});
 }
 
-TEST_F(MapGuards, ARecordBeyondTheAreaIsDropped) {
+TEST_F(MapGuards, ARecordBeyondThePacketIsDropped) {
     Receive(MapPacket().Add("SR209", 7).AddOfLength(11, "AP301", 8).Packet());
     EXPECT_EQ(Insts(), justTheFirst);
-    EXPECT_EQ(log.Lines(), Lines_t{Warning(1, 28, "beyond the end", 11)});
+    EXPECT_EQ(log.Lines(), Lines_t{Warning(1, 28, "beyond the end of the packet", 11)});
 }
 
-TEST_F(MapGuards, ARecordBeyondTheAreaIsDroppedThoughThePacketGoesOn) {
-    const MapPacket packet = MapPacket().Add("SR209", 7).Add("AP301", 8);
-    Receive(packet.PacketOfLength(static_cast<unsigned int>(packet.AreaSize()) - 1));
+// The second record begins at byte 14 of the area and has 10 bytes: it counts as soon as it begins
+// before the last announced byte, wherever it ends in the packet.
+TEST_F(MapGuards, ARecordThatBeginsBeforeTheAnnouncedEndIsTakenThoughItReachesBeyondIt) {
+    const MapPacket packet = MapPacket().Add("SR209", 7).Add("AP301", 8).Add("CF301", 9);
+    for (const unsigned int area : {16U, 17U, 23U, 24U, 25U}) {
+        Insts().clear();
+        Receive(packet.PacketOfLength(area));
+        EXPECT_EQ(Insts(), (Insts_t{{"SR209", 7}, {"AP301", 8}})) << area;
+    }
+    for (const unsigned int area : {2U, 13U, 14U, 15U}) {
+        Insts().clear();
+        Receive(packet.PacketOfLength(area));
+        EXPECT_EQ(Insts(), justTheFirst) << area;
+    }
+    Insts().clear();
+    Receive(packet.PacketOfLength(26));
+    EXPECT_EQ(Insts(), (Insts_t{{"SR209", 7}, {"AP301", 8}, {"CF301", 9}}));
+    for (const unsigned int area : {0U, 1U}) {
+        Insts().clear();
+        Receive(packet.PacketOfLength(area));
+        EXPECT_TRUE(Insts().empty()) << area;
+    }
+    EXPECT_EQ(log.Lines(), Lines_t{});
+}
+
+TEST_F(MapGuards, ARecordThatReachesBeyondAreaAndPacketIsDropped) {
+    const Bytes_t whole = MapPacket().Add("SR209", 7).Add("AP301", 8).PacketOfLength(16);
+    Receive(Bytes_t(whole.begin(), whole.end() - 1));
     EXPECT_EQ(Insts(), justTheFirst);
-    EXPECT_EQ(log.Lines(), Lines_t{Warning(1, 28, "beyond the end", 10)});
+    EXPECT_EQ(log.Lines(), Lines_t{Warning(1, 28, "beyond the end of the packet", 10)});
 }
 
 TEST_F(MapGuards, APacketCutAtAnyByteKeepsItsWholeRecordsWithOneWarning) {
@@ -113,12 +138,15 @@ TEST_F(MapGuards, AnAreaLongerThanThePacketIsOneWarning) {
     const MapPacket packet = MapPacket().Add("SR209", 7);
     Receive(packet.PacketOfLength(65535));
     EXPECT_EQ(Insts(), justTheFirst);
-    EXPECT_EQ(log.Lines(), Lines_t{Warning(1, 28, "beyond the end", 0)});
+    EXPECT_EQ(log.Lines(), Lines_t{Warning(1, 28, "beyond the end of the packet", 0)});
     log.Clear();
-    // One byte more: no record is lost.
+    // One byte more: no record begins there.
     Receive(packet.PacketOfLength(static_cast<unsigned int>(packet.AreaSize()) + 1));
-    EXPECT_EQ(log.Lines(),
-              Lines_t{"WARN Instrument map packet of 28 bytes announces 15 bytes of records."});
+    EXPECT_EQ(log.Lines(), Lines_t{});
+    // Two bytes more, and one of them is there: not a record's length.
+    Receive(MapPacket(packet).AddRaw({0}).PacketOfLength(16));
+    EXPECT_EQ(Insts(), justTheFirst);
+    EXPECT_EQ(log.Lines(), Lines_t{Warning(1, 28, "beyond the end of the packet", 0)});
 }
 
 TEST_F(MapGuards, BytesBehindTheAreaAreNotRead) {
@@ -147,18 +175,6 @@ TEST_F(MapGuards, ANameOf64BytesAndMoreIsDropped) {
     Receive(MapPacket().Add(std::string(60000, 'A'), 8).Packet());
     EXPECT_EQ(log.Lines(), Lines_t{Warning(0, 14, "name too long", 60009)});
     EXPECT_TRUE(Insts().empty());
-}
-
-TEST_F(MapGuards, OneRecordByItselfIsGuardedToo) {
-    Bytes_t record = {0, 8, 0, 0, 0, 0, 0, 0, 7};
-    unsigned int length = 0;
-    chan->LoadtoMapFromEachMsg(record.data(), 0, length);
-    EXPECT_EQ(length, 8U);
-    EXPECT_TRUE(Insts().empty());
-    EXPECT_EQ(log.Lines(), Lines_t{Warning(0, 0, "length below its head's", 8)});
-    chan->LoadtoMapFromEachMsg(record.data(), 1, length);
-    EXPECT_EQ(length, 8U);
-    EXPECT_EQ(Insts().size(), 1U);
 }
 
 TEST_F(MapGuards, GarbageOfAnyLengthIsOneWarningAtMost) {

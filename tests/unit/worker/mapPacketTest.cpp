@@ -140,11 +140,23 @@ TEST_F(MapPackets, EachPacketLooksAtTheBoardsClocks) {
 TEST_F(MapPackets, TheWalkReturnsTheLastRecordsLengthOrTheAreas) {
     Learn();
     Bytes_t packet = MapPacket().Add("SR209", 7).Add("AP3", 8).Packet();
-    EXPECT_EQ(chan->LoadtoMapFromMac(packet.data()), 8U);
+    EXPECT_EQ(chan->LoadtoMapFromMac(packet.data(), 36), 8U);
     EXPECT_EQ(Insts().size(), 2U);
     packet = MapPacket().PacketOfLength(1);
     packet.push_back(0);
-    EXPECT_EQ(chan->LoadtoMapFromMac(packet.data()), 1U);
+    EXPECT_EQ(chan->LoadtoMapFromMac(packet.data(), 15), 1U);
+}
+
+TEST_F(MapPackets, OneRecordReportsItsLength) {
+    Learn();
+    const Bytes_t first = {0, 11, 0, 0, 0, 0, 0x77, 1, 2, 'S', 'R'};
+    const Bytes_t later = {0, 7, 0x77, 1, 3, 'A', 'P'};
+    unsigned int length = 0;
+    chan->LoadtoMapFromEachMsg(first.data(), 0, length);
+    EXPECT_EQ(length, 11U);
+    chan->LoadtoMapFromEachMsg(later.data(), 1, length);
+    EXPECT_EQ(length, 7U);
+    EXPECT_EQ(Insts(), (std::map<std::string, unsigned short>{{"SR", 258}, {"AP", 259}}));
 }
 
 TEST_F(MapPackets, Every8192ndRecordIsReportedWithTheEntriesBeforeIt) {
