@@ -41,10 +41,10 @@ std::string Bytes(const nlohmann::json& text) {
     return bytes;
 }
 
-std::vector<std::uint8_t> FromHex(const std::string& digits) {
+std::vector<std::uint8_t> FromHex(const std::string& text) {
     std::vector<std::uint8_t> bytes;
-    for (std::size_t at = 0; at + 1 < digits.size(); at += 2) {
-        bytes.push_back(static_cast<std::uint8_t>(std::stoul(digits.substr(at, 2), nullptr, 16)));
+    for (std::size_t at = 0; at + 1 < text.size(); at += 2) {
+        bytes.push_back(static_cast<std::uint8_t>(std::stoul(text.substr(at, 2), nullptr, 16)));
     }
     return bytes;
 }

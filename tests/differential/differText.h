@@ -11,7 +11,7 @@ namespace velatest {
 // A text of a case has one character for each byte.
 std::string Bytes(const nlohmann::json& text);
 // Hexadecimal digits of a case.
-std::vector<std::uint8_t> FromHex(const std::string& digits);
+std::vector<std::uint8_t> FromHex(const std::string& text);
 std::string ToHex(const std::string& bytes);
 // Everything but printable ASCII, and the backslash, as \xNN.
 std::string Escaped(const std::string& text);

@@ -23,6 +23,9 @@ KINDS = {
 
 Result = dict[str, Any]
 
+CONTEXT = 6
+"""Lines shown around a difference of logs."""
+
 
 class Library:
     """The library in a process of its own, one case at a time; started anew if a case ends it."""
@@ -116,16 +119,22 @@ def _print_contents(case: Case) -> None:
 
 
 def _print_lines(expected: list[str], actual: list[str]) -> None:
-    """Both logs, those lines that differ marked."""
-    for at in range(max(len(expected), len(actual))):
-        model = expected[at : at + 1]
-        library = actual[at : at + 1]
-        if lines_equal(model, library):
-            print("   both:   ", library[0])
-            continue
-        for who, lines in (("model:  ", model), ("library:", library)):
-            text = lines[0] if lines else "(nothing)"
-            print(" *", who, text.replace(ANY_LINE, "(any line)").replace(ANY_NUMBER, "(any number)"))
+    """Where the logs part, with the lines around."""
+    before = 0
+    while lines_equal(expected[before : before + 1], actual[before : before + 1]):
+        before += 1
+    after = 0
+    rest = min(len(expected), len(actual)) - before
+    while after < rest and lines_equal([expected[-1 - after]], [actual[-1 - after]]):
+        after += 1
+    for line in actual[max(0, before - CONTEXT) : before]:
+        print("   both:   ", line)
+    for line in expected[before : len(expected) - after]:
+        print(" * model:  ", line.replace(ANY_LINE, "(any line)").replace(ANY_NUMBER, "(any number)"))
+    for line in actual[before : len(actual) - after]:
+        print(" * library:", line)
+    for line in actual[len(actual) - after :][:CONTEXT]:
+        print("   both:   ", line)
 
 
 def compare(kind: str, library: Library, arguments: argparse.Namespace) -> int:
@@ -172,7 +181,10 @@ def main() -> int:
     status = library.close()
     seconds = time.monotonic() - started
     if different or status:
-        print(f"differential: FAILED, {different} of {cases} cases differ, seed {arguments.seed}, exit {status}")
+        print(
+            f"differential: FAILED, {different} of {cases} cases differ, "
+            f"seed {arguments.seed}, exit {status}"
+        )
         return 1
     print(f"differential: ok, {cases} cases ({', '.join(figures)}) in {seconds:.1f} s")
     return 0

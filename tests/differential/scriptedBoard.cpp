@@ -10,11 +10,6 @@ namespace velatest {
 
 namespace {
 
-constexpr std::array<unsigned long, 2> tableBases = {0x11000, 0x12000};
-constexpr unsigned long writeAddress = 0;  // the four registers of a table, from its base
-constexpr unsigned long writeData = 1;
-constexpr unsigned long readAddress = 2;
-constexpr unsigned long readData = 3;
 constexpr unsigned long mapTransferRegister = 0x12;
 
 std::string Hex(unsigned long number) {
@@ -46,8 +41,11 @@ void ScriptedBoard::Load(const nlohmann::json& script, bool listTables) {
     constexpr std::array<const char*, 2> keys = {"single", "combined"};
     for (std::size_t number = 0; number < m_tables.size(); ++number) {
         Table& table = m_tables[number];
-        table.base = tableBases[number];
-        std::fill(table.words.begin(), table.words.end(), 0);
+        table.base = number == 0 ? singleBase : combinedBase;
+        for (const unsigned long addr : table.written) {
+            table.words[addr] = 0;
+        }
+        table.written.clear();
         table.beyond.clear();
         table.scripts.clear();
         table.data = 0;
@@ -77,15 +75,6 @@ void ScriptedBoard::SetRegister(unsigned long addr, const nlohmann::json& values
     }
 }
 
-ScriptedBoard::Table* ScriptedBoard::TableOf(unsigned long addr) {
-    for (Table& table : m_tables) {
-        if (addr - table.base <= readData) {
-            return &table;
-        }
-    }
-    return nullptr;
-}
-
 std::optional<unsigned int> ScriptedBoard::Read(unsigned long addr) {
     Table* const table = TableOf(addr);
     if (table != nullptr) {
@@ -97,13 +86,12 @@ std::optional<unsigned int> ScriptedBoard::Read(unsigned long addr) {
     return reg.values.empty() ? 0 : reg.values[std::min(at, reg.values.size() - 1)];
 }
 
-void ScriptedBoard::Write(char kind, unsigned long addr, unsigned int value) {
-    Table* const table = TableOf(addr);
-    if (table != nullptr) {
-        WriteTable(*table, kind, addr - table->base, value);
-        return;
-    }
+void ScriptedBoard::ListWrite(char kind, unsigned long addr, unsigned int value) {
     m_access.push_back(Access(kind, addr) + " " + Hex(value));
+}
+
+void ScriptedBoard::WriteRegister(char kind, unsigned long addr, unsigned int value) {
+    ListWrite(kind, addr, value);
     m_registers[addr].values = {value};
     if (addr == mapTransferRegister) {
         m_mapTransfer = value;
@@ -123,42 +111,18 @@ unsigned int ScriptedBoard::ReadTable(Table& table) {
     return word == table.beyond.end() ? 0 : word->second;
 }
 
-void ScriptedBoard::WriteTable(Table& table, char kind, unsigned long reg, unsigned int value) {
-    ++(kind == 'V' ? table.checkedWrites : table.plainWrites)[reg];
-    if (m_listTables) {
-        m_access.push_back(Access(kind, table.base + reg) + " " + Hex(value));
-    }
-    switch (reg) {
-        case writeData:
-            table.data = value;
-            break;
-        case writeAddress:
-            Store(table, kind, value);
-            break;
-        case readAddress:
-            table.readAddr = value;
-            if (value % entryWords == nameWord) {
-                ShowName(table, value / entryWords);
-            }
-            break;
-        default:
-            break;
+void ScriptedBoard::SetReadAddress(Table& table, unsigned int addr) {
+    table.readAddr = addr;
+    if (addr % entryWords == nameWord) {
+        ShowName(table, addr / entryWords);
     }
 }
 
-void ScriptedBoard::Store(Table& table, char kind, unsigned long addr) {
-    const unsigned long word = addr % entryWords;
-    if (word == nameWord && !m_learnsAgain && !table.scripts.empty()) {
-        const auto script = table.scripts.find(addr / entryWords);
-        if (script != table.scripts.end()) {
-            script->second.gone = true;
-        }
-    }
-    const unsigned int value = kind == 'V' ? table.data & m_keptBits : table.data;
-    if (addr < table.words.size()) {
-        table.words[addr] = value;
-    } else {
-        table.beyond[addr] = value;
+// A cleared entry has no name to read any more.
+void ScriptedBoard::Forget(Table& table, unsigned long entry) {
+    const auto script = table.scripts.find(entry);
+    if (script != table.scripts.end()) {
+        script->second.gone = true;
     }
 }
 
@@ -176,6 +140,7 @@ void ScriptedBoard::ShowName(Table& table, unsigned long entry) {
             word = word << 8U | (at < name.size() ? static_cast<unsigned char>(name[at]) : 0U);
         }
         table.words[entry * entryWords + nameWord - part] = word;
+        table.written.push_back(entry * entryWords + nameWord - part);
     }
 }
 

@@ -26,7 +26,14 @@ class ScriptedBoard {
 
     std::optional<unsigned int> Read(unsigned long addr);
     // kind: 'W' plain, 'L' logged, 'V' with read-back.
-    void Write(char kind, unsigned long addr, unsigned int value);
+    void Write(char kind, unsigned long addr, unsigned int value) {
+        Table* const table = TableOf(addr);
+        if (table != nullptr) {
+            WriteTable(*table, kind, addr - table->base, value);
+        } else {
+            WriteRegister(kind, addr, value);
+        }
+    }
 
     // "access": the list; "tables": counts by kind and register; "masks": both tables' entries with
     // a channel mask.
@@ -40,6 +47,12 @@ class ScriptedBoard {
     static constexpr unsigned long entryWords = 64;
     static constexpr unsigned long entryNum = 4096;
     static constexpr unsigned long nameWord = 4;  // read first; the name's first characters
+    static constexpr unsigned long singleBase = 0x11000;
+    static constexpr unsigned long combinedBase = 0x12000;
+    static constexpr unsigned long writeAddress = 0;  // a table's four registers, from its base
+    static constexpr unsigned long writeData = 1;
+    static constexpr unsigned long readAddress = 2;
+    static constexpr unsigned long readData = 3;
 
     struct Script {
         std::vector<std::string> names;
@@ -55,6 +68,7 @@ class ScriptedBoard {
         std::vector<unsigned int> words = std::vector<unsigned int>(entryNum * entryWords, 0);
         std::map<unsigned long, unsigned int> beyond;  // words of entries past the last
         std::map<unsigned long, Script> scripts;       // by entry
+        std::vector<unsigned long> written;            // addresses of words that are not 0
         unsigned int data = 0;
         unsigned long readAddr = 0;
         std::array<unsigned long, 4> plainWrites{};  // by register of the four
@@ -62,10 +76,44 @@ class ScriptedBoard {
         unsigned long reads = 0;
     };
 
-    Table* TableOf(unsigned long addr);
+    // Null for a control register. A start writes a million words: this and what it leads to are
+    // kept short.
+    Table* TableOf(unsigned long addr) {
+        if (addr < singleBase) {
+            return nullptr;
+        }
+        return addr < combinedBase ? &m_tables[0] : &m_tables[1];
+    }
+    void WriteTable(Table& table, char kind, unsigned long reg, unsigned int value) {
+        ++(kind == 'V' ? table.checkedWrites : table.plainWrites).at(reg);
+        if (m_listTables) {
+            ListWrite(kind, table.base + reg, value);
+        }
+        if (reg == writeData) {
+            table.data = value;
+        } else if (reg == writeAddress) {
+            Store(table, kind, value);
+        } else {
+            SetReadAddress(table, value);
+        }
+    }
+    void Store(Table& table, char kind, unsigned long addr) {
+        const unsigned int value = kind == 'V' ? table.data & m_keptBits : table.data;
+        if (addr % entryWords == nameWord && !m_learnsAgain) {
+            Forget(table, addr / entryWords);
+        }
+        if (addr >= table.words.size()) {
+            table.beyond[addr] = value;
+        } else if (table.words[addr] != value) {
+            table.words[addr] = value;
+            table.written.push_back(addr);
+        }
+    }
+    void ListWrite(char kind, unsigned long addr, unsigned int value);
+    void WriteRegister(char kind, unsigned long addr, unsigned int value);
     unsigned int ReadTable(Table& table);
-    void WriteTable(Table& table, char kind, unsigned long reg, unsigned int value);
-    void Store(Table& table, char kind, unsigned long addr);
+    static void SetReadAddress(Table& table, unsigned int addr);
+    static void Forget(Table& table, unsigned long entry);
     static void ShowName(Table& table, unsigned long entry);
     void LoadNames(Table& table, const nlohmann::json& names);
 

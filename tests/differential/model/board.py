@@ -24,7 +24,10 @@ class Board:
             int(register, 16): list(values) for register, values in setup.get("registers", {}).items()
         }
         self.reads: Counter[int] = Counter()
-        self.names: list[NameScripts] = [_scripts(setup.get("single", [])), _scripts(setup.get("combined", []))]
+        self.names: list[NameScripts] = [
+            _scripts(setup.get("single", [])),
+            _scripts(setup.get("combined", [])),
+        ]
         self.learns_again: bool = setup.get("learns_again", False)
         self.kept_bits: int = setup.get("kept_bits", 0xFFFF)
         self.masks: list[dict[int, int]] = [{}, {}]

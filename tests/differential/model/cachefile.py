@@ -36,6 +36,11 @@ def unsigned_number(text: str) -> int:
     return -value % 2**64 if match.group(1) == "-" else value
 
 
+def lines(content: str) -> list[str]:
+    """The lines of any length, without their ends."""
+    return content.split("\n")
+
+
 def pieces(content: str) -> Iterator[str]:
     """The strings that reading by lines into a buffer of 256 bytes gives."""
     position = 0
@@ -92,7 +97,7 @@ class CacheFile:
         if self.storage.content is None:
             self.log.warn("Cannot open file:bin, errmsg:No such file or directory")
             return False
-        if not any(piece.startswith(END_TAG) for piece in pieces(self.storage.content)):
+        if not any(line.startswith(END_TAG) for line in lines(self.storage.content)):
             self.log.warn(f" {TIME_PREFIX} not found in the file. bin file  is not complete.")
             self.log.warn("Bin file is not complete.")
             return False
@@ -116,9 +121,9 @@ class CacheFile:
         self._put(f"{index},{name}\n"[:LINE_BYTES])
 
     def _creation_time(self) -> Optional[int]:
-        for piece in pieces(self.storage.content or ""):
-            if piece.startswith(TIME_PREFIX):
-                created = unsigned_number(piece[len(TIME_PREFIX) :])
+        for line in lines(self.storage.content or ""):
+            if line.startswith(TIME_PREFIX):
+                created = unsigned_number(line[len(TIME_PREFIX) :])
                 self.log.info(f"{TIME_PREFIX}{created}")
                 return created
         return None

@@ -137,11 +137,9 @@ class FpgaService:
     def fetch_all(self) -> None:
         """Enters every name that two successive reads of the board's tables agree on."""
         for table in (0, 1):
-            attempts = 0
-            for index in range(TABLE_ENTRIES):
-                script = self.board.names[table].get(index)
-                attempts += ATTEMPTS if script is None else self._fetch(index, script)
-            self.board.count_name_reads(table, attempts)
+            named = {i: script for i, script in sorted(self.board.names[table].items()) if i < TABLE_ENTRIES}
+            attempts = sum(self._fetch(index, script) for index, script in named.items())
+            self.board.count_name_reads(table, attempts + ATTEMPTS * (TABLE_ENTRIES - len(named)))
         self.log.info(f"New round, fetch from fpga, inst count:{len(self.instruments)}.")
 
     def _fetch(self, index: int, script: list[str]) -> int:
@@ -155,7 +153,8 @@ class FpgaService:
                 self.instruments[name] = index
                 if attempt != 1:
                     self.log.warn(
-                        f"current read fpga {attempt} time, and this is equal previous, current inst id:{name} "
+                        f"current read fpga {attempt} time, and this is equal previous, "
+                        f"current inst id:{name} "
                     )
                 return attempt + 1
             last = name

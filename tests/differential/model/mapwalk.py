@@ -111,7 +111,8 @@ class MapWalk:
     def _enter(self, name: str, index: int) -> None:
         self.parsed += 1
         if self.parsed % 8192 == 0:
-            self.log.info(f"Have parsed {self.parsed} instrument id already, instnum:{len(self.instruments)}.")
+            shown = self.parsed % 2**32
+            self.log.info(f"Have parsed {shown} instrument id already, instnum:{len(self.instruments)}.")
         if name not in self.instruments:
             self.cache.append(name, index)
         self.instruments[name] = index

@@ -84,7 +84,8 @@ class Start:
         self.log.info(f"Fiber linkstatus 0x103:0x{links:x}.")
         if not links & 1:
             self.log.error(
-                "The fiber 0 is not connected, status is incorrect! Please modify or contact technical support!"
+                "The fiber 0 is not connected, status is incorrect! "
+                "Please modify or contact technical support!"
             )
         if links != 15:
             self.log.warn("Warning! The fiber optic cable is not fully connected.")
