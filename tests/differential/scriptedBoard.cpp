@@ -46,6 +46,7 @@ void ScriptedBoard::Load(const nlohmann::json& script, bool listTables) {
             table.words[addr] = 0;
         }
         table.written.clear();
+        table.isBlank = true;
         table.beyond.clear();
         table.scripts.clear();
         table.data = 0;
@@ -111,6 +112,16 @@ unsigned int ScriptedBoard::ReadTable(Table& table) {
     return word == table.beyond.end() ? 0 : word->second;
 }
 
+void ScriptedBoard::StoreWord(Table& table, unsigned long addr, unsigned int value) {
+    table.isBlank = false;
+    if (addr >= table.words.size()) {
+        table.beyond[addr] = value;
+    } else if (table.words[addr] != value) {
+        table.words[addr] = value;
+        table.written.push_back(addr);
+    }
+}
+
 void ScriptedBoard::SetReadAddress(Table& table, unsigned int addr) {
     table.readAddr = addr;
     if (addr % entryWords == nameWord) {
@@ -140,6 +151,7 @@ void ScriptedBoard::ShowName(Table& table, unsigned long entry) {
             word = word << 8U | (at < name.size() ? static_cast<unsigned char>(name[at]) : 0U);
         }
         table.words[entry * entryWords + nameWord - part] = word;
+        table.isBlank = false;
         table.written.push_back(entry * entryWords + nameWord - part);
     }
 }

@@ -69,6 +69,7 @@ class ScriptedBoard {
         std::map<unsigned long, unsigned int> beyond;  // words of entries past the last
         std::map<unsigned long, Script> scripts;       // by entry
         std::vector<unsigned long> written;            // addresses of words that are not 0
+        bool isBlank = true;                           // every word is 0
         unsigned int data = 0;
         unsigned long readAddr = 0;
         std::array<unsigned long, 4> plainWrites{};  // by register of the four
@@ -102,13 +103,11 @@ class ScriptedBoard {
         if (addr % entryWords == nameWord && !m_learnsAgain) {
             Forget(table, addr / entryWords);
         }
-        if (addr >= table.words.size()) {
-            table.beyond[addr] = value;
-        } else if (table.words[addr] != value) {
-            table.words[addr] = value;
-            table.written.push_back(addr);
+        if (value != 0 || !table.isBlank) {
+            StoreWord(table, addr, value);
         }
     }
+    static void StoreWord(Table& table, unsigned long addr, unsigned int value);
     void ListWrite(char kind, unsigned long addr, unsigned int value);
     void WriteRegister(char kind, unsigned long addr, unsigned int value);
     unsigned int ReadTable(Table& table);

@@ -19,7 +19,8 @@ def _near_time(random: Random, moment: datetime) -> Optional[int]:
     if choice < 5:
         return max(0, now + random.choice([0, 1, 5, -1, 100, -100]))
     if choice < 7:
-        return max(0, now + random.choice([1, -1]) * random.choice([1798, 1799, 1800, 1801]) + random.randint(-3, 3))
+        apart = random.choice([1798, 1799, 1800, 1801]) + random.randint(-3, 3)
+        return max(0, now + random.choice([apart, -apart]))
     if choice < 11:
         return random.choice([*EDGE_TIMES, 101449, 101450, 102000, 103000, 103001, 0xFFFFFFFF])
     return None if chance(random, 0.3) else 0
@@ -56,8 +57,10 @@ def _table_names(random: Random, names: list[str]) -> list[list[Any]]:
         script = [first]
         if chance(random, 0.3):
             script = random.choice([
-                ["", first], [first[:2], first], [first, "", first], ["A", "B"] * 4, ["A", "B", "A", "B", "A", "B", first],
-                ["", "", "", "", "", "", first], [first, "A", first, first], ["A", "", "B", "", "B", first],
+                ["", first], [first[:2], first], [first, "", first], ["A", "B"] * 4,
+                ["A", "B", "A", "B", "A", "B", first],
+                ["", "", "", "", "", "", first], [first, "A", first, first],
+                ["A", "", "B", "", "B", first],
             ])  # fmt: skip
         entries[random.choice([0, 1, 4094, 4095, random.randrange(4096)])] = script
     return [[index, script] for index, script in entries.items()]
