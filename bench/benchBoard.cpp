@@ -7,9 +7,9 @@
 #include <cstdlib>
 #include <string>
 
-#include "Exchange.h"
 #include "benchMain.h"
 #include "benchMessage.h"
+#include "exchange/Exchange.h"
 
 namespace velabench {
 

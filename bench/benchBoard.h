@@ -2,10 +2,10 @@
 
 #include <cstdint>
 
-#include "BoardMemory.h"
 #include "DrvEnyx/enyxHw.h"
 #include "IVelaZceMdApi.h"
 #include "ZceBoardMsg.h"
+#include "memory/BoardMemory.h"
 
 // A board of the program's own, and the library on one of its channels.
 namespace velabench {
@@ -63,13 +63,6 @@ class CSink final : public IVelaZceMdSpi {
 
   private:
     void Take(const unsigned char* body) {
-#ifdef X1
-        uint64_t seq;
-        memcpy(&seq, body, 8);
-        m_ulLast = seq;
-        ++m_ulCount;
-        return;
-#endif
         ZceBoardL1_t l1;  // five levels begin as one level does
         ZceBoardReadL1(body, &l1);
         m_ulBack += l1.quote.ulSeq <= m_ulLast ? 1 : 0;

@@ -7,9 +7,9 @@
 #include <cstdint>
 #include <cstring>
 
-#include "ShmLayout.h"
 #include "ZceBoardMsg.h"
 #include "benchBoard.h"
+#include "memory/ShmLayout.h"
 
 // The board's messages of the two sizes, for the board and for what stands beside it.
 namespace velabench {

@@ -12,12 +12,12 @@
 #include <thread>
 #include <vector>
 
-#include "ChannelSender.h"
 #include "benchBoard.h"
 #include "benchMain.h"
 #include "benchMessage.h"
 #include "benchProcess.h"
 #include "benchSocket.h"
+#include "device/ChannelSender.h"
 
 namespace velabench {
 

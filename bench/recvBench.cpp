@@ -6,10 +6,10 @@
 
 #include <cstring>
 
-#include "Ring.h"
 #include "benchBoard.h"
 #include "benchMain.h"
 #include "benchProcess.h"
+#include "memory/Ring.h"
 
 namespace velabench {
 

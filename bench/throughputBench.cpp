@@ -11,12 +11,12 @@
 #include <memory>
 #include <thread>
 
-#include "ChannelSender.h"
 #include "benchBoard.h"
 #include "benchMain.h"
 #include "benchMessage.h"
 #include "benchProcess.h"
 #include "benchSocket.h"
+#include "device/ChannelSender.h"
 
 namespace velabench {
 

@@ -8,7 +8,7 @@ set(VELAZCE_BOARD_LIBDIR ${CMAKE_INSTALL_LIBDIR}/zce-board)
 
 install(TARGETS VelaZceMdApi EXPORT VelaZceMdApiTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(FILES include/IVelaZceMdApi.h include/VelaZceUtils.h include/VelaZceExport.h
-              board/include/ZceBoardMsg.h board/include/ZceCapture.h
+              board/include/ZceBoardMsg.h capture/ZceCapture.h
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(EXPORT VelaZceMdApiTargets NAMESPACE VelaZceMdApi:: DESTINATION ${VELAZCE_CMAKE_DIR})
 configure_package_config_file(cmake/VelaZceMdApiConfig.cmake.in
@@ -28,7 +28,7 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/velazcemdapi.pc
 
 # The recorder stands in front of either library.
 install(TARGETS zce-record LIBRARY DESTINATION ${VELAZCE_BOARD_LIBDIR})
-install(FILES board/wireshark/zce.lua DESTINATION ${CMAKE_INSTALL_DATADIR}/zce-board)
+install(FILES tools/wireshark/zce.lua DESTINATION ${CMAKE_INSTALL_DATADIR}/zce-board)
 if(NOT ENYX_HW_LIBRARY)
   # In the export set so that CMake finds it when an application is linked; its own place is not in
   # any search path.

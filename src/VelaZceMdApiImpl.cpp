@@ -12,7 +12,7 @@
 #include "DataType/ZceChannel.h"
 #include "DataType/ZceConfigFile.h"
 #include "DrvEnyx/IDrv.h"
-#include "DrvEnyx/drvEnyx.h"
+#include "DrvEnyx/drvFactory.h"
 #include "VelaZceKeep.h"
 #include "VelaZceUpdmaImpl.h"
 #include "log/CRwLogger.h"
@@ -28,12 +28,26 @@ constexpr const char* g_szLogName = "fpga";
 CRwLogger* g_pLogger = nullptr;
 std::mutex g_logInitMutex;
 
-// Guards CDrvEnyxReg::instance and the list of the API objects alive, both of which the release of
-// a driver goes through.
+// Guards the process's register driver, the API objects alive with the driver that each of them
+// has, and who uses a driver. Held for moments only: never while a driver or a worker is at work.
 std::mutex g_drvMutex;
 std::vector<CVelaZceMdApiImpl*>& LiveApis() {
     static auto* const pApis = new std::vector<CVelaZceMdApiImpl*>;
     return *pApis;
+}
+// One entry for each master's worker that uses the driver and for each start that is going on.
+std::vector<const IDrv*>& DrvUses() {
+    static auto* const pUses = new std::vector<const IDrv*>;
+    return *pUses;
+}
+
+// Under g_drvMutex.
+void TakeUseBack(const IDrv* drv) {
+    auto& uses = DrvUses();
+    const auto use = std::find(uses.begin(), uses.end(), drv);
+    if (use != uses.end()) {
+        uses.erase(use);
+    }
 }
 
 // A start that cannot go on ends the process, deliberately with status 0.
@@ -49,7 +63,11 @@ unsigned char CVelaZceMdApiImpl::m_ChanReady = 0;
 IVelaZceMdApi::~IVelaZceMdApi() = default;
 
 IVelaZceMdApi* IVelaZceMdApi::CreateVelaZceMdApi() {
-    return new CVelaZceMdApiImpl(CVelaZceMdApiImpl::TakeDriver());
+    // Among the living before it takes the driver: a release at this moment must not miss it.
+    auto* const pApi = new CVelaZceMdApiImpl(nullptr);
+    const std::lock_guard<std::mutex> lock(g_drvMutex);
+    pApi->m_pDrv = DrvEnyxProcessReg();
+    return pApi;
 }
 
 void IVelaZceMdApi::DestroyVelaZceMdApi(IVelaZceMdApi& api) {
@@ -67,39 +85,47 @@ CVelaZceMdApiImpl::~CVelaZceMdApiImpl() {
     std::erase(LiveApis(), this);
 }
 
-IDrv* CVelaZceMdApiImpl::TakeDriver() {
+const IDrv* CVelaZceMdApiImpl::BeginStart() {
     const std::lock_guard<std::mutex> lock(g_drvMutex);
-    if (CDrvEnyxReg::instance == nullptr) {
-        CDrvEnyxReg::instance = new CDrvEnyxReg;
+    if (m_pDrv == nullptr) {
+        m_pDrv = DrvEnyxProcessReg();
     }
-    return CDrvEnyxReg::instance;
+    DrvUses().push_back(m_pDrv);
+    return m_pDrv;
+}
+
+void CVelaZceMdApiImpl::EndStart(const IDrv* drv) {
+    const std::lock_guard<std::mutex> lock(g_drvMutex);
+    TakeUseBack(drv);
+}
+
+void CVelaZceMdApiImpl::HoldDriver(const IDrv* drv) {
+    const std::lock_guard<std::mutex> lock(g_drvMutex);
+    DrvUses().push_back(drv);
 }
 
 void CVelaZceMdApiImpl::ReleaseDriver(IDrv* drv) {
-    const std::lock_guard<std::mutex> lock(g_drvMutex);
-    const auto& apis = LiveApis();
-    const bool bStillUsed = std::any_of(apis.begin(), apis.end(), [drv](const auto* pApi) {
-        return pApi->m_pChan != nullptr && pApi->m_pChan->IsMasterOf(drv);
-    });
-    if (drv == nullptr || bStillUsed) {
-        return;
-    }
-    for (CVelaZceMdApiImpl* pApi : apis) {
-        if (pApi->m_pDrv == drv) {
-            pApi->m_pDrv = nullptr;
+    {
+        const std::lock_guard<std::mutex> lock(g_drvMutex);
+        TakeUseBack(drv);
+        const auto& uses = DrvUses();
+        if (std::find(uses.begin(), uses.end(), drv) != uses.end()) {
+            return;
         }
+        for (CVelaZceMdApiImpl* pApi : LiveApis()) {
+            if (pApi->m_pDrv == drv) {
+                pApi->m_pDrv = nullptr;
+            }
+        }
+        DrvEnyxForgetReg(drv);
     }
-    if (CDrvEnyxReg::instance == drv) {
-        CDrvEnyxReg::instance = nullptr;
-    }
+    // Nobody else can reach it any more.
     delete drv;
 }
 
 void CVelaZceMdApiImpl::DropWorker() {
-    // Out of the object first: a worker on its way out does not count as a user of the driver.
-    CZceDmaChanImpl* const pChan = m_pChan;
+    delete m_pChan;
     m_pChan = nullptr;
-    delete pChan;
 }
 
 int CVelaZceMdApiImpl::VelaRecvStart(IVelaZceMdSpi& spi, const char* cfgPath) {
@@ -123,9 +149,7 @@ int CVelaZceMdApiImpl::VelaStart(IVelaZceMdSpi& spi, const char* cfgPath) {
     m_pSpi = &spi;
     // A second start: the stream of the first must be free before it can be opened again.
     DropWorker();
-    if (m_pDrv == nullptr) {
-        m_pDrv = TakeDriver();
-    }
+    const IDrv* const pStartDrv = BeginStart();
     if (InitCfgInfo(cfgPath) != 0) {
         LOG_ERROR("Vela inner init fail.");
         EndProcess();
@@ -135,10 +159,12 @@ int CVelaZceMdApiImpl::VelaStart(IVelaZceMdSpi& spi, const char* cfgPath) {
     auto* const pChan = new CZceDmaChanImpl(m_pDrv, this, m_pCfg);
     if (pChan->Init(&parms) != 0 || pChan->Work(&parms) != 0) {
         LOG_ERROR("Create Tern service failed!");
+        EndStart(pStartDrv);  // a master's worker takes the driver along
         delete pChan;
         EndProcess();
     }
     m_pChan = pChan;
+    EndStart(pStartDrv);
     return 0;
 }
 

@@ -13,8 +13,8 @@ class CZceConfigFile;
 // so that a derived class may put its own start or poll in.
 class CVelaZceMdApiImpl : public IVelaZceMdApi, public CSignalProcess {
   public:
-    // drv: the register driver, shared by all API objects of the process; null: VelaStart takes the
-    // process's own.
+    // drv: the register driver, shared by all API objects of the process, and not to be released
+    // while this object is made; null: VelaStart takes the process's own.
     explicit CVelaZceMdApiImpl(IDrv* drv);
     ~CVelaZceMdApiImpl() override;
 
@@ -28,9 +28,11 @@ class CVelaZceMdApiImpl : public IVelaZceMdApi, public CSignalProcess {
     // The application's callback object; null before VelaStart. Read for every delivered message.
     IVelaZceMdSpi* GetSpi() const { return m_pSpi; }
 
-    // Called by a channel-0 worker on its way out: destroys `drv`, unless another started master
-    // still uses it. The factory and every API object that holds it forget it, so that the next
-    // start makes a new one.
+    // The worker of channel 0 uses `drv` from HoldDriver on until ReleaseDriver, which it calls on
+    // its way out: that destroys `drv`, unless another master still uses it or an object is being
+    // started on it. The factory and every API object that holds it forget it, so that the next
+    // start makes a new one. Any thread.
+    static void HoldDriver(const IDrv* drv);
     static void ReleaseDriver(IDrv* drv);
 
   protected:
@@ -42,15 +44,17 @@ class CVelaZceMdApiImpl : public IVelaZceMdApi, public CSignalProcess {
     static unsigned char m_ChanReady;  // reserved
 
     CZceDmaChanImpl* m_pChan = nullptr;           // owned; null until VelaStart has succeeded
-    IDrv* m_pDrv = nullptr;                       // not owned; null once it was released
+    IDrv* m_pDrv = nullptr;                       // not owned; a release by others makes it null
     Vela2_U50::CZceConfigFile* m_pCfg = nullptr;  // lives as long as the process
     IVelaZceMdSpi* m_pSpi = nullptr;              // the application's
 
   private:
     friend class IVelaZceMdApi;
 
-    // The register driver of the process, made if there is none.
-    static IDrv* TakeDriver();
+    // m_pDrv for the time of a start, the process's driver if it is null: nobody destroys it before
+    // EndStart.
+    const IDrv* BeginStart();
+    static void EndStart(const IDrv* drv);
     void DropWorker();
     [[gnu::cold, gnu::noinline]] static int RecvNotStarted();
 };

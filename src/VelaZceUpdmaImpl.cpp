@@ -15,6 +15,7 @@
 #include "DataType/ZceFpgaServ.h"
 #include "DataType/ZceRegMap.h"
 #include "DrvEnyx/IDrv.h"
+#include "DrvEnyx/drvFactory.h"
 #include "Utils/clockSeam.h"
 #include "VelaZceBinFile.h"
 #include "VelaZceKeep.h"
@@ -84,6 +85,7 @@ int CZceDmaChanImpl::Init(ZceDmaInitParms_t* /*params*/) {
         return -1;
     }
     m_uiChannel = m_pCfg->GetDmaChannel();
+    CVelaZceMdApiImpl::HoldDriver(m_pDrv);
 
     // The three services outlive the worker, deliberately.
     m_pFpgaServ = new CZceFpgaServ(m_mapInst, m_uiChannel);
@@ -187,7 +189,7 @@ int CZceDmaChanImpl::InitDma(ZceDmaInitParms_t* params) {
         return -1;
     }
     DrvDmaInitParms_t record{params->busId, params->chanName, 0, g_uiDmaReserved1, 0};
-    m_pDma = new CDrvDMAEnyx;
+    m_pDma = DrvEnyxMakeDma();
     if (m_pDma->Init(&record) != 0) {
         LOG_ERROR("Dma init busid:%d, chanName:%s fail!", static_cast<int>(params->busId),
                   params->chanName.c_str());

@@ -4,7 +4,6 @@
 #include <string>
 
 #include "DrvEnyx/IDrvDMA.h"
-#include "DrvEnyx/drvDMAEnyx.h"
 
 class CTernBinFile;
 class CVelaZceMdApiImpl;
@@ -51,16 +50,11 @@ class CZceDmaChanImpl final {
     // One receive step, after Work: hands what is waiting to DmaEntrance.
     // Returns 1 if a callback was made since the last call, else 0.
     unsigned int PollOnce() {
-        // InitDma makes no other class: no virtual call, so that the poll is inlined here.
-        static_cast<CDrvDMAEnyx*>(m_pDma)->RecvOnce(
-            reinterpret_cast<void*>(&CZceDmaChanImpl::DmaEntrance), this);
+        m_pDma->RecvOnce(reinterpret_cast<void*>(&CZceDmaChanImpl::DmaEntrance), this);
         const unsigned int bGotData = m_bGotData;
         m_bGotData = 0;
         return bGotData;
     }
-
-    // Whether this is the worker of channel 0 and `drv` is its register driver.
-    bool IsMasterOf(const IDrv* drv) const { return m_uiChannel == 0 && m_pDrv == drv; }
 
     // Receives until *pbRun is false. `cb` and `user` are kept for reference; messages go to
     // DmaEntrance all the same. Returns 0, or -1 for a null cb or pbRun or before Work.

@@ -1,4 +1,4 @@
-#include "ControlCommands.h"
+#include "ctl/ControlCommands.h"
 
 #include <fmt/format.h>
 
@@ -9,10 +9,10 @@
 #include <optional>
 #include <string_view>
 
-#include "Control.h"
-#include "CtlBoard.h"
-#include "CtlError.h"
-#include "Values.h"
+#include "ctl/CtlBoard.h"
+#include "ctl/CtlError.h"
+#include "memory/Control.h"
+#include "memory/Values.h"
 
 namespace ZceBoard {
 

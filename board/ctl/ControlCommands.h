@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "BoardMemory.h"
+#include "memory/BoardMemory.h"
 
 // What a board's clock and traffic can be asked for. When a function returns it is done, and the
 // board has told how it stands now. Each throws CCtlError if the board refuses, does not answer or

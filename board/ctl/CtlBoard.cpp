@@ -1,13 +1,13 @@
-#include "CtlBoard.h"
+#include "ctl/CtlBoard.h"
 
 #include <fmt/format.h>
 
 #include <cerrno>
 #include <cstring>
 
-#include "BoardFile.h"
-#include "Control.h"
-#include "CtlError.h"
+#include "ctl/CtlError.h"
+#include "memory/BoardFile.h"
+#include "memory/Control.h"
 
 namespace ZceBoard {
 

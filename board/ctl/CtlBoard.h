@@ -3,9 +3,12 @@
 #include <cstdint>
 #include <string>
 
-#include "BoardMemory.h"
+#include "memory/BoardMemory.h"
+#include "memory/RegisterMap.h"
 
 namespace ZceBoard {
+
+constexpr uint32_t LAST_BUS = MAX_BUSES - 1;
 
 // Maps the living board of a bus, one that has gone through a pass at least. 0 or an errno (ENODEV:
 // there is none) with its words in `reason`.

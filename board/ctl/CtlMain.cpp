@@ -1,4 +1,4 @@
-#include "CtlMain.h"
+#include "ctl/CtlMain.h"
 
 #include <fmt/format.h>
 
@@ -10,16 +10,16 @@
 #include <sstream>
 #include <vector>
 
-#include "BoardMemory.h"
-#include "ControlCommands.h"
-#include "CtlBoard.h"
-#include "CtlError.h"
-#include "FaultCommands.h"
-#include "RegisterMap.h"
-#include "RegisterReport.h"
-#include "Snapshot.h"
-#include "StatusReport.h"
-#include "TableReport.h"
+#include "ctl/ControlCommands.h"
+#include "ctl/CtlBoard.h"
+#include "ctl/CtlError.h"
+#include "ctl/FaultCommands.h"
+#include "ctl/RegisterReport.h"
+#include "ctl/Snapshot.h"
+#include "ctl/StatusReport.h"
+#include "ctl/TableReport.h"
+#include "memory/BoardMemory.h"
+#include "memory/RegisterMap.h"
 
 namespace ZceBoard {
 
@@ -115,7 +115,7 @@ class CCtl {
         m_app.require_subcommand(1);
         m_app.fallthrough();
         m_app.add_option("--bus", m_options.bus, "Bus index of the board")
-            ->check(CLI::Range(0U, MAX_BUSES - 1))
+            ->check(CLI::Range(0U, LAST_BUS))
             ->capture_default_str();
         m_app.add_flag("--json", m_options.bJson, "For programs: one JSON object");
         DescribeLooks();

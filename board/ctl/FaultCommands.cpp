@@ -1,4 +1,4 @@
-#include "FaultCommands.h"
+#include "ctl/FaultCommands.h"
 
 #include <fmt/format.h>
 
@@ -6,11 +6,11 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 
-#include "Control.h"
-#include "CtlBoard.h"
-#include "CtlError.h"
-#include "FaultText.h"
-#include "TextTable.h"
+#include "ctl/CtlBoard.h"
+#include "ctl/CtlError.h"
+#include "ctl/TextTable.h"
+#include "memory/Control.h"
+#include "memory/FaultText.h"
 
 namespace ZceBoard {
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "BoardMemory.h"
+#include "memory/BoardMemory.h"
 
 namespace ZceBoard {
 

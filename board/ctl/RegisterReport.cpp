@@ -1,4 +1,4 @@
-#include "RegisterReport.h"
+#include "ctl/RegisterReport.h"
 
 #include <fmt/format.h>
 
@@ -8,9 +8,9 @@
 #include <optional>
 #include <string_view>
 
-#include "CtlError.h"
-#include "RegisterFile.h"
-#include "TextTable.h"
+#include "ctl/CtlError.h"
+#include "ctl/TextTable.h"
+#include "memory/RegisterFile.h"
 
 namespace ZceBoard {
 

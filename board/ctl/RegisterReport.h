@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "ShmLayout.h"
+#include "memory/ShmLayout.h"
 
 namespace ZceBoard {
 

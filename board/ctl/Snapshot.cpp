@@ -1,14 +1,13 @@
-#include "Snapshot.h"
+#include "ctl/Snapshot.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
 
-#include "BoardClock.h"
-#include "Control.h"
-#include "Faults.h"
-#include "RegisterFile.h"
-#include "SessionTable.h"
+#include "memory/Control.h"
+#include "memory/Faults.h"
+#include "memory/Phase.h"
+#include "memory/RegisterFile.h"
 
 namespace ZceBoard {
 

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-#include "ShmLayout.h"
+#include "memory/ShmLayout.h"
 
 namespace ZceBoard {
 

@@ -1,10 +1,10 @@
-#include "StatusReport.h"
+#include "ctl/StatusReport.h"
 
 #include <fmt/format.h>
 
 #include <nlohmann/json.hpp>
 
-#include "TextTable.h"
+#include "ctl/TextTable.h"
 
 namespace ZceBoard {
 

@@ -3,7 +3,7 @@
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 
-#include "Snapshot.h"
+#include "ctl/Snapshot.h"
 
 // How the board stands, and what it has counted: for people, and for programs. The keys of the
 // latter are described in docs/software-board.md and stay.

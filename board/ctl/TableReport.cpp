@@ -1,4 +1,4 @@
-#include "TableReport.h"
+#include "ctl/TableReport.h"
 
 #include <fmt/format.h>
 
@@ -6,9 +6,9 @@
 #include <nlohmann/json.hpp>
 #include <vector>
 
-#include "RegisterFile.h"
-#include "Snapshot.h"
-#include "TextTable.h"
+#include "ctl/Snapshot.h"
+#include "ctl/TextTable.h"
+#include "memory/RegisterFile.h"
 
 namespace ZceBoard {
 

@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "ShmLayout.h"
+#include "memory/ShmLayout.h"
 
 namespace ZceBoard {
 

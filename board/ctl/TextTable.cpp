@@ -1,4 +1,4 @@
-#include "TextTable.h"
+#include "ctl/TextTable.h"
 
 #include <algorithm>
 #include <utility>

@@ -1,6 +1,7 @@
 #pragma once
 
-#include "DrvEnyx/enyxHw.h"
+struct enyx_hw_accelerator;
+struct enyx_hw_core;
 
 // Finds the objects of the boards in the vendor's library and keeps them for the process: for each
 // bus index the accelerator, its register space, the tree of cores in it and the tree's root.

@@ -8,6 +8,8 @@
 #include <iterator>
 
 #include "DrvEnyx/drvCore.h"
+#include "DrvEnyx/enyxHw.h"
+#include "DrvEnyx/enyxOwned.h"
 #include "Utils/clockSeam.h"
 #include "log/elog.h"
 
@@ -15,32 +17,68 @@ std::atomic<enyx_hw_accelerator*> CDrvDMAEnyx::m_lpAcc{nullptr};
 
 namespace {
 
-constexpr char channelMark[] = "CHAN";
-constexpr std::uint32_t streamFlags = 0;
-constexpr int onePacket = 1;
+constexpr char g_szChannelMark[] = "CHAN";
+constexpr std::uint32_t g_uiStreamFlags = 0;
+constexpr int g_iOnePacket = 1;
 
 // A send that the board was too busy for; it may be repeated until the clock's seconds have gone on
 // by more than the limit.
-constexpr int sendTryAgain = 11;
-constexpr std::int64_t sendLimitSeconds = 2;
+constexpr int g_iSendTryAgain = 11;
+constexpr std::int64_t g_iSendLimitSeconds = 2;
 
 std::int64_t RealtimeSeconds() {
     constexpr std::uint64_t nsPerSecond = 1'000'000'000;
     return static_cast<std::int64_t>(VORBA2::Clock::RealtimeNs() / nsPerSecond);
 }
 
-struct A2cCounter {
+struct A2cCounter_t {
     int (*get)(enyx_hw_a2c_stream*, std::uint32_t*);
     const char* failure;
 };
 
 // The errors counter bears the text of the FIFO counter. Deliberate.
-constexpr A2cCounter a2cCounters[] = {
+constexpr A2cCounter_t g_arrA2cCounters[] = {
     {enyx_hw_a2c_stream_stats_get_backpressure, "get a2c stream backpress num fail."},
     {enyx_hw_a2c_stream_stats_get_packet_count, "get a2c stream packet count fail."},
     {enyx_hw_a2c_stream_stats_get_fifo_errors, "get a2c stream fifo count fail."},
     {enyx_hw_a2c_stream_stats_get_errors, "get a2c stream fifo count fail."},
 };
+
+// The stream called `name`, open; null after a failure, which has been logged. `found` is the
+// caller's, so that a failed enumeration's list goes back after the filter.
+enyx_hw_a2c_stream* OpenA2cStream(enyx_hw_accelerator* accelerator, const CEnyxFilter& filter,
+                                  CEnyxA2cDescriptor& found, const char* name) {
+    if (enyx_hw_accelerator_enumerate_a2c_streams(accelerator, filter.Get(), found.List(),
+                                                  CEnyxA2cDescriptor::capacity) != 1) {
+        LOG_ERROR("Could not find a2c stream. dmaName:%s, err:%s", name, std::strerror(errno));
+        return nullptr;
+    }
+    enyx_hw_a2c_stream* stream = enyx_hw_a2c_stream_create(found.Get(), g_uiStreamFlags);
+    const int reason = errno;
+    found.GiveBack();
+    if (stream == nullptr) {
+        LOG_ERROR("Could not create a2c stream.dmaName:%s,  err:%s", name, std::strerror(reason));
+        LOG_ERROR("Note !! A software program can only have one instance running at a time!");
+    }
+    return stream;
+}
+
+// As OpenA2cStream.
+enyx_hw_c2a_stream* OpenC2aStream(enyx_hw_accelerator* accelerator, const CEnyxFilter& filter,
+                                  CEnyxC2aDescriptor& found, const char* name) {
+    if (enyx_hw_accelerator_enumerate_c2a_streams(accelerator, filter.Get(), found.List(),
+                                                  CEnyxC2aDescriptor::capacity) != 1) {
+        LOG_ERROR("Could not find c2a stream. dmaName:%s, err:%s", name, std::strerror(errno));
+        return nullptr;
+    }
+    enyx_hw_c2a_stream* stream = enyx_hw_c2a_stream_create(found.Get(), g_uiStreamFlags);
+    const int reason = errno;
+    found.GiveBack();
+    if (stream == nullptr) {
+        LOG_ERROR("Could not create c2a stream. dmaName:%s, err:%s", name, std::strerror(reason));
+    }
+    return stream;
+}
 
 }  // namespace
 
@@ -58,10 +96,10 @@ CDrvDMAEnyx::~CDrvDMAEnyx() {
 }
 
 void CDrvDMAEnyx::ReportCounters() const {
-    std::uint32_t values[std::size(a2cCounters)] = {};
-    for (std::size_t i = 0; i < std::size(a2cCounters); ++i) {
-        if (a2cCounters[i].get(m_pA2cStream, &values[i]) != 0) {
-            LOG_INFO("%s", a2cCounters[i].failure);
+    std::uint32_t values[std::size(g_arrA2cCounters)] = {};
+    for (std::size_t i = 0; i < std::size(g_arrA2cCounters); ++i) {
+        if (g_arrA2cCounters[i].get(m_pA2cStream, &values[i]) != 0) {
+            LOG_INFO("%s", g_arrA2cCounters[i].failure);
         }
     }
     const auto [backPressure, packets, fifoErrors, errors] = values;
@@ -84,13 +122,13 @@ int CDrvDMAEnyx::Init(void* param) {
     m_uiReserved1 = parms.uiReserved1;
     m_uiReserved2 = parms.uiReserved2;
 
-    const std::string::size_type mark = m_strDmaName.find(channelMark);
+    const std::string::size_type mark = m_strDmaName.find(g_szChannelMark);
     if (mark == std::string::npos) {
         // At INFO level, unlike every other failure. Deliberate.
         LOG_INFO("Extract dma channel fail.");
         return -1;
     }
-    const char* digits = m_strDmaName.c_str() + mark + std::strlen(channelMark);
+    const char* digits = m_strDmaName.c_str() + mark + std::strlen(g_szChannelMark);
     m_iChannel = static_cast<int>(std::strtol(digits, nullptr, 10));
 
     if (InitDma(m_strDmaName) != 0) {
@@ -108,16 +146,7 @@ int CDrvDMAEnyx::InitDma(std::string& name) {
         LOG_ERROR("Init Accelerator error!");
         return -1;
     }
-    enyx_hw_filter* filter = enyx_hw_filter_create();
-    if (filter == nullptr) {
-        LOG_ERROR("Could not create dma filter. err:%s", std::strerror(errno));
-        return -1;
-    }
-    StreamDescriptors held;
-    const bool opened = OpenStreams(accelerator, filter, held);
-    enyx_hw_filter_destroy(filter);
-    if (!opened) {
-        held.Free();
+    if (!OpenStreams(accelerator)) {
         return -1;
     }
     if (enyx_hw_a2c_stream_get_mtu(m_pA2cStream, &m_uiA2cMtu) != 0 ||
@@ -131,66 +160,31 @@ int CDrvDMAEnyx::InitDma(std::string& name) {
     return 0;
 }
 
-bool CDrvDMAEnyx::OpenStreams(enyx_hw_accelerator* accelerator, enyx_hw_filter* filter,
-                              StreamDescriptors& held) {
-    if (enyx_hw_filter_set_name(filter, m_strStreamName.c_str()) != 0) {
+bool CDrvDMAEnyx::OpenStreams(enyx_hw_accelerator* accelerator) {
+    // Given back after the filter, if a failure leaves one held.
+    CEnyxA2cDescriptor a2c;
+    CEnyxC2aDescriptor c2a;
+    const CEnyxFilter filter;
+    if (!filter) {
+        LOG_ERROR("Could not create dma filter. err:%s", std::strerror(errno));
+        return false;
+    }
+    if (enyx_hw_filter_set_name(filter.Get(), m_strStreamName.c_str()) != 0) {
         LOG_ERROR("Could not set dma filter name: %s. err:%s", m_strStreamName.c_str(),
                   std::strerror(errno));
         return false;
     }
-    return OpenA2cStream(accelerator, filter, held) && OpenC2aStream(accelerator, filter, held);
-}
-
-bool CDrvDMAEnyx::OpenA2cStream(enyx_hw_accelerator* accelerator, const enyx_hw_filter* filter,
-                                StreamDescriptors& held) {
-    if (enyx_hw_accelerator_enumerate_a2c_streams(accelerator, filter, &held.a2c, 1) != 1) {
-        LOG_ERROR("Could not find a2c stream. dmaName:%s, err:%s", m_strStreamName.c_str(),
-                  std::strerror(errno));
+    // A stream of an earlier Init is replaced by a new one only.
+    if (auto* const stream = OpenA2cStream(accelerator, filter, a2c, m_strStreamName.c_str())) {
+        m_pA2cStream = stream;
+    } else {
         return false;
     }
-    enyx_hw_a2c_stream* stream = enyx_hw_a2c_stream_create(held.a2c, streamFlags);
-    const int reason = errno;
-    enyx_hw_free_a2c_stream_descriptors(&held.a2c, 1);
-    held.a2c = nullptr;
-    if (stream == nullptr) {
-        LOG_ERROR("Could not create a2c stream.dmaName:%s,  err:%s", m_strStreamName.c_str(),
-                  std::strerror(reason));
-        LOG_ERROR("Note !! A software program can only have one instance running at a time!");
-        return false;
+    if (auto* const stream = OpenC2aStream(accelerator, filter, c2a, m_strStreamName.c_str())) {
+        m_pC2aStream = stream;
+        return true;
     }
-    m_pA2cStream = stream;
-    return true;
-}
-
-bool CDrvDMAEnyx::OpenC2aStream(enyx_hw_accelerator* accelerator, const enyx_hw_filter* filter,
-                                StreamDescriptors& held) {
-    if (enyx_hw_accelerator_enumerate_c2a_streams(accelerator, filter, &held.c2a, 1) != 1) {
-        LOG_ERROR("Could not find c2a stream. dmaName:%s, err:%s", m_strStreamName.c_str(),
-                  std::strerror(errno));
-        return false;
-    }
-    enyx_hw_c2a_stream* stream = enyx_hw_c2a_stream_create(held.c2a, streamFlags);
-    const int reason = errno;
-    enyx_hw_free_c2a_stream_descriptors(&held.c2a, 1);
-    held.c2a = nullptr;
-    if (stream == nullptr) {
-        LOG_ERROR("Could not create c2a stream. dmaName:%s, err:%s", m_strStreamName.c_str(),
-                  std::strerror(reason));
-        return false;
-    }
-    m_pC2aStream = stream;
-    return true;
-}
-
-void CDrvDMAEnyx::StreamDescriptors::Free() {
-    if (a2c != nullptr) {
-        enyx_hw_free_a2c_stream_descriptors(&a2c, 1);
-        a2c = nullptr;
-    }
-    if (c2a != nullptr) {
-        enyx_hw_free_c2a_stream_descriptors(&c2a, 1);
-        c2a = nullptr;
-    }
+    return false;
 }
 
 int CDrvDMAEnyx::Send(void* packet, unsigned int size) {
@@ -198,13 +192,13 @@ int CDrvDMAEnyx::Send(void* packet, unsigned int size) {
     int reason = errno;
     std::int64_t start = RealtimeSeconds();
     bool late = false;
-    while (result == sendTryAgain && !late) {
+    while (result == g_iSendTryAgain && !late) {
         result = enyx_hw_c2a_stream_send(m_pC2aStream, packet, size);
         reason = errno;
         const std::int64_t now = RealtimeSeconds();
         // Judged whatever this last try returned. Deliberate: a packet that the board took only
         // now counts as failed.
-        late = now - start > sendLimitSeconds;
+        late = now - start > g_iSendLimitSeconds;
         if (now < start) {
             start = now;  // the clock was set back: the wait must still end
         }
@@ -216,8 +210,16 @@ int CDrvDMAEnyx::Send(void* packet, unsigned int size) {
     return 0;
 }
 
+int CDrvDMAEnyx::RecvOnce(void* handler, void* context) {
+    if (handler == nullptr) [[unlikely]] {
+        return RejectNullHandler();
+    }
+    return enyx_hw_a2c_stream_poll_once(m_pA2cStream,
+                                        reinterpret_cast<enyx_hw_a2c_handler>(handler), context);
+}
+
 int CDrvDMAEnyx::RecvOnceCb() {
-    return RecvOnce(m_pHandler, m_pContext) == onePacket ? 0 : -1;
+    return RecvOnce(m_pHandler, m_pContext) == g_iOnePacket ? 0 : -1;
 }
 
 void CDrvDMAEnyx::RegisterHandler(void* handler, void* context) {

@@ -4,7 +4,11 @@
 #include <string>
 
 #include "DrvEnyx/IDrvDMA.h"
-#include "DrvEnyx/enyxHw.h"
+
+// The vendor's handles; only the drivers themselves see more of its interface.
+struct enyx_hw_accelerator;
+struct enyx_hw_a2c_stream;
+struct enyx_hw_c2a_stream;
 
 // One channel's pair of DMA streams over the vendor's library: accelerator to CPU ("a2c", the
 // board's messages) and CPU to accelerator ("c2a", the host's requests). One thread drives an
@@ -28,15 +32,8 @@ class CDrvDMAEnyx final : public IDrvDMA {
     // Busy while it waits: it does not sleep.
     int Send(void* packet, unsigned int size) override;
 
-    // The hot path: nothing but the vendor's poll. Inline, so that a caller that knows the class
-    // pays for no more than that call, and a constant handler takes the check away.
-    int RecvOnce(void* handler, void* context) override {
-        if (handler == nullptr) [[unlikely]] {
-            return RejectNullHandler();
-        }
-        return enyx_hw_a2c_stream_poll_once(
-            m_pA2cStream, reinterpret_cast<enyx_hw_a2c_handler>(handler), context);
-    }
+    // The hot path: nothing but the vendor's poll.
+    int RecvOnce(void* handler, void* context) override;
     int RecvOnceCb() override;
     void RegisterHandler(void* handler, void* context) override;
     int PollData() override;
@@ -46,23 +43,10 @@ class CDrvDMAEnyx final : public IDrvDMA {
     static std::atomic<enyx_hw_accelerator*> m_lpAcc;
 
   private:
-    // Descriptor lists that an enumeration has filled and nobody has given back yet.
-    struct StreamDescriptors {
-        enyx_hw_a2c_stream_descriptor* a2c = nullptr;
-        enyx_hw_c2a_stream_descriptor* c2a = nullptr;
-
-        void Free();
-    };
-
     // Warns, once for each object: pollers loop. Nothing is polled, so no packet is lost. -1.
     [[gnu::cold, gnu::noinline]] int RejectNullHandler();
 
-    bool OpenStreams(enyx_hw_accelerator* accelerator, enyx_hw_filter* filter,
-                     StreamDescriptors& held);
-    bool OpenA2cStream(enyx_hw_accelerator* accelerator, const enyx_hw_filter* filter,
-                       StreamDescriptors& held);
-    bool OpenC2aStream(enyx_hw_accelerator* accelerator, const enyx_hw_filter* filter,
-                       StreamDescriptors& held);
+    bool OpenStreams(enyx_hw_accelerator* accelerator);
     void ReportCounters() const;
 
     unsigned short m_usBusId = 0;

@@ -8,33 +8,23 @@
 #include <mutex>
 
 #include "DrvEnyx/drvCore.h"
+#include "DrvEnyx/enyxHw.h"
+#include "DrvEnyx/enyxOwned.h"
 #include "log/elog.h"
 
 CDrvEnyxReg* CDrvEnyxReg::instance = nullptr;
 
 namespace {
 
-constexpr unsigned long bytesPerRegister = 4;
-constexpr unsigned long bytesPerWord = 8;
-constexpr std::uint8_t bitsPerByte = 8;
-constexpr std::uint8_t bitsPerWord = 64;
+constexpr unsigned long g_uiBytesPerRegister = 4;
+constexpr unsigned long g_uiBytesPerWord = 8;
+constexpr std::uint8_t g_uiBitsPerByte = 8;
+constexpr std::uint8_t g_uiBitsPerWord = 64;
 // The longest block that is moved in reversed order.
-constexpr unsigned long reversedLimit = 128;
-
-// Holds the core for one operation. Released on every path, whatever becomes of a log line.
-class CoreLock {
-  public:
-    explicit CoreLock(enyx_hw_core* core) : m_pCore(core) { enyx_hw_core_lock(m_pCore); }
-    CoreLock(const CoreLock&) = delete;
-    CoreLock& operator=(const CoreLock&) = delete;
-    ~CoreLock() { enyx_hw_core_unlock(m_pCore); }
-
-  private:
-    enyx_hw_core* m_pCore;
-};
+constexpr unsigned long g_uiReversedLimit = 128;
 
 enyx_hw_register_description Describe(unsigned long addr, std::uint8_t bits) {
-    return {addr * bytesPerRegister, 0, bits};
+    return {addr * g_uiBytesPerRegister, 0, bits};
 }
 
 // Under the core's lock; `report` logs a failure, while errno is still the vendor's. `value` is
@@ -42,7 +32,7 @@ enyx_hw_register_description Describe(unsigned long addr, std::uint8_t bits) {
 template <typename Value, typename Report>
 int ReadRegister(enyx_hw_core* core, unsigned long addr, Value& value, Report report) {
     const enyx_hw_register_description description =
-        Describe(addr, static_cast<std::uint8_t>(sizeof(Value) * bitsPerByte));
+        Describe(addr, static_cast<std::uint8_t>(sizeof(Value) * g_uiBitsPerByte));
     std::uint64_t word = 0;
     if (enyx_hw_read(core, &description, &word) < 0) {
         report();
@@ -56,7 +46,7 @@ int ReadRegister(enyx_hw_core* core, unsigned long addr, Value& value, Report re
 template <typename Value, typename Report>
 int WriteRegister(enyx_hw_core* core, unsigned long addr, Value value, Report report) {
     const enyx_hw_register_description description =
-        Describe(addr, static_cast<std::uint8_t>(sizeof(Value) * bitsPerByte));
+        Describe(addr, static_cast<std::uint8_t>(sizeof(Value) * g_uiBitsPerByte));
     if (enyx_hw_write(core, &description, value) < 0) {
         report();
         return -1;
@@ -73,7 +63,7 @@ int WriteLocked(enyx_hw_core* core, unsigned long addr, unsigned int value) {
 }
 
 bool IsReversible(const unsigned char* block, unsigned long len) {
-    if (len > reversedLimit || block == nullptr) {
+    if (len > g_uiReversedLimit || block == nullptr) {
         LOG_ERROR("length should less than 128!");
         return false;
     }
@@ -106,19 +96,19 @@ int CDrvEnyxReg::Init(void* param) {
 }
 
 int CDrvEnyxReg::ReadInt8(unsigned long addr, unsigned char& value) {
-    const CoreLock lock(m_pCore);
+    const CCoreLock lock(m_pCore);
     return ReadRegister(m_pCore, addr, value,
                         [addr] { LOG_ERROR("read int8 failed, addr:%lu", addr); });
 }
 
 int CDrvEnyxReg::ReadInt16(unsigned long addr, unsigned short& value) {
-    const CoreLock lock(m_pCore);
+    const CCoreLock lock(m_pCore);
     return ReadRegister(m_pCore, addr, value,
                         [addr] { LOG_ERROR("read int16 failed, addr:%lu", addr); });
 }
 
 int CDrvEnyxReg::ReadInt32(unsigned long addr, unsigned int& value) {
-    const CoreLock lock(m_pCore);
+    const CCoreLock lock(m_pCore);
     return ReadRegister(m_pCore, addr, value, [addr] {
         LOG_ERROR("read int32 failed, addr[0x%x], errmsg:%s.", static_cast<unsigned int>(addr),
                   std::strerror(errno));
@@ -126,36 +116,36 @@ int CDrvEnyxReg::ReadInt32(unsigned long addr, unsigned int& value) {
 }
 
 int CDrvEnyxReg::ReadInt64(unsigned long addr, unsigned long& value) {
-    const CoreLock lock(m_pCore);
+    const CCoreLock lock(m_pCore);
     return ReadRegister(m_pCore, addr, value, [addr] {
         LOG_ERROR("read int64 failed, addr[0x%x] ", static_cast<unsigned int>(addr));
     });
 }
 
 int CDrvEnyxReg::WriteInt8(unsigned long addr, unsigned char value) {
-    const CoreLock lock(m_pCore);
+    const CCoreLock lock(m_pCore);
     return WriteRegister(m_pCore, addr, value,
                          [addr] { LOG_ERROR("write int8 failed, addr:%lu", addr); });
 }
 
 int CDrvEnyxReg::WriteInt16(unsigned long addr, unsigned short value) {
-    const CoreLock lock(m_pCore);
+    const CCoreLock lock(m_pCore);
     return WriteRegister(m_pCore, addr, value,
                          [addr] { LOG_ERROR("write int16 failed, addr:%lu", addr); });
 }
 
 int CDrvEnyxReg::WriteInt32(unsigned long addr, unsigned int value) {
-    const CoreLock lock(m_pCore);
+    const CCoreLock lock(m_pCore);
     return WriteLocked(m_pCore, addr, value);
 }
 
 int CDrvEnyxReg::WriteInt32_Log(unsigned long addr, unsigned int value) {
-    const CoreLock lock(m_pCore);
+    const CCoreLock lock(m_pCore);
     return WriteLocked(m_pCore, addr, value);
 }
 
 int CDrvEnyxReg::WriteInt32_LogWithRead(unsigned long addr, unsigned int value) {
-    const CoreLock lock(m_pCore);
+    const CCoreLock lock(m_pCore);
     // Deliberate: a failed write alone is logged and does not count.
     (void)WriteLocked(m_pCore, addr, value);
     unsigned int readBack = 0;
@@ -166,55 +156,55 @@ int CDrvEnyxReg::WriteInt32_LogWithRead(unsigned long addr, unsigned int value) 
 }
 
 int CDrvEnyxReg::WriteInt64(unsigned long addr, unsigned long value) {
-    const CoreLock lock(m_pCore);
+    const CCoreLock lock(m_pCore);
     return WriteRegister(m_pCore, addr, value,
                          [addr] { LOG_ERROR("write int64 failed, addr:%lu", addr); });
 }
 
 long CDrvEnyxReg::ReadBytes(unsigned long addr, unsigned char* dst, unsigned long len) {
-    const CoreLock lock(m_pCore);
+    const CCoreLock lock(m_pCore);
     if (dst == nullptr) {
         LOG_ERROR("Didn't inited in yet!");
         return 0;
     }
-    enyx_hw_register_description description = Describe(addr, bitsPerWord);
-    for (unsigned long done = 0; done < len; done += bytesPerWord) {
+    enyx_hw_register_description description = Describe(addr, g_uiBitsPerWord);
+    for (unsigned long done = 0; done < len; done += g_uiBytesPerWord) {
         // A short tail too is read with a whole word. Deliberate, unlike WriteBytes.
         std::uint64_t word = 0;
         if (enyx_hw_read(m_pCore, &description, &word) < 0) {
             LOG_ERROR("Read value failed, addr:%lu", addr);
             return -1;
         }
-        std::memcpy(dst + done, &word, std::min(bytesPerWord, len - done));
-        description.byte_offset += bytesPerWord;
+        std::memcpy(dst + done, &word, std::min(g_uiBytesPerWord, len - done));
+        description.byte_offset += g_uiBytesPerWord;
     }
     return static_cast<long>(len);
 }
 
 long CDrvEnyxReg::WriteBytes(unsigned long addr, unsigned char* src, unsigned long len) {
-    const CoreLock lock(m_pCore);
+    const CCoreLock lock(m_pCore);
     if (src == nullptr) {
         LOG_ERROR("Didn't inited out yet!");
         return 0;
     }
-    enyx_hw_register_description description = Describe(addr, bitsPerWord);
-    const unsigned long tail = len % bytesPerWord;
+    enyx_hw_register_description description = Describe(addr, g_uiBitsPerWord);
+    const unsigned long tail = len % g_uiBytesPerWord;
     const unsigned long whole = len - tail;
-    for (unsigned long done = 0; done < whole; done += bytesPerWord) {
+    for (unsigned long done = 0; done < whole; done += g_uiBytesPerWord) {
         std::uint64_t word = 0;
-        std::memcpy(&word, src + done, bytesPerWord);
+        std::memcpy(&word, src + done, g_uiBytesPerWord);
         if (enyx_hw_write(m_pCore, &description, word) < 0) {
             LOG_ERROR("write int8 failed, addr:%lu", addr);
             return -1;
         }
-        description.byte_offset += bytesPerWord;
+        description.byte_offset += g_uiBytesPerWord;
     }
     if (tail != 0) {
         // Exactly the remaining bytes are taken and written: no access past the end of the source
         // nor of the block.
         std::uint64_t word = 0;
         std::memcpy(&word, src + whole, tail);
-        description.width = static_cast<std::uint8_t>(tail * bitsPerByte);
+        description.width = static_cast<std::uint8_t>(tail * g_uiBitsPerByte);
         if (enyx_hw_write(m_pCore, &description, word) < 0) {
             LOG_ERROR("Write int8 failed, addr:%lu", addr);
             return -1;
@@ -227,7 +217,7 @@ long CDrvEnyxReg::ReadLess128Bytes(unsigned long addr, unsigned char* dst, unsig
     if (!IsReversible(dst, len)) {
         return 0;
     }
-    std::array<unsigned char, reversedLimit> block{};
+    std::array<unsigned char, g_uiReversedLimit> block{};
     const long count = ReadBytes(addr, block.data(), len);
     if (count != static_cast<long>(len)) {
         LOG_ERROR("Read failed, should Read %ld, now %ld", static_cast<long>(len), count);
@@ -241,7 +231,7 @@ long CDrvEnyxReg::WriteLess128Bytes(unsigned long addr, unsigned char* src, unsi
     if (!IsReversible(src, len)) {
         return 0;
     }
-    std::array<unsigned char, reversedLimit> block{};
+    std::array<unsigned char, g_uiReversedLimit> block{};
     std::reverse_copy(src, src + len, block.data());
     return WriteBytes(addr, block.data(), len);
 }

@@ -1,13 +1,14 @@
 #pragma once
 
 #include "DrvEnyx/IDrv.h"
-#include "DrvEnyx/enyxHw.h"
+
+struct enyx_hw_core;
 
 // The register driver over the vendor's library: each operation is one or more accesses to one
 // core, all of them under that core's lock (shared with the other processes on the board).
 //
-// Thread-safe as IDrv says. Before Init has succeeded there is no core: the operations pass null
-// on, and the library answers that with a failure like any other (they log and return -1).
+// Thread-safe as IDrv says. Before Init has succeeded there is no core: the operations are not
+// guarded and pass null on to the vendor's library. What that does then is not known.
 class CDrvEnyxReg : public IDrv {
   public:
     CDrvEnyxReg() = default;

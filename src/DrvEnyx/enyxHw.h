@@ -3,14 +3,36 @@
 
 /*
  * The board vendor's C interface (libenyx-hw-c.so.5), as far as it is used here: the one
- * declaration of these calls. The drivers call them, the software board implements them.
+ * declaration of these calls. The drivers call them, the software board implements them. What the
+ * comments below say of a call is what its users here rely on.
  *
- * Handles are opaque. An enumeration fills up to `capacity` descriptors and returns how many it
- * found, or -1 with errno set; the caller gives the list back with the matching free call, count
- * being the number of descriptors filled. Calls that return a pointer return NULL on failure, calls
- * that return an int return 0 for success unless said otherwise; both set errno. A null handle is
- * never followed: a call that can fail then fails with EINVAL, the others (destroy, free, lock,
- * unlock) do nothing.
+ * It was written without the vendor's own header: the documents at hand name the calls, their
+ * arguments in words and what is expected of their results, but leave most types open. Assumed is:
+ *
+ * - Handles: pointers to opaque structs, one struct for each kind of object; NULL for none. What
+ * the library does with a null handle is not known, and nothing relies on it.
+ * - Descriptor lists (accelerators, MMIOs, a2c and c2a streams): an array of pointers to opaque
+ *   descriptors, which the caller provides and the enumeration fills up to `capacity`; the free
+ * call is given the same array and the number of pointers in it. Not: one pointer to an array of
+ *   descriptors that the library allocates, nor an array of descriptor structs of the caller's.
+ * - Opening an object (accelerator_get, mmio_create, a2c_ and c2a_stream_create) takes one such
+ *   pointer, to a const descriptor.
+ * - Results of the enumerations and of core_enumerate: int, the number found, -1 for a failure.
+ * - Other results that are looked at: int. filter_set_index, filter_set_name, get_mtu and the
+ *   counters give 0 for success; read and write a negative number for a failure; poll_once 1 for a
+ *   delivered packet; send 0, or 11 for "try again".
+ * - Results of destroy, free, lock and unlock: none. core_reset is declared with an int, which
+ *   nobody looks at.
+ * - Reasons: a failed call sets errno; a call without a result may change it.
+ * - Capacities and counts: size_t. Indices (filter_set_index), the streams' flags, MTUs, counters
+ *   and packet sizes: uint32_t. Core ids: uint16_t.
+ * - MTUs and the four counters come through an out pointer, the result being a status.
+ * - The register description: the struct below, 64 + 8 + 8 bits, handed over by const pointer, not
+ *   by value. read gives its word through an out pointer, write takes it by value, 64 bits both.
+ * - The receive handler gets the packet, its size as an unsigned int, and the context.
+ * - Of the const qualifiers nothing depends, nor of uint32_t against unsigned int or int.
+ * - mmio_destroy is not named in those documents. It exists as the counterpart of mmio_create; who
+ *   calls it imports it weakly, and does without it where it is not.
  *
  * Register accesses may come from any thread and any process; a stream is used by one thread.
  */
@@ -46,6 +68,8 @@ int enyx_hw_filter_set_name(enyx_hw_filter* filter, const char* name);
 
 /* ---- Accelerators: the boards of this machine ---- */
 
+/* As all enumerations: fills the list with what the filter matches, up to `capacity`, and returns
+ * how many it found, or -1. What was filled goes back with the free call. */
 int enyx_hw_enumerate_accelerators(const enyx_hw_filter* filter,
                                    enyx_hw_accelerator_descriptor** descriptors, size_t capacity);
 void enyx_hw_free_accelerator_descriptors(enyx_hw_accelerator_descriptor** descriptors,
@@ -60,6 +84,7 @@ int enyx_hw_accelerator_enumerate_mmios(enyx_hw_accelerator* accelerator,
                                         enyx_hw_mmio_descriptor** descriptors, size_t capacity);
 void enyx_hw_free_mmio_descriptors(enyx_hw_mmio_descriptor** descriptors, size_t count);
 enyx_hw_mmio* enyx_hw_mmio_create(const enyx_hw_mmio_descriptor* descriptor);
+/* May not be there, see above. */
 void enyx_hw_mmio_destroy(enyx_hw_mmio* mmio);
 
 /* ---- Cores: the register blocks found in an MMIO ---- */

@@ -5,12 +5,12 @@
 // Keeps the reason of a failed call: what is logged and given back on the way out may change errno,
 // and the caller's message wants the reason of the failure. Declare it before the first call, mark
 // the failure with Keep; the destructor puts that errno back.
-class KeptErrno {
+class CKeptErrno {
   public:
-    KeptErrno() = default;
-    KeptErrno(const KeptErrno&) = delete;
-    KeptErrno& operator=(const KeptErrno&) = delete;
-    ~KeptErrno() {
+    CKeptErrno() = default;
+    CKeptErrno(const CKeptErrno&) = delete;
+    CKeptErrno& operator=(const CKeptErrno&) = delete;
+    ~CKeptErrno() {
         if (m_bKept) {
             errno = m_iErrno;
         }

@@ -1,5 +1,7 @@
 #include "fakeClock.h"
 
+#include <atomic>
+#include <mutex>
 #include <utility>
 
 #include "Utils/clockSeam.h"
@@ -9,15 +11,6 @@ namespace velatest {
 namespace {
 
 constexpr std::uint64_t nsPerSecond = 1'000'000'000;
-
-struct State {
-    std::uint64_t wallNs = 0;
-    std::uint64_t monotonicNs = 5 * nsPerSecond;
-    std::uint64_t stepNs = 0;
-    bool failLocalTime = false;
-    std::vector<unsigned int> sleeps;
-    std::function<void(unsigned int)> onSleep;
-};
 
 std::uint64_t EpochNs(unsigned int date, unsigned int time) {
     std::tm local{};
@@ -30,19 +23,26 @@ std::uint64_t EpochNs(unsigned int date, unsigned int time) {
     return static_cast<std::uint64_t>(timegm(&local)) * nsPerSecond;
 }
 
+// The clock itself and the list of sleeps may be used by several threads at once.
+struct State {
+    std::atomic<std::uint64_t> wallNs{EpochNs(20261120, 83000)};
+    std::atomic<std::uint64_t> monotonicNs{5 * nsPerSecond};
+    std::atomic<std::uint64_t> stepNs{0};
+    std::atomic<bool> failLocalTime{false};
+    std::mutex sleepsMutex;
+    std::vector<unsigned int> sleeps;
+    std::function<void(unsigned int)> onSleep;
+};
+
 State& TheState() {
-    static State state = [] {
-        State fresh;
-        fresh.wallNs = EpochNs(20261120, 83000);
-        return fresh;
-    }();
+    static State state;
     return state;
 }
 
 std::uint64_t ReadWall() {
     State& state = TheState();
-    state.wallNs += state.stepNs;
-    return state.wallNs;
+    const std::uint64_t step = state.stepNs;
+    return (state.wallNs += step);
 }
 
 }  // namespace
@@ -114,7 +114,10 @@ std::uint64_t MonotonicNs() {
 }
 
 void SleepSeconds(unsigned int seconds) {
-    TheState().sleeps.push_back(seconds);
+    {
+        const std::lock_guard<std::mutex> guard(TheState().sleepsMutex);
+        TheState().sleeps.push_back(seconds);
+    }
     velatest::FakeClock::AdvanceSeconds(seconds);
     if (TheState().onSleep) {
         TheState().onSleep(seconds);

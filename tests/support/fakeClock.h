@@ -7,6 +7,7 @@
 
 // The clock of the unit tests: it stands still until the test or a sleep of the code moves it.
 // Local time is UTC here, whatever TZ says, so that no test depends on the hour or the zone.
+// The code under test may use it from several threads; the operations here are the test's thread's.
 namespace velatest {
 
 class FakeClock {

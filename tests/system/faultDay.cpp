@@ -8,8 +8,8 @@
 #include <set>
 #include <sstream>
 
-#include "FaultText.h"
 #include "faultTable.h"
+#include "memory/FaultText.h"
 
 namespace velatest {
 

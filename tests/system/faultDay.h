@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "BoardMemory.h"
-#include "Faults.h"
+#include "memory/BoardMemory.h"
+#include "memory/Faults.h"
 #include "startDay.h"
 
 namespace velatest {

@@ -7,7 +7,7 @@ build=$1
 page=$2/docs/software-board.md
 export LC_ALL=C
 
-kinds=$(sed -n 's/^ *{Fault::[A-Za-z]*, [a-z]*, "\([a-z-]*\)".*/\1/p' "$2/board/src/Faults.cpp")
+kinds=$(sed -n 's/^ *{Fault::[A-Za-z]*, [a-z]*, "\([a-z-]*\)".*/\1/p' "$2/board/memory/Faults.cpp")
 tests=$(ctest --test-dir "$build" -N | sed -n 's/^ *Test *#[0-9]*: //p')
 
 bad=0

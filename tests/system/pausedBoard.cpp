@@ -7,8 +7,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "Control.h"
-#include "Snapshot.h"
+#include "ctl/Snapshot.h"
+#include "memory/Control.h"
 
 namespace velatest {
 

@@ -6,10 +6,10 @@
 #include <string>
 #include <vector>
 
-#include "BoardMemory.h"
-#include "RegisterFile.h"
-#include "Ring.h"
 #include "market.h"
+#include "memory/BoardMemory.h"
+#include "memory/RegisterFile.h"
+#include "memory/Ring.h"
 
 namespace velatest {
 

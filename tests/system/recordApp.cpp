@@ -15,7 +15,6 @@
 //
 // Prints "opened", and "polled N" when it has its messages.
 
-#include <DrvEnyx/enyxHw.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -29,6 +28,8 @@
 #include <sstream>
 #include <string>
 #include <vector>
+
+#include "DrvEnyx/enyxHw.h"
 
 namespace {
 

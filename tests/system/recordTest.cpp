@@ -15,11 +15,11 @@
 #include <sstream>
 #include <thread>
 
-#include "CaptureReader.h"
+#include "capture/CaptureReader.h"
 #include "market.h"
 
 using testing::MatchesRegex;
-using ZceBoard::CCaptureReader;
+using ZceCapture::CCaptureReader;
 
 namespace velatest {
 
@@ -40,7 +40,7 @@ struct Taken {
 
 struct Capture {
     std::vector<Taken> messages;
-    std::vector<ZceBoard::CaptureMessage> heads;  // without bytes
+    std::vector<ZceCapture::CaptureMessage> heads;  // without bytes
     uint64_t lost = 0;
     CCaptureReader::Next end = CCaptureReader::Next::Error;
     std::string error;
@@ -52,7 +52,7 @@ Capture ReadCapture(const std::string& path) {
     if (!reader.Open(path, capture.error)) {
         return capture;
     }
-    ZceBoard::CaptureMessage message;
+    ZceCapture::CaptureMessage message;
     while ((capture.end = reader.Read(message)) == CCaptureReader::Next::Message) {
         capture.messages.push_back({message.channel, {message.bytes.begin(), message.bytes.end()}});
         message.bytes = {};
@@ -171,7 +171,7 @@ TEST_F(Recording, EveryByteOfEveryStreamInTheOrderOfThePolls) {
     std::map<unsigned int, int> types;
     int64_t last = std::chrono::nanoseconds(before).count();
     for (size_t k = 0; k < capture.heads.size(); ++k) {
-        const ZceBoard::CaptureMessage& head = capture.heads[k];
+        const ZceCapture::CaptureMessage& head = capture.heads[k];
         EXPECT_EQ(head.bus, 0);
         EXPECT_EQ(head.opening, 1);
         EXPECT_EQ(head.number, ++numbers[head.channel]);
@@ -282,7 +282,7 @@ TEST_F(Recording, AnApplicationKilledInTheMiddleLeavesAReadableFile) {
     EXPECT_NE(capture.end, CCaptureReader::Next::Error) << capture.error;
     EXPECT_GT(capture.messages.size(), 100U);
     std::map<unsigned int, uint64_t> numbers;
-    for (const ZceBoard::CaptureMessage& head : capture.heads) {
+    for (const ZceCapture::CaptureMessage& head : capture.heads) {
         EXPECT_EQ(head.number, ++numbers[head.channel]);
     }
 }

@@ -6,7 +6,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "CaptureReader.h"
+#include "capture/CaptureReader.h"
 #include "captureBytes.h"
 #include "market.h"
 
@@ -17,7 +17,7 @@ namespace velatest {
 namespace {
 
 using std::chrono::seconds;
-using ZceBoard::CCaptureReader;
+using ZceCapture::CCaptureReader;
 
 // The messages of a capture, by channel and in their order.
 using Messages = std::array<std::vector<std::string>, 16>;
@@ -27,7 +27,7 @@ Messages ReadMessages(const std::string& path) {
     CCaptureReader reader;
     std::string error;
     EXPECT_TRUE(reader.Open(path, error)) << error;
-    ZceBoard::CaptureMessage message;
+    ZceCapture::CaptureMessage message;
     while (reader.Read(message) == CCaptureReader::Next::Message) {
         messages[message.channel].emplace_back(message.bytes.begin(), message.bytes.end());
     }

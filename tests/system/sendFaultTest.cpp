@@ -6,13 +6,13 @@
 #include <string>
 #include <vector>
 
-#include "BoardMemory.h"
 #include "DrvEnyx/drvDMAEnyx.h"
-#include "FaultText.h"
 #include "fakeClock.h"
 #include "faultTable.h"
 #include "logCapture.h"
 #include "market.h"
+#include "memory/BoardMemory.h"
+#include "memory/FaultText.h"
 
 using testing::IsEmpty;
 

@@ -1,13 +1,12 @@
 #pragma once
 
-#include <DrvEnyx/enyxHw.h>
-
 #include <map>
 #include <memory>
 #include <set>
 #include <string>
 #include <vector>
 
+#include "DrvEnyx/enyxHw.h"
 #include "market.h"
 #include "startClock.h"
 

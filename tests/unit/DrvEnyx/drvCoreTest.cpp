@@ -260,11 +260,11 @@ TEST_F(GetCore, TwoMmiosAreAFailureAndTheListIsFreed) {
     EXPECT_THAT(FakeEnyx::Live(), IsEmpty());
 }
 
-TEST_F(GetCore, FailedResetIsReportedAndTheCoreIsUsedAllTheSame) {
+// It may have none at all.
+TEST_F(GetCore, TheResultOfTheResetIsNotLookedAt) {
     FakeEnyx::Fail("core_reset", 1, EIO);
     EXPECT_EQ(One(), 1);
-    EXPECT_THAT(m_log.Lines(), ElementsAre("WARN Could not reset root core, busId:0, "
-                                           "errmsg:Input/output error."));
+    EXPECT_THAT(m_log.Lines(), IsEmpty());
     EXPECT_THAT(FakeClock::Sleeps(), ElementsAre(1U));
 }
 
@@ -284,7 +284,7 @@ TEST_F(GetCore, EveryFailureHasItsLinesLeaksNothingKeepsErrnoAndIsRetried) {
         {"ERROR Could not create mmio, errmsg:" + io, last},
         {"ERROR Could not find tree, errmsg:" + io, last},
         {"ERROR Could not find root, errmsg:" + io, last},
-        {"WARN Could not reset root core, busId:0, errmsg:" + io},
+        {},  // the reset
         {"ERROR Could not enumerate cores, busId:0, coreId:474. errmsg:" + io},
         {},
     };

@@ -12,6 +12,7 @@
 #include "DrvEnyx/IDrvDMA.h"
 #include "DrvEnyx/drvDMAEnyx.h"
 #include "DrvEnyx/drvEnyx.h"
+#include "DrvEnyx/enyxHw.h"
 #include "drvFixture.h"
 
 // The slots of the two interfaces, called by number, and the layout of what crosses them. The

@@ -1,0 +1,173 @@
+#include "memory/BoardMemory.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "memory/CoreLock.h"
+
+namespace ZceBoard {
+
+namespace {
+
+// The board belongs to the user who started it.
+constexpr mode_t SHM_MODE = S_IRUSR | S_IWUSR;
+
+}  // namespace
+
+CBoardMemory::~CBoardMemory() {
+    // The name goes while the life lock is still held, so it can only be this board's. A forked
+    // child has lost the descriptor: it is not the board and removes nothing.
+    if (m_creator && m_file.Fd() >= 0) {
+        shm_unlink(m_name.c_str());
+    }
+    if (m_shm != nullptr) {
+        munmap(m_shm, sizeof(BoardShm));
+    }
+}
+
+int CBoardMemory::Create(uint32_t bus, int32_t& pid) {
+    pid = 0;
+    m_bus = bus;
+    m_name = ShmName(bus);
+    if (m_name.empty()) {
+        return EINVAL;
+    }
+    int err = RemoveStale(pid);
+    if (err != 0) {
+        return err;
+    }
+    err = m_file.Open(m_name, O_RDWR | O_CREAT | O_EXCL, SHM_MODE);
+    if (err != 0) {
+        return err == EEXIST ? EBUSY : err;
+    }
+    err = m_file.Lock(LOCK_BOARD);
+    if (err != 0) {
+        m_file.Close();  // another starting board took it for stale memory: it is that one's now
+        return err == EAGAIN ? EBUSY : err;
+    }
+    m_creator = true;
+    if (ftruncate(m_file.Fd(), sizeof(BoardShm)) != 0) {
+        return errno;
+    }
+    err = Map(m_file);
+    return err != 0 ? err : InitShm();
+}
+
+int CBoardMemory::RemoveStale(int32_t& pid) {
+    CBoardFile old;
+    int err = old.Open(m_name, O_RDWR, 0);
+    if (err == ENOENT) {
+        return 0;
+    }
+    if (err != 0) {
+        return err;
+    }
+    err = old.Lock(LOCK_BOARD);
+    if (err == EAGAIN) {
+        CBoardMemory living;
+        if (living.Attach(m_bus) == 0) {
+            pid = living.Shm().header.boardPid.load(std::memory_order_relaxed);
+        }
+        return EBUSY;
+    }
+    if (err == 0 && shm_unlink(m_name.c_str()) != 0 && errno != ENOENT) {
+        err = errno;
+    }
+    return err;
+}
+
+int CBoardMemory::Map(const CBoardFile& file) {
+    int64_t size = 0;
+    const int err = file.Stat(size, m_inode);
+    if (err != 0) {
+        return err;
+    }
+    if (size != static_cast<int64_t>(sizeof(BoardShm))) {
+        return size == 0 ? ENODEV : EPROTO;  // 0: a board that is just being made
+    }
+    void* mem = mmap(nullptr, sizeof(BoardShm), PROT_READ | PROT_WRITE, MAP_SHARED, file.Fd(), 0);
+    if (mem == MAP_FAILED) {
+        return errno;
+    }
+    m_shm = static_cast<BoardShm*>(mem);
+    return 0;
+}
+
+// The memory is fresh and zero; nobody takes it for a board before the magic number is there.
+int CBoardMemory::InitShm() {
+    ShmHeader& header = m_shm->header;
+    header.version = SHM_VERSION;
+    header.bus = m_bus;
+    header.size = sizeof(BoardShm);
+    header.boardPid.store(getpid(), std::memory_order_relaxed);
+    m_shm->registers[REG_LINK_STATUS].store(LINK_ALL_CONNECTED, std::memory_order_relaxed);
+    const int err = CCoreLock::InitMutex(header.coreLock);
+    if (err == 0) {
+        header.magic.store(SHM_MAGIC, std::memory_order_release);
+    }
+    return err;
+}
+
+int CBoardMemory::OpenLiving(CBoardFile& file, uint32_t bus) {
+    const std::string name = ShmName(bus);
+    if (name.empty()) {
+        return ENODEV;
+    }
+    const int err = file.Open(name, O_RDWR, 0);
+    if (err != 0) {
+        return err == ENOENT ? ENODEV : err;
+    }
+    return file.IsLocked(LOCK_BOARD) ? 0 : ENODEV;
+}
+
+int CBoardMemory::Attach(uint32_t bus) {
+    CBoardFile file;
+    int err = OpenLiving(file, bus);
+    if (err == 0) {
+        err = Map(file);
+    }
+    if (err != 0) {
+        return err;
+    }
+    m_bus = bus;
+    const ShmHeader& header = m_shm->header;
+    if (header.magic.load(std::memory_order_acquire) == 0) {
+        err = ENODEV;
+    } else if (header.magic.load(std::memory_order_relaxed) != SHM_MAGIC ||
+               header.version != SHM_VERSION || header.size != sizeof(BoardShm)) {
+        err = EPROTO;
+    }
+    if (err != 0) {
+        munmap(m_shm, sizeof(BoardShm));
+        m_shm = nullptr;
+    }
+    return err;
+}
+
+int CBoardMemory::Probe(uint32_t bus) {
+    CBoardMemory memory;
+    return memory.Attach(bus);
+}
+
+int CBoardMemory::Reopen(CBoardFile& file) const {
+    const std::string name = ShmName(m_bus);
+    int err = name.empty() ? ENODEV : file.Open(name, O_RDWR, 0);
+    int64_t size = 0;
+    uint64_t inode = 0;
+    if (err == 0) {
+        err = file.Stat(size, inode);
+    }
+    if (err == 0 && (inode != m_inode || !file.IsLocked(LOCK_BOARD))) {
+        err = ENODEV;
+    }
+    if (err != 0) {
+        file.Close();
+    }
+    return err == ENOENT ? ENODEV : err;
+}
+
+}  // namespace ZceBoard

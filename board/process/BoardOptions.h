@@ -1,0 +1,33 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "exchange/Instruments.h"
+#include "traffic/LiveTraffic.h"
+
+namespace ZceBoard {
+
+// The command line of zce-board.
+struct Options {
+    std::optional<uint32_t> bus;
+    LiveOptions live;
+    std::string instruments;
+    std::string products;
+    std::optional<std::string> feeds;
+    std::string scenario;
+    std::string replay;
+    int64_t speedMilli = 1000;  // 0: as fast as can be
+    std::string clockFile;
+    bool bList = false;
+};
+
+// False if there is nothing more to do: --help was answered (`status` is 0), or the usage error is
+// told on standard error.
+bool ParseOptions(int argc, char** argv, Options& options, int& status);
+
+// The instruments of --products or --instruments; false with the reason in `error`.
+bool ReadInstruments(const Options& options, CInstrumentList& list, std::string& error);
+
+}  // namespace ZceBoard

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <csignal>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "device/Board.h"
+#include "device/Feeds.h"
+#include "memory/BoardMemory.h"
+#include "process/BoardLoop.h"
+#include "traffic/Traffic.h"
+
+namespace ZceBoard {
+
+// The boards of one process, each with its shared memory and its traffic. Their memory is removed
+// with the object.
+class CBoardSet {
+  public:
+    // Makes the board of a bus. False: `error` says why there is none.
+    bool Add(uint32_t bus, const CFeeds& feeds, std::unique_ptr<CTraffic> traffic,
+             const std::string& clockFile, std::string& error);
+    // Until `stop` is set or all traffic is over.
+    void Run(const volatile std::sig_atomic_t& stop);
+
+  private:
+    struct One {
+        CBoardMemory memory;
+        std::unique_ptr<CTraffic> traffic;
+        std::unique_ptr<CBoard> board;
+        std::unique_ptr<CBoardLoop> loop;
+    };
+    std::vector<std::unique_ptr<One>> m_boards;
+};
+
+}  // namespace ZceBoard

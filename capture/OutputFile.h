@@ -1,0 +1,33 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace ZceCapture {
+
+// A file that one process at a time records to.
+class COutputFile {
+  public:
+    COutputFile() = default;
+    ~COutputFile() { Close(); }
+    COutputFile(const COutputFile&) = delete;
+    COutputFile& operator=(const COutputFile&) = delete;
+
+    // Makes or empties the file, unless another process is recording to it. False with the reason.
+    bool Open(const std::string& path, std::string& error);
+    bool IsOpen() const { return m_fd >= 0; }
+    // All of it; false with the reason.
+    bool Write(const char* data, size_t size, std::string& error);
+    // The bytes written so far, for any thread to see whether Write gets on.
+    uint64_t Written() const { return m_written; }
+    // Also right in a forked child: the parent keeps the file and its lock.
+    void Close();
+
+  private:
+    int m_fd = -1;
+    std::atomic<uint64_t> m_written{0};
+};
+
+}  // namespace ZceCapture

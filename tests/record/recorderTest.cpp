@@ -1,0 +1,415 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <signal.h>  // NOLINT(modernize-deprecated-headers): sigpending()
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "capture/CaptureReader.h"
+#include "capture/OutputFile.h"
+#include "captureBytes.h"
+#include "record/Handles.h"
+#include "record/MessageRecorder.h"
+#include "record/Recorder.h"
+#include "record/Settings.h"
+#include "tempDir.h"
+
+extern "C" ZceCapturePrefix_t PrefixInC(const unsigned char* pPacket);
+
+namespace {
+
+using velatest::CaptureBytes;
+using velatest::Prefix;
+using ZceRecord::CHandles;
+using ZceRecord::CMessageQueue;
+using ZceRecord::CMessageRecorder;
+
+constexpr int64_t SECOND = 1'000'000'000;
+constexpr size_t HEAD = 24;  // of a message in a queue
+
+std::string ReadAll(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+TEST(CaptureLayout, FieldsAreReadFromTheirBytesInCToo) {
+    std::array<unsigned char, 16> bytes{};
+    for (size_t k = 0; k < bytes.size(); ++k) {
+        bytes[k] = static_cast<unsigned char>(k);
+    }
+    const ZceCapturePrefix_t prefix = PrefixInC(bytes.data());
+    EXPECT_EQ(prefix.ucVersion, 0);
+    EXPECT_EQ(prefix.ucKind, 1);
+    EXPECT_EQ(prefix.usBus, 0x0302);
+    EXPECT_EQ(prefix.usChannel, 0x0504);
+    EXPECT_EQ(prefix.usOpening, 0x0706);
+    EXPECT_EQ(prefix.ulNumber, 0x0f0e0d0c0b0a0908U);
+}
+
+class Recorder : public testing::Test {
+  protected:
+    void Open(size_t bufferBytes = 4096) {
+        std::string error;
+        ASSERT_TRUE(m_recorder.Open("day.pcap", Path(), bufferBytes, error)) << error;
+    }
+    static void Put(CMessageQueue* queue, int64_t timeNs, const std::string& message) {
+        queue->Put(timeNs, reinterpret_cast<const unsigned char*>(message.data()),
+                   static_cast<uint32_t>(message.size()));
+    }
+    std::string Path() const { return m_directory / "day.pcap"; }
+
+    velatest::TempDir m_directory;
+    CMessageRecorder m_recorder;
+};
+
+TEST_F(Recorder, WritesPrefixAndMessageOfEachOpeningByteByByte) {
+    Open();
+    CMessageQueue* first = m_recorder.Opened(2, 3);
+    CMessageQueue* other = m_recorder.Opened(65535, 15);
+    Put(first, 5 * SECOND + 7, "abc");
+    Put(other, 5 * SECOND + 8, "x");
+    Put(first, 6 * SECOND, "defg");
+    first->Close();
+    CMessageQueue* again = m_recorder.Opened(2, 3);
+    Put(again, 7 * SECOND, "h");
+    m_recorder.Pass(true);
+    EXPECT_EQ(ReadAll(Path()), CaptureBytes()
+                                   .Add(5, 7, Prefix(1, 3, 1, 2, 1) + "abc")
+                                   .Add(5, 8, Prefix(1, 15, 1, 65535, 1) + "x")
+                                   .Add(6, 0, Prefix(1, 3, 2, 2, 1) + "defg")
+                                   .Add(7, 0, Prefix(1, 3, 1, 2, 2) + "h")
+                                   .Bytes());
+    EXPECT_EQ(m_recorder.Summary(), "day.pcap: 4 messages recorded, 0 lost");
+}
+
+TEST_F(Recorder, WhatIsNotWrittenIsCountedOverAllOpenings) {
+    Open();
+    CMessageQueue* first = m_recorder.Opened(0, 3);
+    CMessageQueue* other = m_recorder.Opened(0, 4);
+    Put(first, 1, "a");
+    Put(first, 2, "b");
+    Put(other, 3, "c");
+    first->Close();
+    m_recorder.Pass(true);
+    EXPECT_EQ(m_recorder.Missing(), "");
+    Put(other, 4, "d");
+    Put(m_recorder.Opened(0, 3), 5, "e");
+    EXPECT_EQ(
+        m_recorder.Missing(),
+        "day.pcap: nothing can be written any more: up to 2 of 5 messages are not in the file");
+}
+
+TEST_F(Recorder, SeveralStreamsAreInTheOrderOfTimeEvenIfOneIsLate) {
+    Open();
+    CMessageQueue* one = m_recorder.Opened(0, 1);
+    CMessageQueue* two = m_recorder.Opened(0, 2);
+    Put(one, 10, "10");
+    Put(one, 30, "30");
+    m_recorder.Pass(false);  // nothing was there at a pass before
+    EXPECT_EQ(ReadAll(Path()), CaptureBytes().Bytes());
+    Put(two, 20, "20");  // polled before the pass, by a thread that was held up
+    Put(two, 40, "40");
+    m_recorder.Pass(false);
+    m_recorder.Pass(false);
+    m_recorder.Pass(false);
+    CaptureBytes expected;
+    expected.Add(0, 10, Prefix(1, 1, 1) + "10").Add(0, 20, Prefix(1, 2, 1) + "20");
+    expected.Add(0, 30, Prefix(1, 1, 2) + "30").Add(0, 40, Prefix(1, 2, 2) + "40");
+    EXPECT_EQ(ReadAll(Path()), expected.Bytes());
+}
+
+TEST_F(Recorder, AClockThatWasSetBackKeepsNothingBack) {
+    Open();
+    CMessageQueue* queue = m_recorder.Opened(0, 1);
+    Put(queue, 3600 * SECOND, "a");
+    Put(queue, 1, "b");
+    m_recorder.Pass(false);
+    m_recorder.Pass(false);
+    m_recorder.Pass(false);
+    EXPECT_EQ(ReadAll(Path()), CaptureBytes()
+                                   .Add(3600, 0, Prefix(1, 1, 1) + "a")
+                                   .Add(0, 1, Prefix(1, 1, 2) + "b")
+                                   .Bytes());
+}
+
+TEST_F(Recorder, WhatHasNoRoomIsCountedAndToldInItsPlace) {
+    Open(2 * (HEAD + 4));
+    CMessageQueue* queue = m_recorder.Opened(0, 5);
+    Put(queue, 1, "aaaa");
+    Put(queue, 2, "bbbb");
+    Put(queue, 3, "cccc");  // full
+    Put(queue, 4, "");
+    m_recorder.Pass(true);
+    Put(queue, 5, "eeee");
+    Put(queue, 6, "ffff");
+    m_recorder.Pass(true);
+    CaptureBytes expected;
+    expected.Add(0, 1, Prefix(1, 5, 1) + "aaaa").Add(0, 2, Prefix(1, 5, 2) + "bbbb");
+    expected.Add(0, 4, Prefix(2, 5, 2));
+    expected.Add(0, 5, Prefix(1, 5, 5) + "eeee").Add(0, 6, Prefix(1, 5, 6) + "ffff");
+    EXPECT_EQ(ReadAll(Path()), expected.Bytes());
+    EXPECT_EQ(m_recorder.Summary(), "day.pcap: 4 messages recorded, 2 lost");
+}
+
+TEST_F(Recorder, AMessageLargerThanTheQueueIsLostAndTheNextOneIsNot) {
+    Open(2 * (HEAD + 4));
+    CMessageQueue* queue = m_recorder.Opened(0, 5);
+    Put(queue, 1, std::string(100, 'x'));
+    Put(queue, 2, "bbbb");
+    m_recorder.Pass(true);
+    EXPECT_EQ(
+        ReadAll(Path()),
+        CaptureBytes().Add(0, 2, Prefix(2, 5, 1)).Add(0, 2, Prefix(1, 5, 2) + "bbbb").Bytes());
+}
+
+TEST_F(Recorder, AMessageLargerThanAPacketOfTheFileIsLost) {
+    Open(size_t{1} << 20);
+    CMessageQueue* queue = m_recorder.Opened(0, 5);
+    Put(queue, 1, std::string(262144 - 16, 'x'));
+    Put(queue, 2, std::string(262144 - 15, 'y'));
+    m_recorder.Pass(true);
+    EXPECT_EQ(ReadAll(Path()), CaptureBytes()
+                                   .Add(0, 1, Prefix(1, 5, 1) + std::string(262144 - 16, 'x'))
+                                   .Add(0, 2, Prefix(2, 5, 1))
+                                   .Bytes());
+}
+
+TEST_F(Recorder, AnotherThreadsMessagesComeWholeInOrderOrAreCounted) {
+    Open(20000);
+    constexpr uint64_t each = 20000;
+    std::array<CMessageQueue*, 2> queues{m_recorder.Opened(0, 0), m_recorder.Opened(0, 1)};
+    std::atomic<int64_t> clock{1};
+    std::atomic<size_t> running{queues.size()};
+    std::vector<std::thread> pollers;
+    pollers.reserve(queues.size());
+    for (CMessageQueue* queue : queues) {
+        pollers.emplace_back([&clock, &running, queue] {
+            for (uint64_t k = 1; k <= each; ++k) {
+                Put(queue, clock.fetch_add(1), std::string(k % 300 + 1, static_cast<char>(k)));
+            }
+            queue->Close();
+            --running;
+        });
+    }
+    while (running != 0) {
+        m_recorder.Pass(false);
+    }
+    for (std::thread& poller : pollers) {
+        poller.join();
+    }
+    m_recorder.Pass(true);
+    std::string error;
+    ZceCapture::CCaptureReader reader;
+    ZceCapture::CaptureMessage message;
+    ASSERT_TRUE(reader.Open(Path(), error)) << error;
+    std::array<uint64_t, 2> last{};
+    uint64_t read = 0;
+    while (reader.Read(message) == ZceCapture::CCaptureReader::Next::Message) {
+        ++read;
+        ASSERT_GT(message.number, last.at(message.channel));
+        last.at(message.channel) = message.number;
+        ASSERT_EQ(std::string(message.bytes.begin(), message.bytes.end()),
+                  std::string(message.number % 300 + 1, static_cast<char>(message.number)));
+    }
+    EXPECT_EQ(reader.Error(), "");
+    EXPECT_EQ(read + reader.Lost(), 2 * each);
+    EXPECT_GT(read, 0U);
+}
+
+// Writes into a pipe without a reader are nothing to the program.
+
+TEST_F(Recorder, AReaderThatGoesBeforeTheEndDoesNotEndTheApplication) {
+    ASSERT_EQ(mkfifo(Path().c_str(), 0600), 0);
+    const int reader = open(Path().c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    ZceRecord::Settings settings;
+    settings.name = "day.pcap";
+    settings.path = Path();
+    settings.bufferBytes = 4096;
+    const auto recorder = std::make_unique<ZceRecord::CRecorder>(settings);
+    CMessageQueue* queue = recorder->StreamOpened(0, 1);
+    std::array<char, 24> header{};  // of the file
+    size_t size = 0;
+    for (int k = 0; k < 5000 && size < header.size(); ++k) {
+        const ssize_t got = read(reader, header.data() + size, header.size() - size);
+        size += got > 0 ? static_cast<size_t>(got) : 0;
+        usleep(1000);
+    }
+    EXPECT_EQ(size, header.size());
+    close(reader);
+    testing::internal::CaptureStderr();
+    Put(queue, 1, "a");
+    recorder->Finish();
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "zce-record: day.pcap: cannot write: Broken pipe: the recording has ended\n");
+}
+
+TEST(RecorderLine, WhereNobodyReadsItIsLostAndTakesNoOtherSignalAlong) {
+    const auto say = [](bool pendingBefore) {
+        std::array<int, 2> ends{};
+        sigset_t pipeSignal;
+        sigset_t pending;
+        sigemptyset(&pipeSignal);
+        sigaddset(&pipeSignal, SIGPIPE);
+        if (pendingBefore) {
+            pthread_sigmask(SIG_BLOCK, &pipeSignal, nullptr);
+            raise(SIGPIPE);
+        }
+        if (pipe(ends.data()) != 0 || close(ends[0]) != 0 || dup2(ends[1], STDERR_FILENO) < 0) {
+            _exit(1);
+        }
+        ZceRecord::Say("nobody reads this");
+        sigpending(&pending);
+        _exit(sigismember(&pending, SIGPIPE) == 1 ? 7 : 5);
+    };
+    EXPECT_EXIT(say(false), testing::ExitedWithCode(5), "");
+    EXPECT_EXIT(say(true), testing::ExitedWithCode(7), "");
+}
+
+TEST_F(Recorder, AFileThatIsRecordedToIsRefusedAndLeftAsItIs) {
+    Open();
+    Put(m_recorder.Opened(0, 0), 1, "a");
+    m_recorder.Pass(true);
+    const std::string before = ReadAll(Path());
+    CMessageRecorder second;
+    std::string error;
+    EXPECT_FALSE(second.Open("day.pcap", Path(), 4096, error));
+    EXPECT_EQ(error, "another process is recording to it");
+    EXPECT_EQ(ReadAll(Path()), before);
+}
+
+TEST_F(Recorder, AFullDiskEndsTheRecordingWithOneLine) {
+    std::string error;
+    ASSERT_TRUE(m_recorder.Open("/dev/full", "/dev/full", 4096, error)) << error;
+    CMessageQueue* queue = m_recorder.Opened(0, 0);
+    Put(queue, 1, "a");
+    testing::internal::CaptureStderr();
+    m_recorder.Pass(true);
+    Put(queue, 2, "b");
+    m_recorder.Pass(true);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "zce-record: /dev/full: cannot write: No space left on device: the recording has "
+              "ended\n");
+    EXPECT_EQ(m_recorder.Summary(), "");
+}
+
+TEST(OutputFile, IsReplacedAndAPipeThatNobodyReadsIsNotWaitedFor) {
+    const velatest::TempDir directory;
+    const std::string path = directory / "file";
+    std::ofstream(path) << "from yesterday";
+    ZceCapture::COutputFile file;
+    std::string error;
+    ASSERT_TRUE(file.Open(path, error)) << error;
+    ASSERT_TRUE(file.Write("now", 3, error)) << error;
+    file.Close();
+    EXPECT_EQ(ReadAll(path), "now");
+    ASSERT_EQ(mkfifo((directory / "pipe").c_str(), 0600), 0);
+    EXPECT_FALSE(file.Open(directory / "pipe", error));
+    EXPECT_EQ(error, "No such device or address");
+    EXPECT_FALSE(file.Open(directory / "no/file", error));
+    EXPECT_EQ(error, "No such file or directory");
+}
+
+class RecordSettings : public testing::Test {
+  protected:
+    RecordSettings() {
+        for (const char* name : {"ZCE_RECORD", "ZCE_RECORD_BUFFER", "ZCE_RECORD_REGISTERS"}) {
+            unsetenv(name);  // NOLINT(concurrency-mt-unsafe)
+        }
+    }
+    static ZceRecord::Settings With(const char* name, const char* value) {
+        setenv(name, value, 1);  // NOLINT(concurrency-mt-unsafe)
+        return ZceRecord::ReadSettings();
+    }
+};
+
+TEST_F(RecordSettings, AreReadFromTheEnvironment) {
+    const velatest::TempDir directory(velatest::TempDir::Enter::yes);
+    ZceRecord::Settings settings = With("ZCE_RECORD", "day-%p-%p.pcap");
+    const std::string pid = std::to_string(getpid());
+    EXPECT_EQ(settings.name, "day-" + pid + "-" + pid + ".pcap");
+    EXPECT_EQ(settings.path, std::filesystem::current_path().string() + "/" + settings.name);
+    EXPECT_EQ(settings.bufferBytes, 8U * 1024 * 1024);
+    EXPECT_FALSE(settings.registers);
+    EXPECT_EQ(settings.fault, "");
+    settings = With("ZCE_RECORD", "/tmp/x%d.pcap");
+    EXPECT_EQ(settings.path, "/tmp/x%d.pcap");
+    EXPECT_EQ(With("ZCE_RECORD_BUFFER", "1").bufferBytes, 1024U * 1024);
+    EXPECT_EQ(With("ZCE_RECORD_BUFFER", "1024").bufferBytes, 1024U * 1024 * 1024);
+    EXPECT_TRUE(With("ZCE_RECORD_REGISTERS", "1").registers);
+    EXPECT_FALSE(With("ZCE_RECORD_REGISTERS", "0").registers);
+    EXPECT_EQ(ZceRecord::ReadSettings().fault, "");
+}
+
+TEST_F(RecordSettings, BadOnesAreNamed) {
+    EXPECT_EQ(ZceRecord::ReadSettings().fault, "ZCE_RECORD names no file: nothing is recorded");
+    EXPECT_EQ(With("ZCE_RECORD", "").fault, "ZCE_RECORD names no file: nothing is recorded");
+    With("ZCE_RECORD", "day.pcap");
+    for (const char* bad : {"0", "1025", "x", "1M", "-1", " 1", "99999999999999999999"}) {
+        EXPECT_EQ(With("ZCE_RECORD_BUFFER", bad).fault,
+                  std::string("ZCE_RECORD_BUFFER: '") + bad +
+                      "' is not a number of MiB from 1 to 1024: nothing is recorded");
+    }
+    With("ZCE_RECORD_BUFFER", "8");
+    EXPECT_EQ(With("ZCE_RECORD_REGISTERS", "yes").fault,
+              "ZCE_RECORD_REGISTERS: 'yes' is neither 0 nor 1: nothing is recorded");
+}
+
+// Addresses to stand for handles.
+const std::array<char, 8> g_places{};
+const void* At(size_t k) {
+    return &g_places.at(k);
+}
+
+TEST(RecordedHandles, LeadFromFilterAndDescriptorToBusAndChannel) {
+    CHandles handles;
+    handles.FilterIndex(At(0), 7);
+    handles.AcceleratorFound(At(1), At(0));
+    handles.AcceleratorOpened(At(2), At(1));
+    handles.AcceleratorDescriptorGone(At(1));
+    handles.FilterGone(At(0));
+    handles.FilterName(At(0), "CUSTOM_CHAN12_DATA");
+    handles.StreamFound(At(3), At(2), At(0));
+    ASSERT_TRUE(handles.StreamOf(At(3)));
+    EXPECT_EQ(handles.StreamOf(At(3))->bus, 7);
+    EXPECT_EQ(handles.StreamOf(At(3))->channel, 12);
+    handles.StreamDescriptorGone(At(3));
+    EXPECT_FALSE(handles.StreamOf(At(3)));
+}
+
+TEST(RecordedHandles, AnAcceleratorFoundWithoutAnIndexHasAnUnknownBus) {
+    CHandles handles;
+    handles.AcceleratorFound(At(1), At(0));
+    handles.AcceleratorOpened(At(2), At(1));
+    handles.FilterName(At(4), "CUSTOM_CHAN0_DATA");
+    handles.StreamFound(At(3), At(2), At(4));
+    ASSERT_TRUE(handles.StreamOf(At(3)));
+    EXPECT_EQ(handles.StreamOf(At(3))->bus, 65535);
+    EXPECT_EQ(handles.StreamOf(At(3))->channel, 0);
+}
+
+TEST(RecordedHandles, OtherNamesAreNoChannelsAndADescriptorsOldMeaningIsForgotten) {
+    CHandles handles;
+    handles.FilterName(At(0), "CUSTOM_CHAN3_DATA");
+    handles.StreamFound(At(3), At(2), At(0));
+    EXPECT_TRUE(handles.StreamOf(At(3)));
+    for (const char* name : {"", "CUSTOM_CHAN_DATA", "CUSTOM_CHANx_DATA", "CUSTOM_CHAN3_DAT",
+                             "XCUSTOM_CHAN3_DATA", "CUSTOM_CHAN12345_DATA", "CUSTOM_CHAN-1_DATA"}) {
+        handles.FilterName(At(0), name);
+        handles.StreamFound(At(3), At(2), At(0));
+        EXPECT_FALSE(handles.StreamOf(At(3))) << name;
+    }
+}
+
+}  // namespace

@@ -1,0 +1,63 @@
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <cstddef>
+
+#include "DrvEnyx/enyxHw.h"
+#include "record/MessageQueue.h"
+
+namespace ZceRecord {
+
+// The queues of the open streams. Find is for the polling threads and takes no lock; Add and Remove
+// are called one at a time, Remove by the thread that polled the stream or after it.
+class CStreamTable {
+  public:
+    CMessageQueue* Find(const enyx_hw_a2c_stream* stream) const {
+        const size_t used = m_used.load(std::memory_order_acquire);
+        for (size_t k = 0; k < used; ++k) {
+            if (m_entries[k].stream.load(std::memory_order_acquire) == stream) {
+                return m_entries[k].queue;
+            }
+        }
+        return nullptr;
+    }
+
+    // False: the table is full.
+    bool Add(const enyx_hw_a2c_stream* stream, CMessageQueue* queue) {
+        const size_t used = m_used.load(std::memory_order_relaxed);
+        size_t k = 0;
+        while (k < used && m_entries[k].stream.load(std::memory_order_relaxed) != nullptr) {
+            ++k;
+        }
+        if (k == m_entries.size()) {
+            return false;
+        }
+        m_entries[k].queue = queue;
+        m_entries[k].stream.store(stream, std::memory_order_release);
+        m_used.store(k < used ? used : k + 1, std::memory_order_release);
+        return true;
+    }
+
+    // The queue that was the stream's, null if it had none.
+    CMessageQueue* Remove(const enyx_hw_a2c_stream* stream) {
+        const size_t used = m_used.load(std::memory_order_relaxed);
+        for (size_t k = 0; k < used; ++k) {
+            if (m_entries[k].stream.load(std::memory_order_relaxed) == stream) {
+                m_entries[k].stream.store(nullptr, std::memory_order_release);
+                return m_entries[k].queue;
+            }
+        }
+        return nullptr;
+    }
+
+  private:
+    struct Entry {
+        std::atomic<const enyx_hw_a2c_stream*> stream{nullptr};
+        CMessageQueue* queue = nullptr;
+    };
+    std::array<Entry, 256> m_entries;
+    std::atomic<size_t> m_used{0};
+};
+
+}  // namespace ZceRecord

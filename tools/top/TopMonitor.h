@@ -1,0 +1,48 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "ctl/CtlBoard.h"
+#include "top/TopOutput.h"
+#include "top/TopScreen.h"
+
+namespace ZceBoard {
+
+struct TopOptions {
+    uint32_t bus = 0;
+    double interval = 1;  // seconds of real time from look to look
+    bool bOnce = false;   // one report, as text
+    bool bWait = false;   // for a board if there is none, also when the one that is watched goes
+};
+
+// Watches the board of a bus.
+class CTopMonitor {
+  public:
+    explicit CTopMonitor(const TopOptions& options);
+
+    // Until something ends it. False: `error` says what is wrong.
+    bool Run(std::string& error);
+
+  private:
+    bool Attach();
+    bool Open();
+    void Watch();
+    bool AwaitBoard();
+    bool AwaitNextLook(const std::vector<std::string>& lines);
+    bool NoticeEnd();
+
+    TopOptions m_options;
+    int64_t m_intervalNs;
+    std::string m_where;  // "bus 0"
+    std::unique_ptr<CTopOutput> m_output;
+    std::unique_ptr<CBoardMemory> m_memory;
+    CTopHistory m_history;
+    std::string m_error;
+    std::string m_noBoard;   // the words for there being none
+    std::string m_lastLine;  // said when the terminal is a user's again
+};
+
+}  // namespace ZceBoard
