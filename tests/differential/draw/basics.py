@@ -26,7 +26,8 @@ def _seconds_of_day(hhmmss: int) -> int:
 def draw_moment(random: Random, edges: list[int]) -> datetime:
     day = datetime(2026, 1, 1) + timedelta(days=random.randrange(1200))
     if chance(random, 0.7):
-        second = (_seconds_of_day(random.choice(edges)) + random.randint(-3, 3)) % 86400
+        apart = random.choice([0, 0, 0, 1, -1, 2, -2, 3, -3])
+        second = (_seconds_of_day(random.choice(edges)) + apart) % 86400
     else:
         second = random.randrange(86400)
     return day + timedelta(seconds=second)

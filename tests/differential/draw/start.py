@@ -10,6 +10,8 @@ from .basics import EDGE_TIMES, Case, chance, date, draw_moment, hhmmss, stamp
 from .cachefile import cache_content, time_line
 from .settings import draw_index, draw_name, draw_settings
 
+# Where what a start does changes, beside the ends of the trading time.
+DECISION_EDGES = [80000, 90000, 101450, 103000, 113000, 133000, 160000, 201500, 210000, 233000]
 COUNTERS = ("200b", "200c", "200d", "200e", "210b", "210c", "210d", "210e")
 
 
@@ -26,19 +28,34 @@ def _near_time(random: Random, moment: datetime) -> Optional[int]:
     return None if chance(random, 0.3) else 0
 
 
+def _board_times(random: Random, moment: datetime) -> Case:
+    if chance(random, 0.3):
+        # Of no use: the host's time counts.
+        return {"104": [0], "105": [0]}
+    if chance(random, 0.3):
+        now = hhmmss(moment)
+        edge = min(DECISION_EDGES, key=lambda time: abs(time - now)) + random.choice([0, 0, 1, -1])
+        return {"104": [edge], "105": [random.choice([edge, edge - 1])]}
+    return {
+        "104": [_near_time(random, moment) for _ in range(random.choice([1, 1, 2]))],
+        "105": [_near_time(random, moment) for _ in range(random.choice([1, 1, 2]))],
+    }
+
+
 def _date_readings(random: Random, moment: datetime) -> list[int]:
     today = date(moment)
     other = random.choice([0, today - 1, today + 1, 20251231])
-    if chance(random, 0.85):
+    if chance(random, 0.75):
         return [today]
-    return random.choice([[other], [today, other], [today, today, other], [today, other, today]])
+    if chance(random, 0.5):
+        return [other]
+    return random.choice([[today, other], [today, today, other], [today, other, today]])
 
 
 def _registers(random: Random, moment: datetime) -> Case:
     registers: Case = {
         "106": _date_readings(random, moment),
-        "104": [_near_time(random, moment) for _ in range(random.choice([1, 1, 2]))],
-        "105": [_near_time(random, moment) for _ in range(random.choice([1, 1, 2]))],
+        **_board_times(random, moment),
         "11": [random.choice([0, 1, 2, 3, 3, 3])],
         "103": [random.choice([15, 15, 15, 0, 14, 1, 31, 0xFFFFFFFF])],
     }
@@ -76,7 +93,7 @@ def _learnt_file(random: Random, moment: datetime, names: list[str]) -> Optional
 
 
 def draw_start(random: Random) -> Case:
-    moment = draw_moment(random, EDGE_TIMES)
+    moment = draw_moment(random, EDGE_TIMES if chance(random, 0.5) else DECISION_EDGES)
     names = [draw_name(random) for _ in range(random.choice([0, 2, 6]))]
     case: Case = {
         "now": stamp(moment),
