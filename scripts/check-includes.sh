@@ -37,6 +37,7 @@ src/log             src/log/
 src/Utils           src/Utils/
 tests/support       tests/support/
 tests/unit          tests/unit/
+tests/differential  tests/differential/
 tests/system        tests/system/
 tests/capture       tests/capture/
 tests/record        tests/record/
@@ -87,6 +88,7 @@ examples            include board/include
 bench               include board/include device exchange memory src/enyxHw
 tests/support       include src/*
 tests/unit          include src/* tests/support
+tests/differential  include src/* tests/support
 tests/capture       capture tests/support
 tests/record        tools/record capture tests/support
 tests/memory        memory
