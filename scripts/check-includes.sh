@@ -146,7 +146,7 @@ awk -v rooms="$(rooms)" -v table="$(table)" -v today="$(today)" -v files="$(file
         if ((path = folder(from) name) in there) return path
         for (k in bare) {
             if ((path = bare[k] name) in there) {
-                if (bare[k] == "src/" && from !~ /^(src|tests\/(unit|support|device))\//) continue
+                if (bare[k] == "src/" && from !~ /^(src|tests\/(unit|support|device|differential))\//) continue
                 if (bare[k] == "tests/support/" && from !~ /^tests\//) continue
                 return path
             }
