@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "VelaZceBinFormat.h"
-#include "VelaZceUpdmaImpl.h"
 #include "log/elog.h"
 
 namespace {
@@ -22,6 +21,8 @@ std::string FormatInst(const std::string& name, unsigned short index) {
 }
 
 }  // namespace
+
+unsigned long CZceSettleTime::g_uiContractSettleTm = 0;
 
 CTernBinFile::CTernBinFile(std::map<std::string, unsigned short>& map, unsigned int channel)
     : m_mapInst(map), m_uiChannel(channel) {}
@@ -92,7 +93,7 @@ int CTernBinFile::Normal_WriteInstToBin(std::string name, unsigned short index) 
 
 int CTernBinFile::WriteEndToBin() {
     // The remainder: a time that was widened before is not widened twice.
-    unsigned long& ulTime = CZceDmaChanImpl::g_uiContractSettleTm;
+    unsigned long& ulTime = CZceSettleTime::g_uiContractSettleTm;
     ulTime = ZceDateNumber(ZceLocalNow()) * ZCE_BIN_DATE_UNIT + ulTime % ZCE_BIN_DATE_UNIT;
     if (m_fp == nullptr) {
         return 0;

@@ -5,6 +5,17 @@
 #include <string>
 #include <string_view>
 
+// The exchange's time (hhmmss) at which the call auction was found over. The worker sets it;
+// CTernBinFile widens it to yyyymmddhhmmss when it writes the end of the cache file.
+class CZceSettleTime {
+  public:
+    static unsigned long g_uiContractSettleTm;
+
+  protected:
+    CZceSettleTime() = default;
+    ~CZceSettleTime() = default;
+};
+
 // The instrument cache file, "bin" in the working directory: what the call auction taught, for a
 // program that starts later in the same session.
 //
@@ -29,7 +40,7 @@ class CTernBinFile {
     // is open; -1 if the line was not written. A write that fails is reported once and ends the
     // writing, so that a file with a hole in it never gets its end tag.
     int Normal_WriteInstToBin(std::string name, unsigned short index);
-    // Widens CZceDmaChanImpl::g_uiContractSettleTm to a full date and time and ends the file with
+    // Widens CZceSettleTime::g_uiContractSettleTm to a full date and time and ends the file with
     // it. 0, also when no file is open (then only the time is widened); -1 if the write failed.
     int WriteEndToBin();
 

@@ -55,7 +55,6 @@ constexpr int g_iLastDayHour = 14;
 
 }  // namespace
 
-unsigned long CZceDmaChanImpl::g_uiContractSettleTm = 0;
 unsigned char CZceDmaChanImpl::m_bSignalRegister = 0;
 unsigned char CZceDmaChanImpl::s_bAllSubsOver = 0;
 unsigned char CZceDmaChanImpl::s_bCallTimeExpired = 0;

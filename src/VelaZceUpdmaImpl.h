@@ -4,8 +4,8 @@
 #include <string>
 
 #include "DrvEnyx/IDrvDMA.h"
+#include "VelaZceBinFile.h"
 
-class CTernBinFile;
 class CVelaZceMdApiImpl;
 class IDrv;
 struct ZceDmaChanTestPeer;
@@ -31,7 +31,7 @@ struct ZceDmaInitParms_t {
 //
 // Init, Work and the polls run on one thread at a time (normally the same one); nothing here locks.
 // What the static members hold is the process's, not the object's.
-class CZceDmaChanImpl final {
+class CZceDmaChanImpl final : public CZceSettleTime {
   public:
     // None of the three is owned, but the worker of channel 0 releases `drv` when it is destroyed.
     CZceDmaChanImpl(IDrv* drv, CVelaZceMdApiImpl* api, Vela2_U50::CZceConfigFile* cfg);
@@ -85,10 +85,6 @@ class CZceDmaChanImpl final {
     void LoadtoMapFromEachMsg(const void* rec, unsigned int recNo, unsigned int& recLen);
     void LoadtomapFrmParsedMsg(const std::string& name, unsigned char attr, unsigned short index,
                                unsigned int recNo);
-
-    // Exchange time (hhmmss) at which the call auction was found over; CTernBinFile widens it to
-    // yyyymmddhhmmss when it writes the end of the cache file.
-    static unsigned long g_uiContractSettleTm;
 
   private:
     friend struct ZceDmaChanTestPeer;

@@ -8,6 +8,7 @@ std::vector<std::string> QueueDma::s_opened;
 std::vector<std::string> QueueDma::s_closed;
 std::vector<DrvDmaInitParms_t> QueueDma::s_records;
 std::deque<Bytes_t> QueueDma::s_packets;
+int QueueDma::s_initResult = 0;
 std::function<void()> QueueDma::s_onInit;
 const unsigned char* QueueDma::s_lastData = nullptr;
 
@@ -22,7 +23,7 @@ int QueueDma::Init(void* param) {
     if (s_onInit) {
         s_onInit();
     }
-    return 0;
+    return s_initResult;
 }
 
 int QueueDma::Send(void* /*packet*/, unsigned int /*size*/) {

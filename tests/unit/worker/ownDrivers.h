@@ -22,6 +22,8 @@ class QueueDma final : public IDrvDMA {
     static std::vector<DrvDmaInitParms_t> s_records;
     // What the next polls of whatever stream deliver.
     static std::deque<Bytes_t> s_packets;
+    // What every opening answers.
+    static int s_initResult;
     // Called in the middle of every opening.
     static std::function<void()> s_onInit;
     // The address of the packet that was handed over last.

@@ -5,6 +5,8 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <utility>
@@ -205,6 +207,26 @@ TEST_F(OwnDrivers, AnotherChannelReceivesAndTouchesNoRegister) {
     IVelaZceMdApi::DestroyVelaZceMdApi(*api);
     EXPECT_THAT(QueueDma::s_closed, ElementsAre("CUSTOM_CHAN3_DATA"));
     EXPECT_EQ(destroyed, 0);  // the process's, for the next one
+}
+
+// The process ends with status 0; the master's worker has taken the driver along before.
+TEST_F(OwnDrivers, AStreamThatCannotBeOpenedEndsTheProcessWithoutTheDriver) {
+    FakeClock::Set(20261120, 83000);
+    IVelaZceMdApi* const api = IVelaZceMdApi::CreateVelaZceMdApi();
+    drv->OnDestroy([] { std::fputs("driver destroyed\n", stderr); });
+    QueueDma::s_initResult = -1;
+    EXPECT_EXIT(
+        {
+            api->VelaStart(spi, "master.ini");
+            std::_Exit(9);
+        },
+        testing::ExitedWithCode(0), "^driver destroyed\n$");
+    EXPECT_THAT(log.LinesOf("ERROR"),
+                ElementsAre("Dma init busid:0, chanName:CUSTOM_CHAN0_DATA fail!",
+                            "[channel:0] Init dma fail! dma name CUSTOM_CHAN0_DATA.",
+                            "Create Tern service failed!"));
+    drv->OnDestroy(nullptr);
+    IVelaZceMdApi::DestroyVelaZceMdApi(*api);
 }
 
 // What two threads would do at once, in the one order in which it hurts: the master that had the
