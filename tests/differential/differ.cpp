@@ -57,7 +57,7 @@ struct ZceDmaChanTestPeer {
         CZceDmaChanImpl::s_bLoadMapEnabled = 1;
         CZceDmaChanImpl::s_bFirstTmRead = 0;
         CZceDmaChanImpl::s_uiFirstTm = 0;
-        CZceDmaChanImpl::g_uiContractSettleTm = 0;
+        CZceSettleTime::g_uiContractSettleTm = 0;
     }
 };
 
@@ -214,7 +214,7 @@ json RunMap(const json& testCase, ScriptedBoard& board) {
     result["board"] = board.Result();
     result["parsed"] = Peer::ParsedCnt(chan);
     result["flags"] = Peer::Flags();
-    result["settle"] = CZceDmaChanImpl::g_uiContractSettleTm;
+    result["settle"] = CZceSettleTime::g_uiContractSettleTm;
     return result;
 }
 
@@ -227,7 +227,7 @@ void Step(const json& step, InstMap_t& insts, std::unique_ptr<CTernBinFile>& fil
     } else if (operation == "clock") {
         SetClock(step.at(1));
     } else if (operation == "settle") {
-        CZceDmaChanImpl::g_uiContractSettleTm = step.at(1);
+        CZceSettleTime::g_uiContractSettleTm = step.at(1);
     } else if (operation == "init") {
         file->Normal_FileInit();
     } else if (operation == "instrument") {
@@ -253,7 +253,7 @@ json RunCache(const json& testCase, ScriptedBoard& board) {
         Step(step, insts, file, loaded);
     }
     json result = CommonResult(insts);
-    result["settle"] = CZceDmaChanImpl::g_uiContractSettleTm;
+    result["settle"] = CZceSettleTime::g_uiContractSettleTm;
     result["loaded"] = loaded;
     return result;
 }
