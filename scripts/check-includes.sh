@@ -37,6 +37,7 @@ src/log             src/log/
 src/Utils           src/Utils/
 tests/support       tests/support/
 tests/unit          tests/unit/
+tests/differential  tests/differential/
 tests/system        tests/system/
 tests/capture       tests/capture/
 tests/record        tests/record/
@@ -87,6 +88,7 @@ examples            include board/include
 bench               include board/include device exchange memory src/enyxHw
 tests/support       include src/*
 tests/unit          include src/* tests/support
+tests/differential  include src/* tests/support
 tests/capture       capture tests/support
 tests/record        tools/record capture tests/support
 tests/memory        memory
@@ -144,7 +146,7 @@ awk -v rooms="$(rooms)" -v table="$(table)" -v excuses="$(excused)" -v files="$(
         if ((path = folder(from) name) in there) return path
         for (k in bare) {
             if ((path = bare[k] name) in there) {
-                if (bare[k] == "src/" && from !~ /^(src|tests\/(unit|support|device|system))\//) continue
+                if (bare[k] == "src/" && from !~ /^(src|tests\/(unit|support|device|differential|system))\//) continue
                 if (bare[k] == "tests/support/" && from !~ /^tests\//) continue
                 return path
             }
