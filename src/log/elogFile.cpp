@@ -35,7 +35,7 @@ bool s_rotating = false;
 int s_slot = NO_FILE;  // the descriptor that is the log's own
 
 // What signal handlers use as well, without the lock. The descriptor of the open file keeps its
-// number from one day to the next: the new day's file is put into its place by dup2(), so that a
+// number from one day to the next: the new day's file is put into its place by dup3(), so that a
 // line which is on its way goes into the one or the other and never into a descriptor that is no
 // longer the log's. It is closed only when no handler is at the file.
 std::atomic<bool> s_initialised{false};
@@ -81,9 +81,28 @@ void MakeFileName(unsigned int day, char (&fileName)[NAME_BYTES]) {
     fileName[text.Length()] = '\0';
 }
 
-// Opens the day's file, as fopen() does with mode "ab". NO_FILE if that fails.
+// Opens the day's file, as fopen() does with mode "ab", if it is a regular file under its own name.
+// NO_FILE with errno if that fails: the directory is shared by all users of the host, and whoever
+// may write there must not lead another's process to a file of their choice (a link: ELOOP) or make
+// it wait (a FIFO, a device: ENXIO, as open() has it for a FIFO without a reader). O_NONBLOCK is
+// for the open alone: it means nothing to a regular file.
 int Open(const char* fileName) {
-    return open(fileName, O_WRONLY | O_CREAT | O_APPEND, g_uiFileMode);
+    constexpr int flags = O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+    const int opened = open(fileName, flags, g_uiFileMode);
+    if (opened == NO_FILE) {
+        return NO_FILE;
+    }
+    struct stat status {};
+    if (fstat(opened, &status) == 0) {
+        if (S_ISREG(status.st_mode)) {
+            return opened;
+        }
+        errno = ENXIO;
+    }
+    const int reason = errno;
+    close(opened);
+    errno = reason;
+    return NO_FILE;
 }
 
 // As Open, the reason for a failure on standard error.
@@ -131,7 +150,7 @@ void ChangeFile(int opened, unsigned int day) {
         return;
     }
     const int file = s_file;
-    if (file != NO_FILE && s_day < day && dup2(opened, file) == file) {
+    if (file != NO_FILE && s_day < day && dup3(opened, file, O_CLOEXEC) == file) {
         s_day = day;
     }
     s_changing.clear();
@@ -142,7 +161,7 @@ void AdoptFile(int opened) {
     if (s_slot == NO_FILE) {
         s_slot = opened;
     } else {  // a handler kept it from being closed
-        dup2(opened, s_slot);
+        dup3(opened, s_slot, O_CLOEXEC);
         close(opened);
     }
     s_file = s_slot;
