@@ -76,7 +76,7 @@ class Tree:
             if line and not line[0].isspace():
                 made = line.split(":")[0]
             elif line.strip():
-                source = os.path.normpath(self.build / line.strip())
+                source = os.path.realpath(self.build / line.strip())
                 if source.startswith(f"{self.root}/"):
                     reached.setdefault(os.path.relpath(source, self.root), set()).add(made)
         return reached
@@ -118,13 +118,31 @@ class Workshop:
         linker = shutil.which("ld.gold")
         self.linker = ["-fuse-ld=gold"] if linker else []
 
+    def _room(self, word: str) -> str:
+        """For an include path of the build tree, which holds links to folders of the sources, one
+        with links to those of the private copy."""
+        folder = Path(word[2:])
+        if not word.startswith("-I") or not folder.is_relative_to(self.tree.build):
+            return ""
+        links = [p for p in folder.iterdir() if p.is_symlink()]
+        if not links:
+            return ""
+        copy = self.place / "rooms" / folder.relative_to(self.tree.build)
+        copy.mkdir(parents=True, exist_ok=True)
+        for link in links:
+            if not (copy / link.name).exists():
+                source = link.resolve().relative_to(self.tree.root)
+                (copy / link.name).symlink_to(self.sources / source)
+        return f"-I{copy}"
+
     def _compile(self, made: str) -> Path | None:
         """The object from the private copy; None if it does not compile."""
         target = self.place / "objects" / made
         target.parent.mkdir(parents=True, exist_ok=True)
         root = re.escape(str(self.tree.root))
         build = re.escape(os.path.relpath(self.tree.build, self.tree.root))
-        words = [re.sub(rf"{root}(?!/{build})(?=/|$)", str(self.sources), word)
+        words = [self._room(word) or
+                 re.sub(rf"{root}(?!/{build})(?=/|$)", str(self.sources), word)
                  for word in self.tree.commands[made]]
         words = [word for word in words if not re.fullmatch(r"-O\w|-g\d?", word)]
         words[words.index("-o") + 1] = str(target)

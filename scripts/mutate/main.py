@@ -44,6 +44,9 @@ class Plan:
             if names:
                 self.steps.append((program, *self._measure(shop, binary, names)))
 
+        if not self.steps:
+            raise SystemExit(f"mutate: {path} reaches no test in scripts/mutate/table.py")
+
     @staticmethod
     def _measure(shop: Workshop, binary: Path, names: list[str]) -> tuple[list[str], list[str], float]:
         """Cases that pass one after the other in one process, cases that pass alone, seconds."""
