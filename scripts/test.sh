@@ -36,6 +36,7 @@ tests() {
 total=0
 run "What is needed" need "${BUILD_PACKAGES[@]}" "${TEST_PACKAGES[@]}"
 run "Style and layering" check_style
+run "Static analysis: cppcheck" scripts/analyze.sh cppcheck
 run "Build: release, g++" build release
 run "Tests: release" tests release
 run "Build: AddressSanitizer + UndefinedBehaviorSanitizer, clang++ and clang-tidy" build asan
