@@ -132,7 +132,8 @@ std::string LinkText(uint32_t linkStatus) {
         return "all connected";
     }
     std::string text;
-    for (int fibre = 0; fibre < std::bit_width(LINK_ALL_CONNECTED); ++fibre) {
+    constexpr auto fibres = static_cast<uint32_t>(std::bit_width(LINK_ALL_CONNECTED));
+    for (uint32_t fibre = 0; fibre < fibres; ++fibre) {
         if ((linkStatus >> fibre & 1) == 0) {
             text.append(text.empty() ? "not connected: " : ", ").append(std::to_string(fibre));
         }
