@@ -5,7 +5,7 @@
 source "$(dirname "$0")/common.sh"
 
 need "${BUILD_PACKAGES[@]}" abigail-tools binutils
-build release velazce_abi VelaZceMdApi >/dev/null
+built=$(build release velazce_abi VelaZceMdApi) || { echo "$built" | tail -n 30; exit 1; }
 record=tests/system/abi/libVelaZceMdApi.abi
 library=build/release/tests/system/abi/libvelazce_abi.so
 case ${1:-} in

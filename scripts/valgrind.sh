@@ -5,7 +5,7 @@
 source "$(dirname "$0")/common.sh"
 
 need "${BUILD_PACKAGES[@]}" valgrind
-build release zce-recv zce-board zce-top >/dev/null
+built=$(build release zce-recv zce-board zce-top) || { echo "$built" | tail -n 30; exit 1; }
 
 bin=$ROOT/build/release/bin
 work=$(mktemp -d "${TMPDIR:-/tmp}/zce-valgrind.XXXXXX")
