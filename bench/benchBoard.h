@@ -33,6 +33,7 @@ class CBenchBoard {
         }
         return got;
     }
+    IVelaZceMdApi* Api() const { return m_pApi; }
     enyx_hw_a2c_stream* VendorStream() const { return m_a2c; }
     enyx_hw_c2a_stream* AnswerStream() const { return m_c2a; }
 

@@ -110,7 +110,7 @@ int CTernBinFile::Normal_WriteInstToBin(std::string name, unsigned short index) 
 int CTernBinFile::WriteEndToBin() {
     // The remainder: a time that was widened before is not widened twice.
     unsigned long& ulTime = CZceSettleTime::g_uiContractSettleTm;
-    const unsigned long ulDate = VORBA2::LocalNow().value_or(VORBA2::LocalMoment{}).date;
+    const unsigned long ulDate = VORBA2::LocalNow().value_or(VORBA2::LocalMoment_t{}).date;
     ulTime = ulDate * ZCE_BIN_DATE_UNIT + ulTime % ZCE_BIN_DATE_UNIT;
     if (m_fp == nullptr) {
         return 0;
@@ -126,7 +126,7 @@ int CTernBinFile::Intrade_WrInstFromFpga() {
     if (!OpenForWriting()) {
         return -1;
     }
-    const VORBA2::LocalMoment now = VORBA2::LocalNow().value_or(VORBA2::LocalMoment{});
+    const VORBA2::LocalMoment_t now = VORBA2::LocalNow().value_or(VORBA2::LocalMoment_t{});
     bool bWritten = PutTime(now.date * ZCE_BIN_DATE_UNIT + now.time);
     for (auto it = m_mapInst.cbegin(); bWritten && it != m_mapInst.cend(); ++it) {
         bWritten = Put(FormatInst(it->first, it->second));

@@ -130,8 +130,8 @@ int CTernBinFile::Intrade_ExtractBinCreTime() {
 }
 
 int CTernBinFile::Intrade_ChkBinTimeValidate() {
-    const std::optional<VORBA2::LocalMoment> known = VORBA2::LocalNow();
-    const VORBA2::LocalMoment now = known.value_or(VORBA2::LocalMoment{});
+    const std::optional<VORBA2::LocalMoment_t> known = VORBA2::LocalNow();
+    const VORBA2::LocalMoment_t now = known.value_or(VORBA2::LocalMoment_t{});
     const unsigned long ulNow = now.date * ZCE_BIN_DATE_UNIT + now.time;
     const bool bNight = now.time > g_uiLastDayTime;
     const unsigned long ulBegin = bNight ? g_ulNightBegin : g_ulDayBegin;

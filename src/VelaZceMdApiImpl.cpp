@@ -169,7 +169,7 @@ int CVelaZceMdApiImpl::VelaStart(IVelaZceMdSpi& spi, const char* cfgPath) {
 }
 
 int CVelaZceMdApiImpl::VelaRecv() {
-    if (m_isExit.load(std::memory_order_relaxed) != 0) [[unlikely]] {
+    if (IsExit()) [[unlikely]] {
         return -1;
     }
     if (m_pChan == nullptr) [[unlikely]] {

@@ -231,7 +231,7 @@ bool CZceDmaChanImpl::IsCallTimeExpired() {
     }
     // A first clock that has not moved since then is not fed: the second one counts.
     const unsigned int uiTime = uiTimeA == s_uiFirstTm ? uiTimeB : uiTimeA;
-    const unsigned int uiNow = VORBA2::LocalNow().value_or(VORBA2::LocalMoment{}).time;
+    const unsigned int uiNow = VORBA2::LocalNow().value_or(VORBA2::LocalMoment_t{}).time;
     const unsigned int uiBegin =
         uiNow > g_uiLastDayTime ? g_uiNightExpireBegin : g_uiDayExpireBegin;
     if (uiTime < uiBegin || uiTime - uiBegin > g_uiExpireWidth) {

@@ -93,7 +93,8 @@ class CZceDmaChanImpl final : public CZceSettleTime {
     void SubscribeAll();
     void Deliver(unsigned int type, const unsigned char* msg);
     [[gnu::cold, gnu::noinline]] void HandleOtherMsg(const unsigned char* msg, unsigned int len);
-    [[gnu::cold, gnu::noinline]] static void RegisterSignals();
+    [[gnu::cold, gnu::noinline]] void DeliverWithSignals(unsigned int type,
+                                                         const unsigned char* msg);
 
     unsigned int m_bGotData = 0;                      // a callback was made since the last poll
     unsigned long m_ulParsedCnt = 0;                  // instrument records of all map packets

@@ -88,7 +88,7 @@ void CGarbage::MakeMapPacket() {
     }
     uint32_t area = static_cast<uint32_t>(m_message.size() - AREA_LENGTH - 2);
     if (spoiling == AREA_LONG) {
-        // By one byte no record can be missing.
+        // By one byte no record begins there.
         area += m_random.Below(2) == 0 ? 1 : 2 + m_random.Below(0xFFFD - area);
     } else if (spoiling == AREA_SHORT) {
         area = m_random.Below(area);

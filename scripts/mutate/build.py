@@ -116,7 +116,7 @@ class Workshop:
                         ignore=shutil.ignore_patterns("build", ".git"))
         self.env = {**os.environ, "TMPDIR": str(self.temp), "LC_ALL": "C"}
         linker = shutil.which("ld.gold")
-        self.linker = ["-fuse-ld=gold"] if linker else []
+        self.linker = ["-fno-lto"] + (["-fuse-ld=gold"] if linker else [])
 
     def _room(self, word: str) -> str:
         """For an include path of the build tree, which holds links to folders of the sources, one
@@ -144,7 +144,7 @@ class Workshop:
         words = [self._room(word) or
                  re.sub(rf"{root}(?!/{build})(?=/|$)", str(self.sources), word)
                  for word in self.tree.commands[made]]
-        words = [word for word in words if not re.fullmatch(r"-O\w|-g\d?", word)]
+        words = [word for word in words if not re.fullmatch(r"-O\w|-g\d?|-flto.*|-ffat-lto-objects", word)]
         words[words.index("-o") + 1] = str(target)
         words += ["-O0", "-w"]
         status, self.output = run(words, self.tree.build, COMPILE_SECONDS, limits=False)

@@ -61,7 +61,7 @@ bool CContractServ::RecoverInstsFromFpga() {
 // Gives a board that has just been reset the time to gather the broadcast; more of it in the
 // morning break.
 unsigned int CContractServ::GetExpireTime() {
-    const unsigned int now = VORBA2::LocalNow().value_or(VORBA2::LocalMoment{}).time;
+    const unsigned int now = VORBA2::LocalNow().value_or(VORBA2::LocalMoment_t{}).time;
     const unsigned int boardTime = m_pFpgaServ->GetRealTime();
     const bool inBreak = IsWithin(now, g_uiMorningBegin, g_uiMorningEnd) &&
                          IsWithin(boardTime, g_uiBreakBegin, g_uiBreakEnd);

@@ -78,7 +78,7 @@ void CZceFpgaServ::WriteTableWord(const ZceTableRegs_t& regs, unsigned int addr,
 }
 
 void CZceFpgaServ::UpdateTimeStamp() {
-    const std::optional<VORBA2::LocalMoment> now = VORBA2::LocalNow();
+    const std::optional<VORBA2::LocalMoment_t> now = VORBA2::LocalNow();
     if (!now) {
         // Any other date would have the next start reset the board.
         LOG_ERROR("Unable to determine the local time, fpga addr 0x106 is left as it is.");
@@ -89,7 +89,7 @@ void CZceFpgaServ::UpdateTimeStamp() {
 }
 
 bool CZceFpgaServ::bDataEqual(unsigned int& fpgaDate, unsigned int& sysDate) {
-    sysDate = VORBA2::LocalNow().value_or(VORBA2::LocalMoment{}).date;
+    sysDate = VORBA2::LocalNow().value_or(VORBA2::LocalMoment_t{}).date;
     fpgaDate = ReadReg(ZCE_REG_TRADE_DATE);
     return sysDate != 0 && fpgaDate == sysDate;
 }
@@ -112,7 +112,7 @@ bool CZceFpgaServ::ReadBoardTime(unsigned int& boardTime) const {
 }
 
 unsigned int CZceFpgaServ::GetRealTime() {
-    const std::optional<VORBA2::LocalMoment> moment = VORBA2::LocalNow();
+    const std::optional<VORBA2::LocalMoment_t> moment = VORBA2::LocalNow();
     if (!moment) {
         LOG_ERROR("Unable to determine the local time.");
         return g_uiTimeFail;

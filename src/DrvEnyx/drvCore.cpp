@@ -46,7 +46,7 @@ struct AccSearch_t {
     using Descriptor_t = CEnyxAccDescriptor;
 
     static int Enumerate(const enyx_hw_filter* filter, Descriptor_t& found) {
-        return enyx_hw_enumerate_accelerators(filter, found.List(), Descriptor_t::capacity);
+        return enyx_hw_enumerate_accelerators(filter, found.List(), Descriptor_t::g_uiCapacity);
     }
     static void NoFilter() { LOG_ERROR("Could not create filter for DMA. errno:%d", errno); }
     static void NoIndex() {
@@ -63,7 +63,7 @@ struct MmioSearch_t {
 
     int Enumerate(const enyx_hw_filter* filter, Descriptor_t& found) const {
         return enyx_hw_accelerator_enumerate_mmios(accelerator, filter, found.List(),
-                                                   Descriptor_t::capacity);
+                                                   Descriptor_t::g_uiCapacity);
     }
     static void NoFilter() {
         LOG_ERROR("Could not create mmio filter, errmsg:%s.", std::strerror(errno));

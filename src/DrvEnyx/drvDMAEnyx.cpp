@@ -49,7 +49,7 @@ constexpr A2cCounter_t g_arrA2cCounters[] = {
 enyx_hw_a2c_stream* OpenA2cStream(enyx_hw_accelerator* accelerator, const CEnyxFilter& filter,
                                   CEnyxA2cDescriptor& found, const char* name) {
     if (enyx_hw_accelerator_enumerate_a2c_streams(accelerator, filter.Get(), found.List(),
-                                                  CEnyxA2cDescriptor::capacity) != 1) {
+                                                  CEnyxA2cDescriptor::g_uiCapacity) != 1) {
         LOG_ERROR("Could not find a2c stream. dmaName:%s, err:%s", name, std::strerror(errno));
         return nullptr;
     }
@@ -67,7 +67,7 @@ enyx_hw_a2c_stream* OpenA2cStream(enyx_hw_accelerator* accelerator, const CEnyxF
 enyx_hw_c2a_stream* OpenC2aStream(enyx_hw_accelerator* accelerator, const CEnyxFilter& filter,
                                   CEnyxC2aDescriptor& found, const char* name) {
     if (enyx_hw_accelerator_enumerate_c2a_streams(accelerator, filter.Get(), found.List(),
-                                                  CEnyxC2aDescriptor::capacity) != 1) {
+                                                  CEnyxC2aDescriptor::g_uiCapacity) != 1) {
         LOG_ERROR("Could not find c2a stream. dmaName:%s, err:%s", name, std::strerror(errno));
         return nullptr;
     }

@@ -30,7 +30,7 @@ class CEnyxFilter {
 template <typename Descriptor, void (*Free)(Descriptor**, std::size_t)>
 class CEnyxDescriptor {
   public:
-    static constexpr std::size_t capacity = 1;
+    static constexpr std::size_t g_uiCapacity = 1;
 
     CEnyxDescriptor() = default;
     CEnyxDescriptor(CEnyxDescriptor&& other) noexcept : m_pDescriptor(other.m_pDescriptor) {
@@ -48,7 +48,7 @@ class CEnyxDescriptor {
     // Now instead of at the end.
     void GiveBack() {
         if (m_pDescriptor != nullptr) {
-            Free(&m_pDescriptor, capacity);
+            Free(&m_pDescriptor, g_uiCapacity);
             m_pDescriptor = nullptr;
         }
     }

@@ -6,15 +6,15 @@
 
 namespace {
 
-constexpr std::size_t MAC_LENGTH = 17;
-constexpr std::size_t MAC_GROUP = 3;  // two digits and the separator behind them
-constexpr std::size_t IP_MIN_LENGTH = 7;
-constexpr std::size_t IP_MAX_LENGTH = 15;
-constexpr unsigned int IP_MAX_NUMBER = 255;
-constexpr unsigned int IP_NUMBERS = 4;
-constexpr std::size_t PARSED_CHARACTERS = 20;
-constexpr unsigned int PARSED_NUMBERS = 5;
-constexpr unsigned char REJECTED_BYTE = 34;
+constexpr std::size_t g_uiMacLength = 17;
+constexpr std::size_t g_uiMacGroup = 3;  // two digits and the separator behind them
+constexpr std::size_t g_uiIpMinLength = 7;
+constexpr std::size_t g_uiIpMaxLength = 15;
+constexpr unsigned int g_uiIpMaxNumber = 255;
+constexpr unsigned int g_uiIpNumbers = 4;
+constexpr std::size_t g_uiParsedCharacters = 20;
+constexpr unsigned int g_uiParsedNumbers = 5;
+constexpr unsigned char g_ucRejectedByte = 34;
 
 // Not <cctype>: the answers must not depend on the process's locale.
 bool IsDigit(char character) {
@@ -47,7 +47,7 @@ bool HasFittingNumbers(const char* str) {
         const bool isFirstDigit = at == str || at[-1] == '.';
         numbers += isFirstDigit ? 1 : 0;
         value = (isFirstDigit ? 0 : value * 10) + static_cast<unsigned int>(*at - '0');
-        if (numbers > IP_NUMBERS || value > IP_MAX_NUMBER) {
+        if (numbers > g_uiIpNumbers || value > g_uiIpMaxNumber) {
             return false;
         }
     }
@@ -58,13 +58,13 @@ bool HasFittingNumbers(const char* str) {
 
 bool IsValidMac(const char* str) {
     const char* text = OrEmpty(str);
-    if (std::strlen(text) != MAC_LENGTH) {
+    if (std::strlen(text) != g_uiMacLength) {
         return Reject(
             "Error: The MAC address should contain 17 characters, including 6 hex digits and 5 "
             "\":\" ");
     }
-    for (std::size_t position = 0; position < MAC_LENGTH; ++position) {
-        if (position % MAC_GROUP == MAC_GROUP - 1) {
+    for (std::size_t position = 0; position < g_uiMacLength; ++position) {
+        if (position % g_uiMacGroup == g_uiMacGroup - 1) {
             if (text[position] != ':') {
                 return Reject(
                     "Error: The MAC address should contain 5 \":\", separated by hex digits.");
@@ -80,7 +80,7 @@ bool IsValidMac(const char* str) {
 bool IsValidIp(const char* str) {
     const char* text = OrEmpty(str);
     const std::size_t length = std::strlen(text);
-    if (length < IP_MIN_LENGTH || length > IP_MAX_LENGTH) {
+    if (length < g_uiIpMinLength || length > g_uiIpMaxLength) {
         return Reject("Error: The IP address should contain 4 numbers separated by dots.");
     }
     if (std::strspn(text, "0123456789.") != length) {
@@ -97,16 +97,16 @@ int ipStr2val(const char* ip, unsigned char* out) {
     if (out == nullptr) {
         return -1;
     }
-    char text[PARSED_CHARACTERS + 1] = "";
-    std::strncpy(text, OrEmpty(ip), PARSED_CHARACTERS);
+    char text[g_uiParsedCharacters + 1] = "";
+    std::strncpy(text, OrEmpty(ip), g_uiParsedCharacters);
     const char* at = text;
-    for (unsigned int number = 0; number < PARSED_NUMBERS && IsDigit(*at); ++number) {
+    for (unsigned int number = 0; number < g_uiParsedNumbers && IsDigit(*at); ++number) {
         unsigned int value = 0;
         for (; IsDigit(*at); ++at) {
             value = value * 10 + static_cast<unsigned int>(*at - '0');
         }
         out[number] = static_cast<unsigned char>(value);
-        if (out[number] == REJECTED_BYTE) {  // deliberate
+        if (out[number] == g_ucRejectedByte) {  // deliberate
             return -1;
         }
         if (*at == '\0') {

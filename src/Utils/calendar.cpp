@@ -23,12 +23,12 @@ unsigned int TimeNumber(const std::tm& local) {
     return Decimal(local.tm_hour, local.tm_min, local.tm_sec);
 }
 
-std::optional<LocalMoment> LocalNow() {
+std::optional<LocalMoment_t> LocalNow() {
     std::tm local{};
     if (!Clock::LocalTime(Clock::WallSeconds(), local)) {
         return std::nullopt;
     }
-    return LocalMoment{DateNumber(local), TimeNumber(local)};
+    return LocalMoment_t{DateNumber(local), TimeNumber(local)};
 }
 
 }  // namespace VORBA2

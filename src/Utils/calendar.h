@@ -11,13 +11,13 @@ unsigned int DateNumber(const std::tm& local);
 unsigned int TimeNumber(const std::tm& local);
 
 // One reading of the host's clock, in local time.
-struct LocalMoment {
+struct LocalMoment_t {
     unsigned int date = 0;  // yyyymmdd
     unsigned int time = 0;  // hhmmss
 };
 
 // The host's local date and time of day; nothing if the host cannot tell. What that means is the
 // caller's to decide: it is no date, and not midnight. Any thread may ask.
-std::optional<LocalMoment> LocalNow();
+std::optional<LocalMoment_t> LocalNow();
 
 }  // namespace VORBA2

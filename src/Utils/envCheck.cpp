@@ -20,15 +20,15 @@ enum BoardEnvironment : unsigned int {
     NOT_DETECTED = 6,
 };
 
-constexpr char XI_DRIVER_CMD[] = "lsmod | grep xdma";
-constexpr char E_DRIVER_CMD[] = "lsmod | grep hfp";
-constexpr char SERVER_NAME[] = "QyDeliverDmaServer";
-constexpr char VERSION[] = "3.10.0";
+constexpr char g_szXiDriverCmd[] = "lsmod | grep xdma";
+constexpr char g_szEDriverCmd[] = "lsmod | grep hfp";
+constexpr char g_szServerName[] = "QyDeliverDmaServer";
+constexpr char g_szVersion[] = "3.10.0";
 
-constexpr std::size_t NOTE_BYTES = 256;
-constexpr std::size_t SERVER_CMD_BYTES = 128;
-constexpr int BOARD_LINE_BYTES = 256;
-constexpr int PROCESS_LINE_BYTES = 2048;
+constexpr std::size_t g_uiNoteBytes = 256;
+constexpr std::size_t g_uiServerCmdBytes = 128;
+constexpr int g_iBoardLineBytes = 256;
+constexpr int g_iProcessLineBytes = 2048;
 
 // The output of a shell command, open for the life of the object.
 class CCommandOutput {
@@ -64,12 +64,13 @@ class CCommandOutput {
 // Boards of one kind: none, one, several.
 unsigned int CountBoards(const char* command) {
     constexpr unsigned int several = 2;
-    const unsigned int lines = CCommandOutput(command).CountLines<BOARD_LINE_BYTES>();
+    const unsigned int lines = CCommandOutput(command).CountLines<g_iBoardLineBytes>();
     return lines < several ? lines : several;
 }
 
 bool IsServerItself() {
-    return std::strncmp(program_invocation_short_name, SERVER_NAME, std::strlen(SERVER_NAME)) == 0;
+    return std::strncmp(program_invocation_short_name, g_szServerName,
+                        std::strlen(g_szServerName)) == 0;
 }
 
 int RequireDriver(bool isInstalled, const char* complaint) {
@@ -83,7 +84,7 @@ int RequireDriver(bool isInstalled, const char* complaint) {
 void WarnOfMissingDrivers() {
     const char* missingE = IsEDriverInstalled() ? "" : "Attention! the E driver not installed!";
     const char* missingXi = IsXiDriverInstalled() ? "" : "Attention! the Xi driver not installed!";
-    char note[NOTE_BYTES];
+    char note[g_uiNoteBytes];
     std::snprintf(note, sizeof(note), "%s%s", missingE, missingXi);
     std::printf("%s \n", note);
 }
@@ -108,11 +109,11 @@ unsigned int CheckEnvBoard() {
 }
 
 bool IsXiDriverInstalled() {
-    return CCommandOutput(XI_DRIVER_CMD).CountLines<BOARD_LINE_BYTES>() != 0;
+    return CCommandOutput(g_szXiDriverCmd).CountLines<g_iBoardLineBytes>() != 0;
 }
 
 bool IsEDriverInstalled() {
-    return CCommandOutput(E_DRIVER_CMD).IsOpen();  // deliberately without a look at the output
+    return CCommandOutput(g_szEDriverCmd).IsOpen();  // deliberately without a look at the output
 }
 
 int CheckBeforeRun() {
@@ -143,14 +144,14 @@ int CheckBeforeRun() {
 }
 
 bool IsProdProgRunning() {
-    char command[SERVER_CMD_BYTES];
-    std::snprintf(command, sizeof(command), "ps -ef | grep -w %s | grep -v grep", SERVER_NAME);
+    char command[g_uiServerCmdBytes];
+    std::snprintf(command, sizeof(command), "ps -ef | grep -w %s | grep -v grep", g_szServerName);
     CCommandOutput processes(command);
     if (!processes.IsOpen()) {
         return false;
     }
     const unsigned int expected = IsServerItself() ? 2 : 1;
-    return processes.CountLines<PROCESS_LINE_BYTES>() == expected;
+    return processes.CountLines<g_iProcessLineBytes>() == expected;
 }
 
 char* GetCurUserName() {
@@ -164,5 +165,5 @@ bool IsCurUserRoot() {
 }
 
 const char* GetUpDmaLibVersion() {
-    return VERSION;
+    return g_szVersion;
 }

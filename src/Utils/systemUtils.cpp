@@ -11,9 +11,9 @@ unsigned int g_uiRstMaskBit = 1;
 
 namespace {
 
-constexpr int CPU_COUNT = CPU_SETSIZE;  // of a cpu_set_t
-static_assert(CPU_COUNT == 1024);
-constexpr int WORD_BITS = 64;
+constexpr int g_iCpuCount = CPU_SETSIZE;  // of a cpu_set_t
+static_assert(g_iCpuCount == 1024);
+constexpr int g_iWordBits = 64;
 
 }  // namespace
 
@@ -22,8 +22,9 @@ bool IsNeedFpgaRst() {
 }
 
 void bind_to_cpu(int cpu) {
-    if (cpu >= CPU_COUNT) {
-        std::printf("Invalid CPU %d > CPU_SETSIZE(%d), WE don't bind to anycore.", cpu, CPU_COUNT);
+    if (cpu >= g_iCpuCount) {
+        std::printf("Invalid CPU %d > CPU_SETSIZE(%d), WE don't bind to anycore.", cpu,
+                    g_iCpuCount);
         return;
     }
     cpu_set_t set;
@@ -49,5 +50,5 @@ bool Uti_IsBigEndian() {
 }
 
 std::uint64_t Uti_MoveLeft64(std::uint64_t v, int n) {
-    return n == WORD_BITS ? 0 : v;  // deliberately no shift
+    return n == g_iWordBits ? 0 : v;  // deliberately no shift
 }

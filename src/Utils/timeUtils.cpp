@@ -7,20 +7,20 @@
 namespace {
 
 // Times of day as the number hhmmss; both ends belong to the session.
-struct Session {
+struct Session_t {
     unsigned int first;
     unsigned int last;
 };
-constexpr Session SESSIONS[] = {{90001, 149999}, {210001, 232999}};
+constexpr Session_t g_arrSessions[] = {{90001, 149999}, {210001, 232999}};
 
 }  // namespace
 
 bool ZceIsInTradeTime() {
-    const std::optional<VORBA2::LocalMoment> now = VORBA2::LocalNow();
+    const std::optional<VORBA2::LocalMoment_t> now = VORBA2::LocalNow();
     if (!now) {
         return false;
     }
-    for (const Session& session : SESSIONS) {
+    for (const Session_t& session : g_arrSessions) {
         if (now->time >= session.first && now->time <= session.last) {
             return true;
         }
@@ -54,7 +54,7 @@ std::uint64_t NS_Sleep(std::uint64_t start, std::uint64_t ns) {
 }
 
 int CheckIsRotateDay(unsigned long* day) {
-    const std::optional<VORBA2::LocalMoment> now = VORBA2::LocalNow();
+    const std::optional<VORBA2::LocalMoment_t> now = VORBA2::LocalNow();
     if (day == nullptr || !now || *day >= now->date) {
         return 0;
     }

@@ -7,14 +7,15 @@
 
 namespace {
 
-constexpr std::uint64_t FMT_ALL = ELOG_FMT_LVL | ELOG_FMT_TAG | ELOG_FMT_TIME | ELOG_FMT_P_INFO |
-                                  ELOG_FMT_T_INFO | ELOG_FMT_DIR | ELOG_FMT_FUNC | ELOG_FMT_LINE;
-constexpr std::uint64_t FMT_SHORT = ELOG_FMT_LVL | ELOG_FMT_TAG | ELOG_FMT_TIME;
-constexpr std::uint64_t FMT_NO_FUNC = FMT_ALL & ~ELOG_FMT_FUNC;
+constexpr std::uint64_t g_ulFmtAll = ELOG_FMT_LVL | ELOG_FMT_TAG | ELOG_FMT_TIME | ELOG_FMT_P_INFO |
+                                     ELOG_FMT_T_INFO | ELOG_FMT_DIR | ELOG_FMT_FUNC | ELOG_FMT_LINE;
+constexpr std::uint64_t g_ulFmtShort = ELOG_FMT_LVL | ELOG_FMT_TAG | ELOG_FMT_TIME;
+constexpr std::uint64_t g_ulFmtNoFunc = g_ulFmtAll & ~ELOG_FMT_FUNC;
 
 // Indexed by level, ASSERT to VERBOSE.
-constexpr std::uint64_t installedFormats[ELOG_LVL_TOTAL] = {
-    FMT_ALL, FMT_SHORT, FMT_SHORT, FMT_SHORT, FMT_SHORT, FMT_NO_FUNC, FMT_NO_FUNC};
+constexpr std::uint64_t g_arrInstalledFormats[ELOG_LVL_TOTAL] = {
+    g_ulFmtAll,   g_ulFmtShort,  g_ulFmtShort, g_ulFmtShort,
+    g_ulFmtShort, g_ulFmtNoFunc, g_ulFmtNoFunc};
 
 }  // namespace
 
@@ -27,7 +28,7 @@ int CRwLogger::Init(int /*unused*/, const char* dir, const char* name) {
         return -1;
     }
     for (std::uint8_t level = 0; level < ELOG_LVL_TOTAL; ++level) {
-        elog_set_level_format(level, installedFormats[level]);
+        elog_set_level_format(level, g_arrInstalledFormats[level]);
     }
     elog_set_filter_level(ELOG_LVL_VERBOSE);
     setvbuf(stdout, nullptr, _IONBF, 0);

@@ -18,14 +18,14 @@
 namespace {
 
 using elogoutput::CText;
-using elogoutput::LINE_BYTES;
+using elogoutput::g_uiLineBytes;
 using elogtime::Caller;
 
-constexpr std::size_t RAW_BYTES = 2'048'000;
-constexpr unsigned int LINE_DIGITS = 4;  // deliberate: line 12345 shows as 1234
+constexpr std::size_t g_uiRawBytes = 2'048'000;
+constexpr unsigned int g_uiLineDigits = 4;  // deliberate: line 12345 shows as 1234
 
-constexpr const char* labels[ELOG_LVL_TOTAL] = {"[ASSERT ]", "[ERROR  ]", "[WARN   ]", "[EVENT  ]",
-                                                "[INFO   ]", "[DEBUG  ]", "[VERBOSE]"};
+constexpr const char* g_arrLabels[ELOG_LVL_TOTAL] = {
+    "[ASSERT ]", "[ERROR  ]", "[WARN   ]", "[EVENT  ]", "[INFO   ]", "[DEBUG  ]", "[VERBOSE]"};
 
 std::atomic<bool> s_enabled{false};
 std::atomic<std::uint8_t> s_filterLevel{0};
@@ -34,10 +34,10 @@ std::atomic<std::uint64_t> s_formats[ELOG_LVL_TOTAL];
 // The buffer for large raw texts. Lines have theirs on the caller's stack: no thread waits for one
 // that is building a line, which an application's signal handler may never let go on.
 VORBA2::CThreadMutex s_rawLock;
-char s_raw[RAW_BYTES];  // guarded by s_rawLock
+char s_raw[g_uiRawBytes];  // guarded by s_rawLock
 
 // Where in the caller's source a line comes from.
-struct Origin {
+struct Origin_t {
     const char* tag;
     const char* file;
     const char* function;
@@ -86,7 +86,7 @@ void PutTimeBlock(CText& header, std::uint64_t word, Caller caller) {
 }
 
 // "(file.cpp Function:1234)", or the parts of it that the word asks for.
-void PutOriginBlock(CText& header, std::uint64_t word, const Origin& origin) {
+void PutOriginBlock(CText& header, std::uint64_t word, const Origin_t& origin) {
     if ((word & (ELOG_FMT_DIR | ELOG_FMT_FUNC | ELOG_FMT_LINE)) == 0) {
         return;
     }
@@ -100,15 +100,15 @@ void PutOriginBlock(CText& header, std::uint64_t word, const Origin& origin) {
     }
     if ((word & ELOG_FMT_LINE) != 0) {
         header.Put((word & (ELOG_FMT_DIR | ELOG_FMT_FUNC)) != 0 ? ":" : "");
-        header.PutNumber(origin.line, 0, LINE_DIGITS);
+        header.PutNumber(origin.line, 0, g_uiLineDigits);
     }
     header.Put(")");
 }
 
-void PutHeader(CText& header, std::uint8_t level, const Origin& origin, Caller caller) {
+void PutHeader(CText& header, std::uint8_t level, const Origin_t& origin, Caller caller) {
     const std::uint64_t word = s_formats[level];
     if ((word & ELOG_FMT_LVL) != 0) {
-        header.Put(labels[level]);
+        header.Put(g_arrLabels[level]);
     }
     PutTimeBlock(header, word, caller);
     if ((word & ELOG_FMT_TAG) != 0) {
@@ -119,17 +119,17 @@ void PutHeader(CText& header, std::uint8_t level, const Origin& origin, Caller c
     PutOriginBlock(header, word, origin);
 }
 
-void WriteLine(std::uint8_t level, const Origin& origin, const char* format, va_list arguments) {
-    char line[LINE_BYTES];
+void WriteLine(std::uint8_t level, const Origin_t& origin, const char* format, va_list arguments) {
+    char line[g_uiLineBytes];
     CText header(line, sizeof(line));
     PutHeader(header, level, origin, Caller::ordinary);
     const std::size_t start = header.Length();
-    const int length = std::vsnprintf(line + start, LINE_BYTES - start,
+    const int length = std::vsnprintf(line + start, g_uiLineBytes - start,
                                       format == nullptr ? "(null)" : format, arguments);
     if (length < 0) {
-        std::memset(line + start, ' ', LINE_BYTES - start);
+        std::memset(line + start, ' ', g_uiLineBytes - start);
     }
-    const std::size_t end = length < 0 ? LINE_BYTES : start + static_cast<std::size_t>(length);
+    const std::size_t end = length < 0 ? g_uiLineBytes : start + static_cast<std::size_t>(length);
     elogoutput::Write(line, elogoutput::EndLine(line, end), Caller::ordinary);
 }
 
@@ -166,7 +166,7 @@ bool IsWanted(unsigned int level) {
 }
 
 std::size_t EndLine(char* line, std::size_t length) {
-    const std::size_t newline = std::min(length, LINE_BYTES - 1);
+    const std::size_t newline = std::min(length, g_uiLineBytes - 1);
     line[newline] = '\n';
     return newline + 1;
 }
@@ -225,7 +225,7 @@ void elog_write_line_in_signal(std::uint8_t level, const char* tag, const char* 
     if (!elogoutput::IsWanted(level) || level >= ELOG_LVL_TOTAL) {
         return;
     }
-    char buffer[LINE_BYTES];
+    char buffer[g_uiLineBytes];
     CText text(buffer, sizeof(buffer));
     PutHeader(text, level, {tag, file, function, line}, Caller::signalHandler);
     text.Put(before);
@@ -238,7 +238,7 @@ void elog_write_raw(const char* format, ...) {
     if (!elogoutput::IsEnabled()) {
         return;
     }
-    char buffer[LINE_BYTES];
+    char buffer[g_uiLineBytes];
     va_list arguments;
     va_start(arguments, format);
     WriteRaw(buffer, sizeof(buffer), format, arguments);

@@ -20,30 +20,31 @@ namespace {
 
 using elogtime::Caller;
 
-constexpr std::size_t NAME_BYTES = 256;  // of the pattern and of a file's name, their zero included
-constexpr std::size_t DIR_BYTES = 512;
-constexpr mode_t DIR_MODE = 0755;
+constexpr std::size_t g_uiNameBytes =
+    256;  // of the pattern and of a file's name, their zero included
+constexpr std::size_t g_uiDirBytes = 512;
+constexpr mode_t g_uiDirMode = 0755;
 constexpr mode_t g_uiFileMode = 0666;
-constexpr int NO_FILE = -1;
+constexpr int g_iNoFile = -1;
 // Where the date goes in the file-name pattern, and what stands there.
 constexpr std::size_t g_uiMarkBytes = 2;
-constexpr char NAME_END[] = "%s.log";
+constexpr char g_szNameEnd[] = "%s.log";
 
 VORBA2::CThreadMutex s_fileLock;
 // Guarded by s_fileLock.
 bool s_rotating = false;
-int s_slot = NO_FILE;  // the descriptor that is the log's own
+int s_slot = g_iNoFile;  // the descriptor that is the log's own
 
 // What signal handlers use as well, without the lock. The descriptor of the open file keeps its
 // number from one day to the next: the new day's file is put into its place by dup3(), so that a
 // line which is on its way goes into the one or the other and never into a descriptor that is no
 // longer the log's. It is closed only when no handler is at the file.
 std::atomic<bool> s_initialised{false};
-std::atomic<int> s_file{NO_FILE};    // s_slot while a file is open
+std::atomic<int> s_file{g_iNoFile};  // s_slot while a file is open
 std::atomic<unsigned int> s_day{0};  // yyyymmdd, 0 until the first write
 std::atomic<unsigned int> s_handlers{0};
 std::atomic_flag s_changing;  // one thread is putting a new day's file into its place
-std::atomic<char> s_pattern[NAME_BYTES];
+std::atomic<char> s_pattern[g_uiNameBytes];
 std::atomic<std::size_t> s_markAt{0};
 static_assert(std::atomic<bool>::is_always_lock_free && std::atomic<char>::is_always_lock_free &&
               std::atomic<std::size_t>::is_always_lock_free);
@@ -51,25 +52,25 @@ static_assert(std::atomic<bool>::is_always_lock_free && std::atomic<char>::is_al
 // Makes the pattern, cut to what it has room for. The date mark is known by its place, so that a
 // '%' in the directory or the name is a character like any other.
 void MakePattern(const char* dir, const char* name) {
-    char pattern[NAME_BYTES] = "";
-    elogoutput::CText text(pattern, NAME_BYTES - 1);
+    char pattern[g_uiNameBytes] = "";
+    elogoutput::CText text(pattern, g_uiNameBytes - 1);
     text.Put(dir);
     text.Put("/");
     text.Put(name);
     text.Put("_");
     s_markAt = text.Length();
-    text.Put(NAME_END);
+    text.Put(g_szNameEnd);
     std::copy(std::begin(pattern), std::end(pattern), std::begin(s_pattern));
 }
 
 // The name of the day's file, cut to what it has room for. A pattern that was cut before the end of
 // its date mark is the name of every day's file.
-void MakeFileName(unsigned int day, char (&fileName)[NAME_BYTES]) {
-    char pattern[NAME_BYTES];
+void MakeFileName(unsigned int day, char (&fileName)[g_uiNameBytes]) {
+    char pattern[g_uiNameBytes];
     std::copy(std::begin(s_pattern), std::end(s_pattern), std::begin(pattern));
     const std::size_t mark = s_markAt;
-    elogoutput::CText text(fileName, NAME_BYTES - 1);
-    if (mark + g_uiMarkBytes < NAME_BYTES && pattern[mark + g_uiMarkBytes - 1] != '\0') {
+    elogoutput::CText text(fileName, g_uiNameBytes - 1);
+    if (mark + g_uiMarkBytes < g_uiNameBytes && pattern[mark + g_uiMarkBytes - 1] != '\0') {
         const char* const end = pattern + mark + g_uiMarkBytes;
         pattern[mark] = '\0';
         text.Put(pattern);
@@ -82,15 +83,15 @@ void MakeFileName(unsigned int day, char (&fileName)[NAME_BYTES]) {
 }
 
 // Opens the day's file, as fopen() does with mode "ab", if it is a regular file under its own name.
-// NO_FILE with errno if that fails: the directory is shared by all users of the host, and whoever
+// g_iNoFile with errno if that fails: the directory is shared by all users of the host, and whoever
 // may write there must not lead another's process to a file of their choice (a link: ELOOP) or make
 // it wait (a FIFO, a device: ENXIO, as open() has it for a FIFO without a reader). O_NONBLOCK is
 // for the open alone: it means nothing to a regular file.
 int Open(const char* fileName) {
     constexpr int flags = O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
     const int opened = open(fileName, flags, g_uiFileMode);
-    if (opened == NO_FILE) {
-        return NO_FILE;
+    if (opened == g_iNoFile) {
+        return g_iNoFile;
     }
     struct stat status {};
     if (fstat(opened, &status) == 0) {
@@ -102,15 +103,15 @@ int Open(const char* fileName) {
     const int reason = errno;
     close(opened);
     errno = reason;
-    return NO_FILE;
+    return g_iNoFile;
 }
 
 // As Open, the reason for a failure on standard error.
 int OpenOrSay(unsigned int day) {
-    char fileName[NAME_BYTES];
+    char fileName[g_uiNameBytes];
     MakeFileName(day, fileName);
     const int opened = Open(fileName);
-    if (opened == NO_FILE) {
+    if (opened == g_iNoFile) {
         std::fprintf(stderr, "Error! Create file %s fail, errmsg:%s. \n", fileName,
                      std::strerror(errno));
     }
@@ -150,7 +151,7 @@ void ChangeFile(int opened, unsigned int day) {
         return;
     }
     const int file = s_file;
-    if (file != NO_FILE && s_day < day && dup3(opened, file, O_CLOEXEC) == file) {
+    if (file != g_iNoFile && s_day < day && dup3(opened, file, O_CLOEXEC) == file) {
         s_day = day;
     }
     s_changing.clear();
@@ -158,7 +159,7 @@ void ChangeFile(int opened, unsigned int day) {
 
 // Makes `opened` the log's descriptor where there is no open file. Under s_fileLock.
 void AdoptFile(int opened) {
-    if (s_slot == NO_FILE) {
+    if (s_slot == g_iNoFile) {
         s_slot = opened;
     } else {  // a handler kept it from being closed
         dup3(opened, s_slot, O_CLOEXEC);
@@ -170,10 +171,10 @@ void AdoptFile(int opened) {
 // Under s_fileLock. A handler that is still at the file keeps the descriptor open; AdoptFile or the
 // next CloseFile finds it.
 void CloseFile() {
-    s_file = NO_FILE;
-    if (s_slot != NO_FILE && s_handlers == 0) {
+    s_file = g_iNoFile;
+    if (s_slot != g_iNoFile && s_handlers == 0) {
         close(s_slot);
-        s_slot = NO_FILE;
+        s_slot = g_iNoFile;
     }
 }
 
@@ -182,13 +183,13 @@ void AppendToNewFile(unsigned int day, const char* text, std::size_t size) {
     s_rotating = true;
     const int opened = OpenOrSay(day);
     s_rotating = false;
-    if (opened == NO_FILE) {
+    if (opened == g_iNoFile) {
         CloseFile();
         s_day = day;
         return;
     }
     Append(opened, text, size);
-    if (s_file == NO_FILE) {
+    if (s_file == g_iNoFile) {
         AdoptFile(opened);
         s_day = day;
     } else {
@@ -212,17 +213,17 @@ bool IsDirectory(const char* path) {
 
 // Makes the directory with all that lead to it; whether it is there in the end.
 bool MakeDirectories(const char* dir) {
-    char prefix[DIR_BYTES];
+    char prefix[g_uiDirBytes];
     const std::size_t length = std::min(std::strlen(dir), sizeof(prefix) - 1);
     for (std::size_t at = 0; at < length; ++at) {
         prefix[at] = '\0';
         if (dir[at] == '/' && at != 0 && !Exists(prefix)) {
-            mkdir(prefix, DIR_MODE);
+            mkdir(prefix, g_uiDirMode);
         }
         prefix[at] = dir[at];
     }
     if (!Exists(dir)) {
-        mkdir(dir, DIR_MODE);
+        mkdir(dir, g_uiDirMode);
     }
     return IsDirectory(dir);
 }
@@ -253,8 +254,8 @@ int PrepareDirectory(const char* dir) {
 int OpenFirstFile(const char* dir, const char* name) {
     MakePattern(dir, name);
     const unsigned int day = StampedDay(Caller::ordinary);
-    const int opened = day == 0 ? NO_FILE : OpenOrSay(day);
-    if (opened == NO_FILE) {
+    const int opened = day == 0 ? g_iNoFile : OpenOrSay(day);
+    if (opened == g_iNoFile) {
         std::fprintf(stderr, "Error! log init fail.\n");
         return -1;
     }
@@ -277,7 +278,7 @@ void AppendToFile(const char* text, std::size_t size) {
     const unsigned int day = s_initialised ? StampedDay(Caller::ordinary) : 0;
     if (IsNewDay(day)) {
         AppendToNewFile(day, text, size);
-    } else if (const int file = s_file; file != NO_FILE) {
+    } else if (const int file = s_file; file != g_iNoFile) {
         Append(file, text, size);
     }
 }
@@ -287,13 +288,13 @@ void AppendToFileInSignal(const char* line, std::size_t size) {
     if (s_initialised) {
         const unsigned int day = StampedDay(Caller::signalHandler);
         if (!IsNewDay(day)) {
-            if (const int file = s_file; file != NO_FILE) {
+            if (const int file = s_file; file != g_iNoFile) {
                 Append(file, line, size);
             }
         } else {
-            char fileName[NAME_BYTES];
+            char fileName[g_uiNameBytes];
             MakeFileName(day, fileName);
-            if (const int opened = Open(fileName); opened != NO_FILE) {
+            if (const int opened = Open(fileName); opened != g_iNoFile) {
                 Append(opened, line, size);
                 ChangeFile(opened, day);
                 close(opened);

@@ -5,11 +5,11 @@
 
 namespace {
 
-using elogoutput::LINE_BYTES;
+using elogoutput::g_uiLineBytes;
 
-constexpr unsigned int GROUP = 8;  // positions before an extra space
-constexpr unsigned char FIRST_PRINTABLE = 32;
-constexpr unsigned char LAST_PRINTABLE = 126;
+constexpr unsigned int g_uiGroup = 8;  // positions before an extra space
+constexpr unsigned char g_ucFirstPrintable = 32;
+constexpr unsigned char g_ucLastPrintable = 126;
 
 // A row under construction. What does not fit is counted but not stored.
 class CRow {
@@ -17,7 +17,7 @@ class CRow {
     explicit CRow(char* line) : m_line(line) {}
 
     void PutChar(char character) {
-        if (m_length < LINE_BYTES) {
+        if (m_length < g_uiLineBytes) {
             m_line[m_length] = character;
         }
         ++m_length;
@@ -29,7 +29,7 @@ class CRow {
     }
     void PutStart(const char* name, unsigned int begin, unsigned int end) {
         m_length += static_cast<std::size_t>(
-            std::snprintf(m_line, LINE_BYTES, "[DEBUG  ]HEX %s: %04X-%04X: ", name, begin, end));
+            std::snprintf(m_line, g_uiLineBytes, "[DEBUG  ]HEX %s: %04X-%04X: ", name, begin, end));
     }
     std::size_t Length() const { return m_length; }
 
@@ -45,7 +45,7 @@ void PutHex(CRow& row, const unsigned char* bytes, unsigned int count, unsigned 
             std::snprintf(text, sizeof(text), "%02X ", static_cast<unsigned int>(bytes[position]));
         }
         row.Put(text);
-        if ((position + 1) % GROUP == 0) {
+        if ((position + 1) % g_uiGroup == 0) {
             row.PutChar(' ');
         }
     }
@@ -54,7 +54,7 @@ void PutHex(CRow& row, const unsigned char* bytes, unsigned int count, unsigned 
 void PutText(CRow& row, const unsigned char* bytes, unsigned int count) {
     for (unsigned int position = 0; position < count; ++position) {
         const unsigned char byte = bytes[position];
-        const bool printable = byte >= FIRST_PRINTABLE && byte <= LAST_PRINTABLE;
+        const bool printable = byte >= g_ucFirstPrintable && byte <= g_ucLastPrintable;
         row.PutChar(printable ? static_cast<char>(byte) : '.');
     }
 }
@@ -75,7 +75,7 @@ void elog_hex_dump(const char* name, std::uint8_t width, const void* buffer, std
     for (unsigned int offset = 0; offset < size; offset += width) {
         const unsigned int left = size - offset;
         const unsigned int count = left < width ? left : width;
-        char line[LINE_BYTES];
+        char line[g_uiLineBytes];
         CRow row(line);
         row.PutStart(shownName, offset, offset + width);
         PutHex(row, bytes + offset, count, width);

@@ -10,7 +10,7 @@
 // nothing and calls nothing that is not async-signal-safe.
 namespace elogoutput {
 
-constexpr std::size_t LINE_BYTES = 2048;
+constexpr std::size_t g_uiLineBytes = 2048;
 
 // Prints `size` bytes to standard output and appends them to the day's file. For a signal handler
 // 2048 bytes at most.

@@ -28,8 +28,8 @@ static_assert(std::atomic<Patience>::is_always_lock_free && std::atomic<int>::is
 VORBA2::CThreadMutex s_printLock;
 
 // A descriptor that cannot be polled, or that has an error to tell, counts as writable: write()
-// will say so. A pipe that is writable has a whole page free: room for a text of LINE_BYTES and for
-// the line of a handler that comes between the question and the write().
+// will say so. A pipe that is writable has a whole page free: room for a text of g_uiLineBytes and
+// for the line of a handler that comes between the question and the write().
 bool IsWritable(int descriptor, int timeoutMs) {
     if (descriptor < 0) {
         return true;
@@ -71,7 +71,7 @@ void Print(const char* text, std::size_t size) {
     const int descriptor = fileno(stdout);
     s_descriptor = descriptor;
     while (size != 0 && WaitUntilWritable(descriptor)) {
-        const ssize_t written = write(descriptor, text, std::min(size, LINE_BYTES));
+        const ssize_t written = write(descriptor, text, std::min(size, g_uiLineBytes));
         if (written > 0) {
             text += written;
             size -= static_cast<std::size_t>(written);
