@@ -36,8 +36,10 @@ tests() {
 total=0
 run "What is needed" need "${BUILD_PACKAGES[@]}" "${TEST_PACKAGES[@]}"
 run "Style and layering" check_style
+run "Static analysis: cppcheck" scripts/analyze.sh cppcheck
 run "Build: release, g++" build release
 run "Tests: release" tests release
+run "Whole processes under valgrind" scripts/valgrind.sh
 run "Build: AddressSanitizer + UndefinedBehaviorSanitizer, clang++ and clang-tidy" build asan
 run "Tests: AddressSanitizer + UndefinedBehaviorSanitizer" tests asan -L 'unit|board'
 run "Build: ThreadSanitizer, g++" build tsan tests_unit tests_board

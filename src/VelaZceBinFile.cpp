@@ -1,5 +1,7 @@
 #include "VelaZceBinFile.h"
 
+#include <sys/stat.h>
+
 #include <cerrno>
 #include <cstring>
 #include <utility>
@@ -21,6 +23,19 @@ std::string FormatInst(const std::string& name, unsigned short index) {
     return szLine;
 }
 
+// Whether opening the cache file cannot wait and reading it comes to an end: not for a FIFO, nor
+// for reading a device. Sets errno where it is not so. Looked at before the opening, which is good
+// enough in a directory of the user's own; a file that cannot be looked at is left to the opening.
+bool IsFile(bool bReading) {
+    struct stat status {};
+    if (stat(ZCE_BIN_NAME, &status) != 0 || S_ISREG(status.st_mode) || S_ISDIR(status.st_mode) ||
+        (S_ISCHR(status.st_mode) && !bReading)) {
+        return true;
+    }
+    errno = ENXIO;
+    return false;
+}
+
 }  // namespace
 
 unsigned long CZceSettleTime::g_uiContractSettleTm = 0;
@@ -34,7 +49,7 @@ CTernBinFile::~CTernBinFile() {
 
 bool CTernBinFile::OpenFile(const char* mode) {
     CloseFile();
-    m_fp = std::fopen(ZCE_BIN_NAME, mode);
+    m_fp = IsFile(*mode == 'r') ? std::fopen(ZCE_BIN_NAME, mode) : nullptr;
     return m_fp != nullptr;
 }
 

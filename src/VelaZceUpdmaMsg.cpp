@@ -115,7 +115,7 @@ MsgKind_t KindOf(const unsigned char* msg, unsigned int len) {
     LOG_ERROR("Unsupported dma type, type:%u.", ReadType(msg));
     for (unsigned int uiDone = 0; uiDone < len;) {
         const unsigned int uiCount = std::min(bytesPerWrite, len - uiDone);
-        char szHex[2 * bytesPerWrite];
+        char szHex[2 * bytesPerWrite] = {};
         char* pEnd = szHex;
         for (const unsigned char* p = msg + uiDone; p != msg + uiDone + uiCount; ++p) {
             *pEnd++ = digits[*p >> 4];

@@ -3,6 +3,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <bit>
+#include <iterator>
 
 #include "memory/Control.h"
 #include "memory/Faults.h"
@@ -112,13 +114,13 @@ const char* PhaseText(uint32_t phase) {
 }
 
 const char* SourceText(uint32_t source) {
-    constexpr std::array<const char*, 3> NAMES = {"live", "scenario", "replay"};
-    return source < NAMES.size() ? NAMES[source] : UNKNOWN;
+    constexpr const char* NAMES[] = {"live", "scenario", "replay"};
+    return source < std::size(NAMES) ? NAMES[source] : UNKNOWN;
 }
 
 const char* FeedText(uint32_t state) {
-    constexpr std::array<const char*, 4> NAMES = {"any", "ok", "closed", "wrong"};
-    return state < NAMES.size() ? NAMES[state] : UNKNOWN;
+    constexpr const char* NAMES[] = {"any", "ok", "closed", "wrong"};
+    return state < std::size(NAMES) ? NAMES[state] : UNKNOWN;
 }
 
 std::string SpeedText(int64_t speedMilli) {
@@ -130,7 +132,8 @@ std::string LinkText(uint32_t linkStatus) {
         return "all connected";
     }
     std::string text;
-    for (uint32_t fibre = 0; LINK_ALL_CONNECTED >> fibre != 0; ++fibre) {
+    constexpr auto fibres = static_cast<uint32_t>(std::bit_width(LINK_ALL_CONNECTED));
+    for (uint32_t fibre = 0; fibre < fibres; ++fibre) {
         if ((linkStatus >> fibre & 1) == 0) {
             text.append(text.empty() ? "not connected: " : ", ").append(std::to_string(fibre));
         }

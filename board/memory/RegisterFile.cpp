@@ -194,8 +194,8 @@ void CRegisterFile::StoreName(uint32_t table, uint32_t entry, const std::string&
         for (uint32_t byte = 0; byte < sizeof(word); ++byte) {
             word = word << 8 | bytes[k * sizeof(word) + byte];
         }
-        m_shm.tables[table][size_t{entry} * TABLE_ENTRY_WORDS + TABLE_NAME_WORDS - k].store(
-            word, std::memory_order_relaxed);
+        const size_t place = size_t{entry} * TABLE_ENTRY_WORDS + TABLE_NAME_WORDS - k;
+        m_shm.tables[table][place].store(word, std::memory_order_relaxed);
     }
 }
 

@@ -36,7 +36,7 @@ bool s_rotating = false;
 int s_slot = g_iNoFile;  // the descriptor that is the log's own
 
 // What signal handlers use as well, without the lock. The descriptor of the open file keeps its
-// number from one day to the next: the new day's file is put into its place by dup2(), so that a
+// number from one day to the next: the new day's file is put into its place by dup3(), so that a
 // line which is on its way goes into the one or the other and never into a descriptor that is no
 // longer the log's. It is closed only when no handler is at the file.
 std::atomic<bool> s_initialised{false};
@@ -82,9 +82,28 @@ void MakeFileName(unsigned int day, char (&fileName)[g_uiNameBytes]) {
     fileName[text.Length()] = '\0';
 }
 
-// Opens the day's file, as fopen() does with mode "ab". g_iNoFile if that fails.
+// Opens the day's file, as fopen() does with mode "ab", if it is a regular file under its own name.
+// g_iNoFile with errno if that fails: the directory is shared by all users of the host, and whoever
+// may write there must not lead another's process to a file of their choice (a link: ELOOP) or make
+// it wait (a FIFO, a device: ENXIO, as open() has it for a FIFO without a reader). O_NONBLOCK is
+// for the open alone: it means nothing to a regular file.
 int Open(const char* fileName) {
-    return open(fileName, O_WRONLY | O_CREAT | O_APPEND, g_uiFileMode);
+    constexpr int flags = O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+    const int opened = open(fileName, flags, g_uiFileMode);
+    if (opened == g_iNoFile) {
+        return g_iNoFile;
+    }
+    struct stat status {};
+    if (fstat(opened, &status) == 0) {
+        if (S_ISREG(status.st_mode)) {
+            return opened;
+        }
+        errno = ENXIO;
+    }
+    const int reason = errno;
+    close(opened);
+    errno = reason;
+    return g_iNoFile;
 }
 
 // As Open, the reason for a failure on standard error.
@@ -132,7 +151,7 @@ void ChangeFile(int opened, unsigned int day) {
         return;
     }
     const int file = s_file;
-    if (file != g_iNoFile && s_day < day && dup2(opened, file) == file) {
+    if (file != g_iNoFile && s_day < day && dup3(opened, file, O_CLOEXEC) == file) {
         s_day = day;
     }
     s_changing.clear();
@@ -143,7 +162,7 @@ void AdoptFile(int opened) {
     if (s_slot == g_iNoFile) {
         s_slot = opened;
     } else {  // a handler kept it from being closed
-        dup2(opened, s_slot);
+        dup3(opened, s_slot, O_CLOEXEC);
         close(opened);
     }
     s_file = s_slot;

@@ -1,8 +1,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -375,8 +377,16 @@ TEST_F(ElogFile, FailedReopenLeavesStandardOutputAndTheNextDayTriesAgain) {
     EXPECT_THAT(NamesIn(dir), ElementsAre("fpga_20261117.log"));
 }
 
+// The largest size a file may have stands for the end of the disk.
 TEST_F(ElogFile, FullDiskLosesTheLineAndNothingElse) {
-    ASSERT_EQ(symlink("/dev/full", (m_dir / "fpga_20261115.log").c_str()), 0);
+    constexpr rlim_t full = 1 << 20;
+    std::ofstream(m_dir / "fpga_20261115.log").close();
+    std::filesystem::resize_file(m_dir / "fpga_20261115.log", full);
+    std::signal(SIGXFSZ, SIG_IGN);
+    rlimit limit{};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &limit), 0);
+    limit.rlim_cur = full;
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
     const velatest::StdoutCapture out;
     ASSERT_EQ(Init(m_dir.path()), 0);
     for (int i = 0; i < 100; ++i) {
@@ -385,6 +395,7 @@ TEST_F(ElogFile, FullDiskLosesTheLineAndNothingElse) {
     FakeClock::AdvanceSeconds(2);
     LOG_INFO("next day");
     EXPECT_EQ(m_error, "");
+    EXPECT_EQ(std::filesystem::file_size(m_dir / "fpga_20261115.log"), full);
     EXPECT_EQ(FileText(m_dir / "fpga_20261116.log"),
               "[INFO   ][20261116-00:00:00][fpga]next day\n");
     EXPECT_EQ(out.Text().size(),

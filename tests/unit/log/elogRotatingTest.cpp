@@ -36,7 +36,7 @@ extern "C" int __real_open(const char* path, int flags, ...);
 extern "C" int __wrap_open(const char* path, int flags, mode_t mode) {
     if (s_logWhileOpening) {
         s_logWhileOpening = false;
-        EXPECT_EQ(flags, O_WRONLY | O_CREAT | O_APPEND);
+        EXPECT_EQ(flags, O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
         EXPECT_EQ(mode, 0666U);
         EXPECT_FALSE(IsHeldBack(SIGINT));
         EXPECT_FALSE(IsHeldBack(SIGTERM));

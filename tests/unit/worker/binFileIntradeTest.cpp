@@ -1,6 +1,8 @@
 // The instrument cache file, read. It may be anything.
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -326,6 +328,26 @@ TEST_F(BinFileRead, ADirectoryInItsPlaceIsNotComplete) {
     std::filesystem::create_directory("bin");
     EXPECT_EQ(bin.Intrade_CheckAndGetAllInstFromBin(), -1);
     EXPECT_TRUE(log.Has("WARN Bin file is not complete."));
+}
+
+TEST_F(BinFileRead, AFifoInItsPlaceIsNotOpened) {
+    ASSERT_EQ(mkfifo("bin", 0600), 0);
+    EXPECT_EQ(bin.Intrade_CheckAndGetAllInstFromBin(), -1);
+    EXPECT_EQ(log.Lines(), Lines_t{"WARN Cannot open file:bin, errmsg:No such device or address"});
+}
+
+// Its bytes would never end.
+TEST_F(BinFileRead, ADeviceInItsPlaceIsNotRead) {
+    ASSERT_EQ(symlink("/dev/zero", "bin"), 0);
+    EXPECT_EQ(bin.Intrade_CheckAndGetAllInstFromBin(), -1);
+    EXPECT_EQ(log.Lines(), Lines_t{"WARN Cannot open file:bin, errmsg:No such device or address"});
+}
+
+TEST_F(BinFileRead, ALinkInItsPlaceIsFollowed) {
+    PutFile("elsewhere", "7,SR209\n" + g_goodEnd);
+    ASSERT_EQ(symlink("elsewhere", "bin"), 0);
+    EXPECT_EQ(bin.Intrade_CheckAndGetAllInstFromBin(), 0);
+    EXPECT_EQ(insts, (Insts_t{{"SR209", 7}}));
 }
 
 TEST_F(BinFileRead, TheStepsWithoutAnOpenFileFail) {

@@ -1,6 +1,8 @@
 // The instrument cache file, written.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -122,6 +124,29 @@ TEST_F(BinFileWrite, AFileThatCannotBeOpenedIsOneWarningAndNothingIsWritten) {
     EXPECT_EQ(bin.Normal_WriteInstToBin("SR209", 7), 0);
     EXPECT_EQ(bin.WriteEndToBin(), 0);
     EXPECT_EQ(log.Lines(), Lines_t{"WARN Fail! Unable to open file bin,msg:Is a directory"});
+}
+
+// With a reader or without: nobody waits.
+TEST_F(BinFileWrite, AFifoInItsPlaceIsNotOpened) {
+    ASSERT_EQ(mkfifo("bin", 0600), 0);
+    bin.Normal_FileInit();
+    const int reader = open("bin", O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    ASSERT_NE(reader, -1);
+    bin.Normal_FileInit();
+    EXPECT_EQ(bin.Normal_WriteInstToBin("SR209", 7), 0);
+    char byte = 0;
+    EXPECT_EQ(read(reader, &byte, 1), 0);  // no writer
+    close(reader);
+    EXPECT_EQ(log.Lines(),
+              (Lines_t{"WARN Fail! Unable to open file bin,msg:No such device or address",
+                       "WARN Fail! Unable to open file bin,msg:No such device or address"}));
+}
+
+TEST_F(BinFileWrite, ALinkInItsPlaceIsFollowed) {
+    ASSERT_EQ(symlink("elsewhere", "bin"), 0);
+    bin.Normal_FileInit();
+    EXPECT_EQ(bin.Normal_WriteInstToBin("SR209", 7), 0);
+    EXPECT_EQ(FileText("elsewhere"), "7,SR209\n");
 }
 
 TEST_F(BinFileWrite, AFullDiskIsOneWarningForAllTheRecordsAfterIt) {

@@ -1,0 +1,210 @@
+"""A mutation run: one change of the code at a time, and whether a test notices. See --help."""
+
+import argparse
+import os
+import random
+import sys
+import threading
+import time
+from collections import Counter, defaultdict
+from pathlib import Path
+
+sys.path.insert(0, str(Path(__file__).parent))
+
+from build import Timeout, Tree, Workshop  # noqa: E402
+from mutants import Mutant, mutants_of  # noqa: E402
+from table import tests_of  # noqa: E402
+
+ROOT = Path(__file__).resolve().parent.parent.parent
+BOARD = ("Ring", "CoreLock", "RegisterFile")
+GOAL = 95.0
+CASE_SECONDS = 20.0  # and ten times what the unchanged program takes
+
+
+class Plan:
+    """What the unchanged file's tests do, built as the changed ones are: the measure of all."""
+
+    def __init__(self, shop: Workshop, path: str):
+        self.steps = []  # (program, cases that may share a process, the others, seconds)
+        source = (ROOT / path).read_text()
+        tests = tests_of(path)
+        self.programs = list(dict.fromkeys(program for program, _ in tests))
+        objects = shop.compile(path, source, self.programs)
+        if objects is None:
+            raise SystemExit(f"mutate: {path} unchanged does not compile:\n{shop.output}")
+        seen: set[str] = set()
+        for program, pattern in tests:
+            if not any(o in objects for o in shop.tree.objects(program)):
+                continue
+            binary = shop.link(program, objects)
+            if binary is None:
+                raise SystemExit(f"mutate: {program} does not link:\n{shop.output}")
+            names = [n for n in shop.cases(binary, pattern) if (program + n) not in seen]
+            seen.update(program + n for n in names)
+            if names:
+                self.steps.append((program, *self._measure(shop, binary, names)))
+
+        if not self.steps:
+            raise SystemExit(f"mutate: {path} reaches no test in scripts/mutate/table.py")
+
+    @staticmethod
+    def _measure(shop: Workshop, binary: Path, names: list[str]) -> tuple[list[str], list[str], float]:
+        """Cases that pass one after the other in one process, cases that pass alone, seconds."""
+        together, alone = list(names), []
+        while together:
+            passed, first = shop.run_cases(binary, together, 600)
+            if passed:
+                break
+            if not first:
+                raise SystemExit(f"mutate: {binary.name} unchanged does not run:\n{shop.output}")
+            together.remove(first)
+            if shop.run_cases(binary, [first], 600)[0]:
+                alone.append(first)
+        return together, alone, shop.seconds
+
+
+def judge(shop: Workshop, plan: Plan, mutant: Mutant) -> tuple[str, str]:
+    """(caught, time, survived or invalid; the case that caught it)."""
+    changed = mutant.apply((ROOT / mutant.path).read_text())
+    try:
+        objects = shop.compile(mutant.path, changed, plan.programs)
+        if objects is None:
+            return "invalid", ""
+        for program, together, alone, seconds in plan.steps:
+            binary = shop.link(program, objects)
+            if binary is None:
+                return "invalid", ""
+            limit = CASE_SECONDS + 10 * seconds
+            rest = list(alone)
+            if together:
+                passed, first = shop.run_cases(binary, together, limit)
+                # A failure may come of the cases before it: it counts if the case fails alone too.
+                rest = ([first] if first else []) + rest + together
+            for case in dict.fromkeys(rest):
+                if not shop.run_cases(binary, [case], limit)[0]:
+                    return "caught", f"{program} {case}"
+    except Timeout:
+        return "time", ""
+    return "survived", ""
+
+
+class Run:
+    def __init__(self, mutants: list[Mutant], same: dict[str, str], verbose: bool):
+        self.mutants = mutants
+        self.same = same
+        self.verbose = verbose
+        self.plans: dict[str, Plan] = {}
+        self.results: list[tuple[Mutant, str]] = []
+        self.lock = threading.Lock()
+        self.stopped: BaseException | None = None
+
+    def _next(self) -> Mutant | None:
+        with self.lock:
+            return self.mutants.pop(0) if self.mutants and self.stopped is None else None
+
+    def _plan(self, shop: Workshop, path: str) -> Plan:
+        with self.lock:
+            if path not in self.plans:
+                self.plans[path] = Plan(shop, path)
+            return self.plans[path]
+
+    def work(self, shop: Workshop) -> None:
+        try:
+            while (mutant := self._next()) is not None:
+                verdict, by = judge(shop, self._plan(shop, mutant.path), mutant)
+                if verdict == "survived" and mutant.key() in self.same:
+                    verdict = "same"
+                with self.lock:
+                    self.results.append((mutant, verdict))
+                    if verdict == "survived" or self.verbose:
+                        print(f"{verdict} {mutant} {by}".rstrip(), flush=True)
+        except BaseException as reason:  # the other worker must not go on alone
+            self.stopped = reason
+
+
+def report(run: Run, seconds: float, out: Path) -> int:
+    counts: dict[str, Counter] = defaultdict(Counter)
+    for mutant, verdict in run.results:
+        counts[mutant.path][verdict] += 1
+        counts["all"][verdict] += 1
+    lines = [f"{'file':40} {'caught':>7} {'time':>5} {'same':>5} {'survived':>9} {'invalid':>8}"]
+    for path in sorted(counts, key=lambda p: (p == "all", p)):
+        c = counts[path]
+        lines.append(f"{path:40} {c['caught']:7} {c['time']:5} {c['same']:5} {c['survived']:9} "
+                     f"{c['invalid']:8}")
+    total = counts["all"]
+    caught = total["caught"] + total["time"]
+    judged = caught + total["survived"]
+    share = 100.0 * caught / judged if judged else 100.0
+    survivors = sorted(str(m) for m, verdict in run.results if verdict == "survived")
+    lines += ["", *survivors, ""] if survivors else [""]
+    lines.append(f"mutate: {caught} of {judged} mutants caught ({share:.1f} %), "
+                 f"{total['same']} are the same program, {total['invalid']} do not compile, "
+                 f"{seconds:.0f} s")
+    out.write_text("\n".join(lines) + "\n")
+    print("\n".join(lines))
+    return 0 if share >= GOAL else 1
+
+
+def read_same(path: Path) -> dict[str, str]:
+    """Changes known to give the same program: `file | line | old -> new | why`."""
+    known = {}
+    for line in path.read_text().splitlines():
+        if line and not line.startswith("#"):
+            key, why = line.rsplit(" | ", 1)
+            known[key] = why
+    return known
+
+
+def files_of(arguments: list[str]) -> list[str]:
+    if arguments:
+        return [os.path.relpath(Path(a).resolve(), ROOT) for a in arguments]
+    found = [p for suffix in ("cpp", "h") for p in ROOT.glob(f"src/**/*.{suffix}")]
+    found += [p for name in BOARD for p in ROOT.glob(f"board/memory/{name}.*")]
+    return sorted(str(p.relative_to(ROOT)) for p in found)
+
+
+def main() -> int:
+    parser = argparse.ArgumentParser(prog="mutate.sh", description=(
+        "Changes one operator, constant, text or statement of the code at a time and runs the "
+        "tests of its file. Prints the mutants that no test caught; exit status 0 if at least "
+        f"{GOAL:.0f} %% were caught."))
+    parser.add_argument("files", nargs="*", metavar="FILE",
+                        help="default: src/, and ring, lock and register file of the board")
+    parser.add_argument("--sample", type=int, metavar="N", help="only N of them, drawn at random")
+    parser.add_argument("--seed", type=int, default=1, help="of the draw (default 1)")
+    parser.add_argument("--jobs", type=int, default=os.cpu_count() or 1)
+    parser.add_argument("--build", type=Path, default=ROOT / "build/release",
+                        help="a configured build tree (default build/release)")
+    parser.add_argument("--list", action="store_true", help="list the mutants and end")
+    parser.add_argument("--verbose", action="store_true", help="print the caught ones too")
+    options = parser.parse_args()
+
+    mutants = [m for path in files_of(options.files)
+               for m in mutants_of(path, (ROOT / path).read_text())]
+    if options.sample is not None and options.sample < len(mutants):
+        drawn = random.Random(options.seed).sample(range(len(mutants)), options.sample)
+        mutants = [mutants[i] for i in sorted(drawn)]
+    if options.list:
+        print("\n".join(map(str, mutants)))
+        return 0
+
+    began = time.monotonic()
+    tree = Tree(ROOT, options.build.resolve())
+    tree.make(sorted({p for m in mutants for p, _ in tests_of(m.path)}))
+    place = options.build.resolve().parent / "mutate"
+    run = Run(mutants, read_same(Path(__file__).parent / "same.txt"), options.verbose)
+    print(f"{len(mutants)} mutants in {len({m.path for m in mutants})} files", flush=True)
+    workers = [threading.Thread(target=run.work, args=(Workshop(tree, place / str(n)),))
+               for n in range(options.jobs)]
+    for worker in workers:
+        worker.start()
+    for worker in workers:
+        worker.join()
+    if run.stopped is not None:
+        raise run.stopped
+    return report(run, time.monotonic() - began, place / "report.txt")
+
+
+if __name__ == "__main__":
+    sys.exit(main())
