@@ -1,8 +1,10 @@
 #include <algorithm>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <exception>
 
 #include "DataType/ContractServ.h"
 #include "DataType/ZceFpgaServ.h"
@@ -132,7 +134,7 @@ MsgKind_t KindOf(const unsigned char* msg, unsigned int len) {
 // One market-data message to its slot. Part of the two operations below, not a call from them.
 [[gnu::always_inline]] inline void CZceDmaChanImpl::Deliver(unsigned int type,
                                                             const unsigned char* msg) {
-    if (m_bSignalRegister == 0) [[unlikely]] {
+    if (m_bSignalRegister.load(std::memory_order_relaxed) == 0) [[unlikely]] {
         RegisterSignals();
     }
     IVelaZceMdSpi& spi = *m_pApi->GetSpi();
@@ -184,7 +186,14 @@ void CZceDmaChanImpl::HandleUpSubsResult(const unsigned char* msg, unsigned int 
 void CZceDmaChanImpl::HandleOtherMsg(const unsigned char* msg, unsigned int len) {
     switch (KindOf(msg, len)) {
         case MsgKind_t::contMap:
-            HandleContMapPkt(msg, len, this);
+            // Nothing may be thrown through the frames of the vendor's poll. The exchange repeats
+            // its broadcast: what this packet lacked, or was to set going, comes with a later one.
+            try {
+                HandleContMapPkt(msg, len, this);
+            } catch (const std::exception& error) {
+                LOG_ERROR("Instrument map packet of %u bytes is dropped, errmsg:%s.", len,
+                          error.what());
+            }
             break;
         case MsgKind_t::tooShort:
             WarnShortMsg(len);
@@ -200,7 +209,7 @@ void CZceDmaChanImpl::HandleOtherMsg(const unsigned char* msg, unsigned int len)
 // instruments SIGINT and SIGTERM keep their default effect.
 void CZceDmaChanImpl::RegisterSignals() {
     CSignalProcess::InitSignal();
-    m_bSignalRegister = 1;
+    m_bSignalRegister.store(1, std::memory_order_relaxed);
 }
 
 void CZceDmaChanImpl::HandleContMapPkt(const unsigned char* msg, unsigned int len, void* /*ctx*/) {

@@ -15,10 +15,10 @@ constexpr Session SESSIONS[] = {{90001, 149999}, {210001, 232999}};
 
 }  // namespace
 
-bool ZceIsInTradeTime() {
+std::optional<bool> VORBA2::IsInTradeTimeNow() {
     const std::optional<VORBA2::LocalMoment> now = VORBA2::LocalNow();
     if (!now) {
-        return false;
+        return std::nullopt;
     }
     for (const Session& session : SESSIONS) {
         if (now->time >= session.first && now->time <= session.last) {
@@ -26,6 +26,10 @@ bool ZceIsInTradeTime() {
         }
     }
     return false;
+}
+
+bool ZceIsInTradeTime() {
+    return VORBA2::IsInTradeTimeNow().value_or(false);
 }
 
 std::uint64_t get_time() {
