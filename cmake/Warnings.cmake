@@ -11,3 +11,8 @@ if(VELAZCE_SANITIZE)
                          -fno-sanitize-recover=all)
   target_link_options(velazce_flags INTERFACE -fsanitize=${VELAZCE_SANITIZE})
 endif()
+if(VELAZCE_FUZZ)
+  # Coverage for libFuzzer in everything; its main function is linked by fuzz/ alone.
+  target_compile_options(velazce_flags INTERFACE -fsanitize=fuzzer-no-link)
+  target_link_options(velazce_flags INTERFACE -fsanitize=fuzzer-no-link)
+endif()
