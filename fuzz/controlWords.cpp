@@ -4,9 +4,9 @@
 
 #include <sys/types.h>
 
+#include <algorithm>
 #include <csignal>
-#include <memory>
-#include <vector>
+#include <utility>
 
 #include "device/Board.h"
 #include "fuzzHost.h"
@@ -22,6 +22,7 @@ using namespace velafuzz;
 using namespace ZceBoard;
 
 constexpr int MOST_STEPS = 32;
+constexpr size_t TOLD_SIZE = 8;
 constexpr uint64_t LONGEST_STEP_MS = 8;  // a longer one is as good, and slow
 constexpr uint32_t CRASH = 1U << static_cast<unsigned>(Fault::Crash);
 
@@ -145,7 +146,11 @@ class CBoardUnderFire {
         constexpr uint32_t windows[] = {0x10, 0x100, 0x300, 0x11000, 0x12000, 0x200b, 0x210b, 0};
         const auto choice = input.Take<unsigned char>();
         const uint32_t index = windows[choice % 8] + choice / 8;
-        m_registers.WriteWord(index, input.Take<uint32_t>());
+        const auto value = input.Take<uint32_t>();
+        if (index == REG_RESET && std::exchange(m_bReset, true)) {
+            return;
+        }
+        m_registers.WriteWord(index, value);
         m_registers.ReadWord(index);
     }
 
@@ -212,6 +217,7 @@ class CBoardUnderFire {
     CBoardLoop m_loop{m_board, m_traffic, 0};
     int64_t m_wallNs = 1'795'000'000 * NS_PER_SECOND;
     int64_t m_realNs = 0;
+    bool m_bReset = false;  // which clears half a million words: once an input
 };
 
 }  // namespace
@@ -231,6 +237,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         board.Step(input);
     }
     board.Pass(1);
-    board.Tell();
+    // The lines count the tables' entries, which takes longer than all the steps.
+    if (size % TOLD_SIZE == 0) {
+        board.Tell();
+    }
     return 0;
 }

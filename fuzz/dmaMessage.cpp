@@ -13,7 +13,7 @@ using namespace velafuzz;
 
 constexpr unsigned char SAME_TIME = 0x80;
 constexpr unsigned int LARGEST = 2048;
-constexpr int MOST_MESSAGES = 16;
+constexpr int MOST_MESSAGES = 8;
 
 // What makes a message one of market data: 12 bytes at least, and a type from 17 to 20.
 unsigned int SlotType(const std::string& message) {

@@ -50,7 +50,8 @@ constexpr const char* g_szRules =
     "[channel0]\ninsts=SR,CF301\noptions=recv\nips=recv\nspd=recv\n"
     "[channel15]\ninsts=all\noptions=norecv\nips=norecv\nspd=recv\n";
 
-CZceConfigFile& Rules() {
+// Loaded once; what an input made of it is forgotten.
+CZceConfigFile& FreshRules() {
     static CZceConfigFile* const config = [] {
         WriteFile("rules.ini", g_szRules);
         auto* const loaded = new CZceConfigFile("rules.ini", nullptr, nullptr);
@@ -135,11 +136,12 @@ int CFuzzDrv::WriteInt32_LogWithRead(unsigned long addr, unsigned int value) {
 }
 
 CLearningMaster::CLearningMaster()
-    : m_chan(&m_drv, &m_api, &Rules()),
+    : m_config(FreshRules()),
+      m_chan(&m_drv, &m_api, &m_config),
       m_fpgaServ(Peer::Insts(m_chan), 0),
       m_binFile(Peer::Insts(m_chan), 0),
-      m_contractServ(Peer::Insts(m_chan), &Rules(), &m_binFile, &m_fpgaServ, 0,
-                     Rules().getArrayReference()) {
+      m_contractServ(Peer::Insts(m_chan), &m_config, &m_binFile, &m_fpgaServ, 0,
+                     m_config.getArrayReference()) {
     Peer::MakeProcessNew();
     m_board.Clear();
     m_fpgaServ.Init(&m_drv);

@@ -118,6 +118,7 @@ class CLearningMaster {
     CFuzzDrv m_drv{m_board};
     CCountingSpi m_spi;
     CFuzzApi m_api{&m_drv, &m_spi};
+    Vela2_U50::CZceConfigFile& m_config;
     CZceDmaChanImpl m_chan;
     Vela2_U50::CZceFpgaServ m_fpgaServ;
     CTernBinFile m_binFile;
