@@ -25,6 +25,7 @@ tools/record        tools/record/
 tools/top           tools/top/
 examples            examples/
 bench               bench/
+fuzz                fuzz/
 src/api             src/VelaZceMdApiImpl
 src/worker          src/VelaZceUpdma
 src/binfile         src/VelaZceBin
@@ -86,6 +87,7 @@ src/enyxHw
 examples            include board/include
 # Benchmarks and tests. The tests of a room see what it sees, and the rooms below it.
 bench               include board/include device exchange memory src/enyxHw
+fuzz                include src/* process traffic device exchange memory capture board/include tests/support
 tests/support       include src/*
 tests/unit          include src/* tests/support
 tests/differential  include src/* tests/support
@@ -146,8 +148,8 @@ awk -v rooms="$(rooms)" -v table="$(table)" -v excuses="$(excused)" -v files="$(
         if ((path = folder(from) name) in there) return path
         for (k in bare) {
             if ((path = bare[k] name) in there) {
-                if (bare[k] == "src/" && from !~ /^(src|tests\/(unit|support|device|differential|system))\//) continue
-                if (bare[k] == "tests/support/" && from !~ /^tests\//) continue
+                if (bare[k] == "src/" && from !~ /^(src|fuzz|tests\/(unit|support|device|differential|system))\//) continue
+                if (bare[k] == "tests/support/" && from !~ /^(tests|fuzz)\//) continue
                 return path
             }
         }

@@ -18,7 +18,7 @@ run() {
 
 check_style() {
     local files
-    mapfile -t files < <(find include src board capture tools examples tests bench -name '*.h' -o -name '*.cpp' | sort)
+    mapfile -t files < <(find include src board capture tools examples tests bench fuzz -name '*.h' -o -name '*.cpp' | sort)
     clang-format --dry-run -Werror "${files[@]}"
     echo "${#files[@]} files are formatted"
     scripts/check-includes.sh
@@ -42,6 +42,7 @@ run "Tests: release" tests release
 run "Whole processes under valgrind" scripts/valgrind.sh
 run "Build: AddressSanitizer + UndefinedBehaviorSanitizer, clang++ and clang-tidy" build asan
 run "Tests: AddressSanitizer + UndefinedBehaviorSanitizer" tests asan -L 'unit|board'
+run "Fuzzing: each target for 20 s" scripts/fuzz.sh --seconds 20
 run "Build: ThreadSanitizer, g++" build tsan tests_unit tests_board
 run "Tests: ThreadSanitizer" tests tsan -L 'unit|board'
 
