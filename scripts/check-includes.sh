@@ -93,7 +93,7 @@ tests/unit          include src/* tests/support
 tests/differential  include src/* tests/support
 tests/capture       capture tests/support
 tests/record        tools/record capture tests/support
-tests/memory        memory
+tests/memory        memory tests/support
 tests/vendor        memory src/enyxHw device tests/memory
 tests/exchange      exchange memory board/include
 tests/device        device exchange memory board/include src/* tests/unit tests/support
