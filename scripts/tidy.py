@@ -127,8 +127,8 @@ def look(group, entry, version):
     keys = {member["file"]: key(member, kept[member["file"]], version) for member in group}
     done = subprocess.run(["clang-tidy", "--quiet", "-p", UNITS, entry["file"]],
                           capture_output=True, text=True, check=False)
-    if len(group) > 1 and (not reads or "clang-diagnostic-error" in done.stdout):
-        # Two of them use one name for two things.
+    if len(group) > 1 and (not reads or "[clang-diagnostic-" in done.stdout):
+        # Two of them use one name for two things, or the compiler sees more than in one file.
         alone = [look([member], member, version) for member in group]
         return "".join(text for text, _ in alone), [path for _, paths in alone for path in paths]
     failed = []
