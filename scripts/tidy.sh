@@ -7,4 +7,5 @@
 source "$(dirname "$0")/common.sh"
 need "${BUILD_PACKAGES[@]}" clang-14 clang-tidy
 configure tidy
+ninja -C build/tidy build.ninja >/dev/null # again if a CMakeLists.txt has changed
 exec python3 -B scripts/tidy.py "$@"
