@@ -39,6 +39,7 @@ src/Utils           src/Utils/
 tests/support       tests/support/
 tests/unit          tests/unit/
 tests/differential  tests/differential/
+tests/anomaly       tests/anomaly/
 tests/system        tests/system/
 tests/capture       tests/capture/
 tests/record        tests/record/
@@ -91,6 +92,7 @@ fuzz                include src/* process traffic device exchange memory capture
 tests/support       include src/*
 tests/unit          include src/* tests/support
 tests/differential  include src/* tests/support
+tests/anomaly       include src/* tests/support
 tests/capture       capture tests/support
 tests/record        tools/record capture tests/support
 tests/memory        memory tests/support
@@ -148,7 +150,7 @@ awk -v rooms="$(rooms)" -v table="$(table)" -v excuses="$(excused)" -v files="$(
         if ((path = folder(from) name) in there) return path
         for (k in bare) {
             if ((path = bare[k] name) in there) {
-                if (bare[k] == "src/" && from !~ /^(src|fuzz|tests\/(unit|support|device|differential|system))\//) continue
+                if (bare[k] == "src/" && from !~ /^(src|fuzz|tests\/(unit|support|device|differential|anomaly|system))\//) continue
                 if (bare[k] == "tests/support/" && from !~ /^(tests|fuzz)\//) continue
                 return path
             }
