@@ -73,6 +73,9 @@ def files():
     for time, name in ((0, "master"), (1, "master"), (0, "channel3")):
         text = (EXAMPLES / "config" / (name + ".ini")).read_bytes()
         put("iniStart", f"{name}{time}", bytes([time]) + text)
+    for device in (b"xilinx0:16", b"xilinx5:0", b"XILINX4:15"):
+        name = device.decode().lower().replace(":", "-")
+        put("iniStart", name, b"\0[config]\ndevice=" + device + b"\n")
     lines = b"1,SR209\n2,SR209C5000\n7,SPD-SR209&SR301\n"
     for name, choice, stamp in (("day", 6, b"20261120085510"), ("night", 13, b"20261120205511")):
         end = b"contract's_corresponding_time=" + stamp + b"\nbin_file_over_tag"
