@@ -53,6 +53,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FUZZ_CHECK(content.find("contract's_corresponding_time=") != std::string::npos);
     FUZZ_CHECK(std::count(content.begin(), content.end(), '\n') >=
                static_cast<std::ptrdiff_t>(insts.size()));
+    for (const auto& [name, index] : insts) {
+        FUZZ_CHECK(name.find_first_of(",\n") == std::string::npos);
+    }
     const bool bShort = std::all_of(insts.begin(), insts.end(), [](const auto& inst) {
         return inst.first.size() <= LONGEST_NAME;
     });

@@ -65,7 +65,7 @@ class CExactBlock {
 
 // The same with a terminating zero, cut at the first one that is in there.
 inline CExactBlock ZeroTerminated(const std::string& text) {
-    return CExactBlock(std::string(text.c_str()) + '\0');
+    return CExactBlock(text.substr(0, text.find('\0')) + '\0');
 }
 
 }  // namespace velafuzz

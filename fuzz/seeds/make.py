@@ -73,6 +73,9 @@ def files():
     for time, name in ((0, "master"), (1, "master"), (0, "channel3")):
         text = (EXAMPLES / "config" / (name + ".ini")).read_bytes()
         put("iniStart", f"{name}{time}", bytes([time]) + text)
+    for device in (b"xilinx0:16", b"xilinx5:0", b"XILINX4:15"):
+        name = device.decode().lower().replace(":", "-")
+        put("iniStart", name, b"\0[config]\ndevice=" + device + b"\n")
     lines = b"1,SR209\n2,SR209C5000\n7,SPD-SR209&SR301\n"
     for name, choice, stamp in (("day", 6, b"20261120085510"), ("night", 13, b"20261120205511")):
         end = b"contract's_corresponding_time=" + stamp + b"\nbin_file_over_tag"
@@ -101,11 +104,16 @@ def captures():
         return struct.pack("<II", kind, len(body) + 12) + body + struct.pack("<I", len(body) + 12)
 
     data = prefix(1, 3, 1) + tick
-    times = ((417999, 2 << 20), (417999, 3 << 20))
-    put("captureFile", "ng", block(0x0A0D0D0A, struct.pack("<IHHq", 0x1A2B3C4D, 1, 0, -1)) +
-        block(1, struct.pack("<HHI", 147, 0, 0)) +
-        b"".join(block(6, struct.pack("<IIIII", 0, high, low, len(data), len(data)) + data)
-                 for high, low in times))
+    begin = block(0x0A0D0D0A, struct.pack("<IHHq", 0x1A2B3C4D, 1, 0, -1))
+    begin += block(1, struct.pack("<HHI", 147, 0, 0))
+
+    def enhanced(us):
+        sizes = struct.pack("<IIIII", 0, us >> 32, us & 0xFFFFFFFF, len(data), len(data))
+        return block(6, sizes + data)
+
+    put("captureFile", "ng", begin + enhanced(1795262695000000) + enhanced(1795262695000001))
+    # The last time that nanoseconds can say, and the next one.
+    put("captureFile", "far", begin + enhanced(9223372036854775) + enhanced(9223372036854776))
 
 
 def words():
