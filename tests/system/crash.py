@@ -22,7 +22,10 @@ LONGEST_WAIT = 2.5
 GONE = "zce-board: bus 0: the board has gone; this process gets nothing more from it"
 BACK = ("zce-board: bus 0: a new board is running, but this process has the memory of the old one: "
         "start it anew")
-OVER = "All channel subs over."
+# A master that learns opens its stream and subscribes then; one that comes back in trading time the
+# other way round.
+READY = ("Init dma channel :CUSTOM_CHAN0_DATA success.",
+         "Now Fpga start trans subscribe result! write 0x11 value:0x3.")
 
 
 class Crash:
@@ -42,7 +45,8 @@ class Crash:
         self.expect_recovered()
 
     def expect_recovered(self):
-        self.session.await_text(self.receivers[0], OVER)
+        for text in READY:
+            self.session.await_text(self.receivers[0], text)
         masks = self.session.masks()
         if self.expected is None:
             self.expected = masks

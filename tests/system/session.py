@@ -6,12 +6,22 @@ import os
 import re
 import shutil
 import signal
+import struct
 import subprocess
+import sys
 import tempfile
 import time
 
 INSTRUMENTS = """SR209 SR301 CF209 TA209 SR209C5000 SR209P5000 CF209C14000
 SPD-SR209&SR301 IPS-SR209&CF209""".split()
+
+
+# Of board/memory/ShmLayout.h: four pages, the registers, both tables, 16 rings of 2 MiB to the host
+# and 16 of 64 KiB to the board, each with a page in front and one behind.
+PAGE = 4096
+FIRST_RING = 4 * PAGE + 4 * 0x20000 + 2 * 4 * 4096 * 64
+RING_BYTES = (2 << 20) + 2 * PAGE
+SHM_BYTES = FIRST_RING + 16 * RING_BYTES + 16 * ((64 << 10) + 2 * PAGE)
 
 
 class Failure(Exception):
@@ -29,6 +39,7 @@ class Session:
     """A directory, a place in shared memory of its own, and what is started in them."""
 
     def __init__(self, programs, buses, rules, speed):
+        signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))  # what was started is ended
         self.programs = programs
         self.buses = buses
         self.rules = rules
@@ -95,6 +106,16 @@ class Session:
         if done.returncode != 0:
             raise Failure(f"zce-board ctl {' '.join(arguments)}: {done.stderr}")
         return done.stdout
+
+    def is_drained(self, bus, channel):
+        """Whether a receiver has taken all that lies in its ring. Nothing else tells it."""
+        with open(f"/dev/shm/{self.prefix}zce-board.{bus}", "rb") as file:
+            if os.fstat(file.fileno()).st_size != SHM_BYTES:
+                raise Failure("the board's memory has another layout than session.py knows")
+            file.seek(FIRST_RING + channel * RING_BYTES)
+            control = file.read(72)
+        head, tail = struct.unpack_from("<Q", control, 0), struct.unpack_from("<Q", control, 64)
+        return head == tail
 
     def masks(self, bus=0):
         tables = json.loads(self.ctl("--bus", str(bus), "--json", "tables"))

@@ -88,11 +88,9 @@ class Soak:
         """With both boards paused and all rings empty, so that a receiver's end loses nothing."""
         for bus in BUSES:
             self.session.ctl("--bus", str(bus), "pause")
-        marks = {key: len(output_of(process)) for key, process in self.receivers.items()}
         for key, process in self.receivers.items():
-            self.session.await_true(
-                lambda p=process, m=marks[key]: output_of(p)[m:].count("rate=0/s") >= 2,
-                f"{key} has nothing more to read", process, 180)
+            self.session.await_true(lambda k=key: self.session.is_drained(*k),
+                                    f"{key} has nothing more to read", process, 180)
         action()
         for bus in BUSES:
             self.session.ctl("--bus", str(bus), "resume")
