@@ -57,7 +57,8 @@ int CBoardMemory::Create(uint32_t bus, int32_t& pid, std::optional<gid_t> group)
         m_file.Close();  // another starting board took it for stale memory: it is that one's now
         return err == EAGAIN ? EBUSY : err;
     }
-    m_creator = true;
+    int64_t size = 0;
+    m_creator = m_file.Stat(size, m_inode) == 0;
     if (group && OpenToGroup(*group) != 0) {
         return ENOTSUP;
     }

@@ -92,9 +92,9 @@ void CFaults::ClearAll() {
 
 bool CFaults::IsSealed(Fault kind) const {
     const FaultWords& words = Words(kind);
-    return words.seal.load(RELAXED) == SealOf(static_cast<uint64_t>(kind), words.every.load(RELAXED),
-                                              words.target.load(RELAXED), words.value.load(RELAXED),
-                                              words.limit.load(RELAXED));
+    return words.seal.load(RELAXED) == SealOf(static_cast<uint64_t>(kind),
+                                              words.every.load(RELAXED), words.target.load(RELAXED),
+                                              words.value.load(RELAXED), words.limit.load(RELAXED));
 }
 
 // Somebody who is just setting a fault may be seen half-way, but not twice.

@@ -91,8 +91,8 @@ void InstallOnce() {
         action.sa_sigaction = OnBusError;
         action.sa_flags = SA_SIGINFO | SA_ONSTACK;
         sigemptyset(&action.sa_mask);
-        installed = sigaction(SIGBUS, nullptr, &g_before) == 0 &&
-                    sigaction(SIGBUS, &action, nullptr) == 0;
+        installed =
+            sigaction(SIGBUS, nullptr, &g_before) == 0 && sigaction(SIGBUS, &action, nullptr) == 0;
     }
 }
 

@@ -137,13 +137,14 @@ struct alignas(PAGE) BoardStats {
     std::array<std::atomic<uint32_t>, 2> feeds;        // a FeedState each: L5, L1
     std::atomic<uint64_t> parsed;
     std::atomic<uint64_t> requests;
-    std::atomic<uint64_t> garbage;  // requests and faults that nobody made, words put right
+    std::atomic<uint64_t> garbage;    // requests and faults that nobody made, words put right
     std::atomic<int64_t> speedMilli;  // 1000: the clock runs with real time
     alignas(CACHE_LINE) std::array<ChannelStats, CHANNELS> channels;
 };
 
 // A request to the board's process. Whoever makes one holds LOCK_CONTROL, writes kind, argument
-// and seal and then `asked`; the board does it in its next pass and writes `result` and then `answered`.
+// and seal and then `asked`; the board does it in its next pass and writes `result` and then
+// `answered`.
 struct alignas(PAGE) ControlMailbox {
     std::atomic<uint32_t> asked;
     std::atomic<uint32_t> answered;

@@ -47,8 +47,8 @@ void IdleCount::Restart() {
     const int64_t now = RealNs();
     const int64_t passed = std::max<int64_t>(now - lastNs, 1);
     // Twice as many at most: the process may have been busy or asleep meanwhile.
-    const double wanted = static_cast<double>(interval) * static_cast<double>(LOOK_NS) /
-                          static_cast<double>(passed);
+    const double wanted =
+        static_cast<double>(interval) * static_cast<double>(LOOK_NS) / static_cast<double>(passed);
     interval = static_cast<uint32_t>(
         std::clamp(wanted, 1.0, std::min(2.0 * interval, static_cast<double>(MOST_POLLS))));
     left = interval;

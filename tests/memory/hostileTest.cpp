@@ -252,10 +252,11 @@ TEST_F(HostileMemory, MemoryThatIsMappedNoMoreIsWatchedNoMore) {
             user.~CBoardMemory();
             new (&user) CBoardMemory;
             // Something else at the same address.
-            const int file = open((m_errors + ".other").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+            const int file =
+                open((m_errors + ".other").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
             unlink((m_errors + ".other").c_str());
-            void* mem = mmap(const_cast<void*>(place), 4096, PROT_READ, MAP_SHARED | MAP_FIXED,
-                             file, 0);
+            void* mem =
+                mmap(const_cast<void*>(place), 4096, PROT_READ, MAP_SHARED | MAP_FIXED, file, 0);
             return mem == MAP_FAILED ? 3 : *static_cast<volatile int*>(mem);
         },
         errors);
