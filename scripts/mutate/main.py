@@ -89,10 +89,11 @@ def judge(shop: Workshop, plan: Plan, mutant: Mutant) -> tuple[str, str]:
 
 
 class Run:
-    def __init__(self, mutants: list[Mutant], same: dict[str, str], verbose: bool):
+    def __init__(self, mutants: list[Mutant], same: dict[str, str], verbose: bool, log: Path):
         self.mutants = mutants
         self.same = same
         self.verbose = verbose
+        self.log = log  # each verdict, as soon as it is known
         self.plans: dict[str, Plan] = {}
         self.results: list[tuple[Mutant, str]] = []
         self.lock = threading.Lock()
@@ -116,8 +117,11 @@ class Run:
                     verdict = "same"
                 with self.lock:
                     self.results.append((mutant, verdict))
+                    line = f"{verdict} {mutant} {by}".rstrip()
+                    with self.log.open("a") as log:
+                        log.write(line + "\n")
                     if verdict == "survived" or self.verbose:
-                        print(f"{verdict} {mutant} {by}".rstrip(), flush=True)
+                        print(line, flush=True)
         except BaseException as reason:  # the other worker must not go on alone
             self.stopped = reason
 
@@ -193,7 +197,10 @@ def main() -> int:
     tree = Tree(ROOT, options.build.resolve())
     tree.make(sorted({p for m in mutants for p, _ in tests_of(m.path)}))
     place = options.build.resolve().parent / "mutate"
-    run = Run(mutants, read_same(Path(__file__).parent / "same.txt"), options.verbose)
+    place.mkdir(parents=True, exist_ok=True)
+    log = place / "verdicts.txt"
+    log.unlink(missing_ok=True)
+    run = Run(mutants, read_same(Path(__file__).parent / "same.txt"), options.verbose, log)
     print(f"{len(mutants)} mutants in {len({m.path for m in mutants})} files", flush=True)
     workers = [threading.Thread(target=run.work, args=(Workshop(tree, place / str(n)),))
                for n in range(options.jobs)]
