@@ -3,6 +3,7 @@
 import argparse
 import os
 import random
+import re
 import sys
 import threading
 import time
@@ -175,17 +176,22 @@ def main() -> int:
         f"{GOAL:.0f} %% were caught."))
     parser.add_argument("files", nargs="*", metavar="FILE",
                         help="default: src/, and ring, lock and register file of the board")
+    parser.add_argument("--match", metavar="REGEX", default="",
+                        help="only those whose description, as --list has it, matches")
     parser.add_argument("--sample", type=int, metavar="N", help="only N of them, drawn at random")
     parser.add_argument("--seed", type=int, default=1, help="of the draw (default 1)")
     parser.add_argument("--jobs", type=int, default=os.cpu_count() or 1)
     parser.add_argument("--build", type=Path, default=ROOT / "build/release",
                         help="a configured build tree (default build/release)")
+    parser.add_argument("--place", type=Path, default=ROOT / "build/mutate",
+                        help="where it works; two runs at once want two (default build/mutate)")
     parser.add_argument("--list", action="store_true", help="list the mutants and end")
     parser.add_argument("--verbose", action="store_true", help="print the caught ones too")
     options = parser.parse_args()
 
     mutants = [m for path in files_of(options.files)
-               for m in mutants_of(path, (ROOT / path).read_text())]
+               for m in mutants_of(path, (ROOT / path).read_text())
+               if re.search(options.match, str(m))]
     if options.sample is not None and options.sample < len(mutants):
         drawn = random.Random(options.seed).sample(range(len(mutants)), options.sample)
         mutants = [mutants[i] for i in sorted(drawn)]
@@ -196,7 +202,7 @@ def main() -> int:
     began = time.monotonic()
     tree = Tree(ROOT, options.build.resolve())
     tree.make(sorted({p for m in mutants for p, _ in tests_of(m.path)}))
-    place = options.build.resolve().parent / "mutate"
+    place = options.place.resolve()
     place.mkdir(parents=True, exist_ok=True)
     log = place / "verdicts.txt"
     log.unlink(missing_ok=True)
