@@ -89,10 +89,15 @@ class Tree:
     def link(self, program: str) -> list[str]:
         """The command that links the program."""
         if program not in self._links:
-            last = self._ninja("-t", "commands", program).strip().splitlines()[-1]
-            part = next(p for p in last.split(" && ") if f" -o bin/{program} " in f"{p} ")
-            self._links[program] = shlex.split(part)
+            output = program if "/" in program else f"bin/{program}"
+            parts = [part for line in self._ninja("-t", "commands", program).splitlines()
+                     for part in line.split(" && ") if f" -o {output} " in f"{part} "]
+            self._links[program] = shlex.split(parts[-1])
         return self._links[program]
+
+    def shared(self, program: str) -> list[str]:
+        """The tree's own shared libraries that the program is linked with."""
+        return [w for w in self.link(program) if re.fullmatch(r"lib/lib[^/]*\.so(\.[\d.]+)?", w)]
 
     def objects(self, program: str) -> list[str]:
         """The program's own objects and those of the libraries that it is linked with."""
@@ -114,9 +119,12 @@ class Workshop:
         self.temp.mkdir(parents=True)
         shutil.copytree(tree.root, self.sources, symlinks=True,
                         ignore=shutil.ignore_patterns("build", ".git"))
-        self.env = {**os.environ, "TMPDIR": str(self.temp), "LC_ALL": "C"}
+        self.libraries = place / "lib"
+        self.libraries.mkdir()
+        self.env = {**os.environ, "TMPDIR": str(self.temp), "LC_ALL": "C",
+                    "LD_LIBRARY_PATH": str(self.libraries)}
         linker = shutil.which("ld.gold")
-        self.linker = ["-fno-lto"] + (["-fuse-ld=gold"] if linker else [])
+        self.linker = ["-fno-lto", "-Wl,--enable-new-dtags"] + (["-fuse-ld=gold"] if linker else [])
 
     def _room(self, word: str) -> str:
         """For an include path of the build tree, which holds links to folders of the sources, one
@@ -170,11 +178,24 @@ class Workshop:
             place.write_text(kept)
 
     def link(self, program: str, objects: dict[str, Path]) -> Path | None:
-        """The program with the changed objects in the place of its own and of its libraries'."""
+        """The program with the changed objects in the place of its own and of its libraries'; the
+        shared libraries among them come to a folder where the loader looks first."""
+        for library in self.libraries.iterdir():
+            library.unlink()
+        for shared in self.tree.shared(program):
+            if not any(o in objects for o in self.tree.objects(shared)):
+                continue
+            words = self.tree.link(shared)
+            soname = next(w for w in words if w.startswith("-Wl,-soname,")).rsplit(",", 1)[1]
+            if not self._link(shared, objects, self.libraries / soname):
+                return None
         target = self.place / program
+        return target if self._link(program, objects, target) else None
+
+    def _link(self, output: str, objects: dict[str, Path], target: Path) -> bool:
         words = []
         replaced = set()
-        for word in self.tree.link(program):
+        for word in self.tree.link(output):
             made = os.path.normpath(word)
             if made in objects:
                 replaced.add(made)
@@ -182,12 +203,13 @@ class Workshop:
             else:
                 words.append(word)
         at = words.index("-o")
-        of_program = set(self.tree.objects(program))
+        of_program = set(self.tree.objects(output))
         words[at + 1] = str(target)
         words[at:at] = [str(objects[o]) for o in objects if o not in replaced and o in of_program]
+        words = [word for word in words if not word.startswith("-flto")]
         status, self.output = run(words + self.linker, self.tree.build, COMPILE_SECONDS,
                                   limits=False)
-        return target if status == 0 else None
+        return status == 0
 
     def run_cases(self, program: Path, cases: list[str], seconds: float) -> tuple[bool, str]:
         """Whether these cases pass, in one process; the name of the first that does not."""

@@ -3,6 +3,7 @@
 import argparse
 import os
 import random
+import re
 import sys
 import threading
 import time
@@ -89,10 +90,11 @@ def judge(shop: Workshop, plan: Plan, mutant: Mutant) -> tuple[str, str]:
 
 
 class Run:
-    def __init__(self, mutants: list[Mutant], same: dict[str, str], verbose: bool):
+    def __init__(self, mutants: list[Mutant], same: dict[str, str], verbose: bool, log: Path):
         self.mutants = mutants
         self.same = same
         self.verbose = verbose
+        self.log = log  # each verdict, as soon as it is known
         self.plans: dict[str, Plan] = {}
         self.results: list[tuple[Mutant, str]] = []
         self.lock = threading.Lock()
@@ -116,8 +118,11 @@ class Run:
                     verdict = "same"
                 with self.lock:
                     self.results.append((mutant, verdict))
+                    line = f"{verdict} {mutant} {by}".rstrip()
+                    with self.log.open("a") as log:
+                        log.write(line + "\n")
                     if verdict == "survived" or self.verbose:
-                        print(f"{verdict} {mutant} {by}".rstrip(), flush=True)
+                        print(line, flush=True)
         except BaseException as reason:  # the other worker must not go on alone
             self.stopped = reason
 
@@ -171,17 +176,22 @@ def main() -> int:
         f"{GOAL:.0f} %% were caught."))
     parser.add_argument("files", nargs="*", metavar="FILE",
                         help="default: src/, and ring, lock and register file of the board")
+    parser.add_argument("--match", metavar="REGEX", default="",
+                        help="only those whose description, as --list has it, matches")
     parser.add_argument("--sample", type=int, metavar="N", help="only N of them, drawn at random")
     parser.add_argument("--seed", type=int, default=1, help="of the draw (default 1)")
     parser.add_argument("--jobs", type=int, default=os.cpu_count() or 1)
     parser.add_argument("--build", type=Path, default=ROOT / "build/release",
                         help="a configured build tree (default build/release)")
+    parser.add_argument("--place", type=Path, default=ROOT / "build/mutate",
+                        help="where it works; two runs at once want two (default build/mutate)")
     parser.add_argument("--list", action="store_true", help="list the mutants and end")
     parser.add_argument("--verbose", action="store_true", help="print the caught ones too")
     options = parser.parse_args()
 
     mutants = [m for path in files_of(options.files)
-               for m in mutants_of(path, (ROOT / path).read_text())]
+               for m in mutants_of(path, (ROOT / path).read_text())
+               if re.search(options.match, str(m))]
     if options.sample is not None and options.sample < len(mutants):
         drawn = random.Random(options.seed).sample(range(len(mutants)), options.sample)
         mutants = [mutants[i] for i in sorted(drawn)]
@@ -192,8 +202,11 @@ def main() -> int:
     began = time.monotonic()
     tree = Tree(ROOT, options.build.resolve())
     tree.make(sorted({p for m in mutants for p, _ in tests_of(m.path)}))
-    place = options.build.resolve().parent / "mutate"
-    run = Run(mutants, read_same(Path(__file__).parent / "same.txt"), options.verbose)
+    place = options.place.resolve()
+    place.mkdir(parents=True, exist_ok=True)
+    log = place / "verdicts.txt"
+    log.unlink(missing_ok=True)
+    run = Run(mutants, read_same(Path(__file__).parent / "same.txt"), options.verbose, log)
     print(f"{len(mutants)} mutants in {len({m.path for m in mutants})} files", flush=True)
     workers = [threading.Thread(target=run.work, args=(Workshop(tree, place / str(n)),))
                for n in range(options.jobs)]

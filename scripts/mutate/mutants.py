@@ -66,10 +66,15 @@ def _number(text: str) -> list[str]:
     digits = body.replace("'", "")
     if "." in digits:
         return [f"{float(digits) + 1}{suffix}"]
-    hexadecimal = digits.lower().startswith("0x")
-    value = int(digits, 16 if hexadecimal else 10)
+    if digits.lower().startswith("0x"):
+        base, form = 16, "0x{:x}"
+    elif digits.startswith("0") and digits != "0":
+        base, form = 8, "0{:o}"
+    else:
+        base, form = 10, "{}"
+    value = int(digits, base)
     values = [value + 1] + ([value - 1] if value > 0 else [])
-    return [(hex(v) if hexadecimal else str(v)) + suffix for v in values]
+    return [form.format(v) + suffix for v in values]
 
 
 def _skipped_lines(source: str) -> set[int]:

@@ -27,8 +27,9 @@ TABLE = [
     ("src/VelaZceUpdma*", WORKER),
     ("src/VelaZce*", [("api_test", "*"), ("own_drivers_test", "*"), ("api_threads_test", "*"),
                       ("secondStartTest", "*"), ("worker_test", "*")]),
-    ("board/memory/Ring.*", [("memory_tests", "Ring*"), ("device_tests", "*")]),
-    ("board/memory/*", [("memory_tests", "*"), ("device_tests", "*")]),
+    ("board/memory/Ring.*", [("memory_tests", "Ring*"), ("device_tests", "*"),
+                             ("vendor_tests", "*")]),
+    ("board/memory/*", [("memory_tests", "*"), ("vendor_tests", "*"), ("device_tests", "*")]),
 ]
 
 
