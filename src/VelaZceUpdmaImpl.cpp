@@ -84,7 +84,8 @@ int CZceDmaChanImpl::Init(ZceDmaInitParms_t* /*params*/) {
     if (ChkBinFileAuthority() != 0) {
         return -1;
     }
-    // Before the channel is known as the master's: who does not hold the driver must not release it.
+    // Before the channel is known as the master's: who does not hold the driver must not release
+    // it.
     CVelaZceMdApiImpl::HoldDriver(m_pDrv);
     m_uiChannel = m_pCfg->GetDmaChannel();
 

@@ -24,22 +24,10 @@ using anomaly::Outcome;
 using anomaly::Report;
 using anomaly::Runner;
 using anomaly::Scenario;
+using anomaly::step;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define ANOMALY_SANITIZED 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define ANOMALY_SANITIZED 1
-#endif
-#endif
-#ifdef ANOMALY_SANITIZED
-constexpr std::uint32_t step = 7;  // each run is some times as slow
-#else
-constexpr std::uint32_t step = 1;
-#endif
 
 constexpr const char* noReleaseLock =
     "Unable to lock the register driver's users, errmsg:Invalid argument. Released without.";

@@ -60,21 +60,22 @@ class RegisterAnomaly : public testing::TestWithParam<Sample> {
     static std::set<std::uint32_t> Draw(const Outcome& whole) {
         const Sample& sample = GetParam();
         const bool reads = sample.kind == Kind::Read;
+        const std::uint32_t edge = sample.edge / anomaly::step;
         const std::uint32_t count = whole.Count(sample.kind);
         std::set<std::uint32_t> numbers;
-        for (std::uint32_t at = 1; at <= std::min(sample.edge, count); ++at) {
+        for (std::uint32_t at = 1; at <= std::min(edge, count); ++at) {
             numbers.insert({at, count + 1 - at});
         }
         const auto& control = reads ? whole.report.controlReads : whole.report.controlWrites;
         const std::uint32_t controls =
             reads ? whole.report.controlReadNum : whole.report.controlWriteNum;
         EXPECT_LT(controls, control.size());
-        for (std::uint32_t at = 0; at < controls; ++at) {
+        for (std::uint32_t at = 0; at < controls; at += anomaly::step) {
             numbers.insert(control.at(at).number);
         }
         std::mt19937 random(20261120);
         std::uniform_int_distribution<std::uint32_t> any(1, count);
-        for (std::uint32_t at = 0; at < sample.inside; ++at) {
+        for (std::uint32_t at = 0; at < sample.inside; at += anomaly::step) {
             numbers.insert(any(random));
         }
         std::printf("%s: %zu of %u %ss\n", sample.scenario->name, numbers.size(), count,

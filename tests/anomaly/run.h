@@ -31,6 +31,19 @@ extern const Scenario fromCache;  // inside trading time
 extern const Scenario fromTables;
 extern const Scenario channel3;
 
+// Of many points every so many is tried: each run is some times as slow under a sanitizer.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr std::uint32_t step = 16;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+constexpr std::uint32_t step = 16;
+#else
+constexpr std::uint32_t step = 1;
+#endif
+#else
+constexpr std::uint32_t step = 1;
+#endif
+
 // What one run left.
 struct Outcome {
     int status = 0;  // waitpid's

@@ -39,8 +39,8 @@ bool LocalTime(std::time_t at, std::tm& result) {
 
 namespace {
 
-constexpr int THREADS = 4;
-constexpr int LINES = 2000;
+constexpr int THREADS = 8;
+constexpr int LINES = 1000;
 
 void Log(int thread) {
     for (int line = 0; line < LINES; ++line) {

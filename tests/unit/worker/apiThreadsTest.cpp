@@ -83,4 +83,34 @@ TEST_F(ApiThreads, ObjectsThatAreNeverStartedComeAndGoBesideAMaster) {
     ExpectNothingLeftOpen();
 }
 
+// Two channels receive at the same time. The first message of each wants the signal handlers.
+TEST_F(ApiThreads, TwoChannelsReceiveTheirOwnMessagesAtTheSameTime) {
+    constexpr int messages = 200;
+    for (const char* stream : {"CUSTOM_CHAN3_DATA", "CUSTOM_CHAN4_DATA"}) {
+        for (int message = 0; message < messages; ++message) {
+            FakeEnyx::QueuePacket(stream, Message(17));
+        }
+    }
+    std::atomic<int> ready{0};
+    const auto receive = [&ready](const char* cfgPath) {
+        RecordingSpi taken;
+        IVelaZceMdApi* const api = IVelaZceMdApi::CreateVelaZceMdApi();
+        EXPECT_EQ(api->VelaStart(taken, cfgPath), 0);
+        ++ready;
+        while (ready != 2) {
+            std::this_thread::yield();
+        }
+        for (int message = 0; message < messages; ++message) {
+            EXPECT_EQ(api->VelaRecv(), 1);
+        }
+        EXPECT_EQ(api->VelaRecv(), 0);
+        EXPECT_EQ(taken.calls.size(), static_cast<std::size_t>(messages));
+        IVelaZceMdApi::DestroyVelaZceMdApi(*api);
+    };
+    std::thread other(receive, "chan3.ini");
+    receive("chan4.ini");
+    other.join();
+    ExpectNothingLeftOpen();
+}
+
 }  // namespace
