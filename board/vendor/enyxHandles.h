@@ -81,13 +81,13 @@ struct enyx_hw_c2a_stream_descriptor {
 
 struct enyx_hw_a2c_stream {
     ZceBoard::CRingConsumer consumer;
-    ZceBoard::IdleCount idle;
-    enyx_hw_accelerator* accelerator;
     ZceBoard::RingView ring;
     uint32_t generation;
     ZceBoard::CBoardFile holder;  // holds the stream's lock
     ZceBoard::BoardShm* shm;
     uint32_t channel;
+    enyx_hw_accelerator* accelerator;
+    ZceBoard::IdleCount idle;
 };
 
 struct enyx_hw_c2a_stream {

@@ -324,7 +324,7 @@ TEST_F(Ring, AFullRingWithAnImpossibleTailIsFullNoLongerThanTheReaderNeedsToCome
     Open();
     while (Put(100, 0)) {}
     HeaderAt(0).store(0xFFFFFFFF);
-    m_view.control->head.store(0x7777777777777770);
+    m_view.control->head.store(0x7777777777770010);  // in the middle of the first message
     EXPECT_TRUE(Get().empty());
     int tries = 0;
     for (; tries < 1000 && !Put(50, 3); ++tries) {
