@@ -59,7 +59,8 @@ class VELA_ZCE_API IVelaZceMdApi {
     virtual ~IVelaZceMdApi();
 
     // Makes an object; touches no hardware. Several objects may live in one process, each for a
-    // channel of its own.
+    // channel of its own. Null, after a line in the log if its service is up, if there is no memory
+    // for it.
     static IVelaZceMdApi* CreateVelaZceMdApi();
 
     // Destroys an object that CreateVelaZceMdApi made, closing its DMA stream; does nothing with

@@ -25,6 +25,7 @@ tools/record        tools/record/
 tools/top           tools/top/
 examples            examples/
 bench               bench/
+fuzz                fuzz/
 src/api             src/VelaZceMdApiImpl
 src/worker          src/VelaZceUpdma
 src/binfile         src/VelaZceBin
@@ -38,6 +39,7 @@ src/Utils           src/Utils/
 tests/support       tests/support/
 tests/unit          tests/unit/
 tests/differential  tests/differential/
+tests/anomaly       tests/anomaly/
 tests/system        tests/system/
 tests/capture       tests/capture/
 tests/record        tests/record/
@@ -86,12 +88,14 @@ src/enyxHw
 examples            include board/include
 # Benchmarks and tests. The tests of a room see what it sees, and the rooms below it.
 bench               include board/include device exchange memory src/enyxHw
+fuzz                include src/* process traffic device exchange memory capture board/include tests/support
 tests/support       include src/*
 tests/unit          include src/* tests/support
 tests/differential  include src/* tests/support
+tests/anomaly       include src/* tests/support
 tests/capture       capture tests/support
 tests/record        tools/record capture tests/support
-tests/memory        memory
+tests/memory        memory tests/support
 tests/vendor        memory src/enyxHw device tests/memory
 tests/exchange      exchange memory board/include
 tests/device        device exchange memory board/include src/* tests/unit tests/support
@@ -146,8 +150,8 @@ awk -v rooms="$(rooms)" -v table="$(table)" -v excuses="$(excused)" -v files="$(
         if ((path = folder(from) name) in there) return path
         for (k in bare) {
             if ((path = bare[k] name) in there) {
-                if (bare[k] == "src/" && from !~ /^(src|tests\/(unit|support|device|differential|system))\//) continue
-                if (bare[k] == "tests/support/" && from !~ /^tests\//) continue
+                if (bare[k] == "src/" && from !~ /^(src|fuzz|tests\/(unit|support|device|differential|anomaly|system))\//) continue
+                if (bare[k] == "tests/support/" && from !~ /^(tests|fuzz)\//) continue
                 return path
             }
         }

@@ -34,18 +34,25 @@ need() {
     DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
 }
 
-# build PRESET [TARGET...]: configures once and builds what changed.
+# configure PRESET: once, and again when the presets have changed (CMake itself watches its other files).
+configure() {
+    [ "build/$1/build.ninja" -nt CMakePresets.json ] && return 0
+    local log
+    log=$(mktemp)
+    if ! cmake --preset "$1" >"$log" 2>&1; then
+        cat "$log"
+        rm -f "$log"
+        return 1
+    fi
+    rm -f "$log"
+    touch "build/$1/build.ninja"
+}
+
+# build PRESET [TARGET...]: configures what is not, and builds what changed.
 build() {
     local preset=$1
     shift
-    if [ ! -f "build/$preset/build.ninja" ]; then
-        cmake --preset "$preset" >"/tmp/velazce-configure-$$.log" 2>&1 || {
-            cat "/tmp/velazce-configure-$$.log"
-            rm -f "/tmp/velazce-configure-$$.log"
-            return 1
-        }
-        rm -f "/tmp/velazce-configure-$$.log"
-    fi
+    configure "$preset" || return 1
     if [ $# -gt 0 ]; then
         cmake --build --preset "$preset" --target "$@"
     else

@@ -1,24 +1,51 @@
 #!/usr/bin/env bash
-# Every test of the tree: style, the release build with all tests, the unit and board tests under
-# AddressSanitizer + UndefinedBehaviorSanitizer (clang, clang-tidy on the way) and ThreadSanitizer.
+# Every test of the tree: style, clang-tidy on what changed, the release build with all tests, the
+# unit and board tests under AddressSanitizer + UndefinedBehaviorSanitizer (clang) and under
+# ThreadSanitizer. docs/testing.md has the steps and their times.
 # Installs what is missing (apt), builds what changed, ends with one line "test: ok ..." or
 # "test: FAILED: ...". Exit status 0 only if everything passed.
+# Usage: scripts/test.sh [--quick]   (--quick: style, the release build and its tests alone)
 source "$(dirname "$0")/common.sh"
+
+quick=
+case "${*-}" in
+'') ;;
+--quick) quick=yes ;;
+*)
+    echo "Usage: scripts/test.sh [--quick]"
+    exit 2
+    ;;
+esac
 
 started=$(date +%s)
 step=start
-trap 'status=$?; [ $status -eq 0 ] || printf "\ntest: FAILED: %s (exit status %s)\n" "$step" "$status"' EXIT
+scratch=
+trap 'status=$?; [ -z "$scratch" ] || rm -f "$scratch"; [ $status -eq 0 ] || printf "\ntest: FAILED: %s (exit status %s)\n" "$step" "$status"' EXIT
 
+# The processor seconds of everything that this script has run and that has ended.
+cpu_seconds() {
+    times >"$scratch" # here, not behind a pipe: a subshell has children of its own
+    cpu=$(awk 'NR == 2 { gsub(/s/, ""); split($1, u, "m"); split($2, s, "m")
+                         printf "%d", u[1] * 60 + u[2] + s[1] * 60 + s[2] }' "$scratch")
+}
+
+# run NAME COMMAND...: one step. What each took is printed at the end.
 run() {
     step=$1
     shift
-    say "$step ($(($(date +%s) - started)) s since the start)"
+    say "$step"
+    local since cpu before
+    since=$(date +%s)
+    cpu_seconds
+    before=$cpu
     "$@"
+    cpu_seconds
+    took+=$(printf '%7d %7d   %s' $(($(date +%s) - since)) $((cpu - before)) "$step")$'\n'
 }
 
 check_style() {
     local files
-    mapfile -t files < <(find include src board capture tools examples tests bench -name '*.h' -o -name '*.cpp' | sort)
+    mapfile -t files < <(find include src board capture tools examples tests bench fuzz -name '*.h' -o -name '*.cpp' | sort)
     clang-format --dry-run -Werror "${files[@]}"
     echo "${#files[@]} files are formatted"
     scripts/check-includes.sh
@@ -34,15 +61,22 @@ tests() {
 }
 
 total=0
+took=
+scratch=$(mktemp)
 run "What is needed" need "${BUILD_PACKAGES[@]}" "${TEST_PACKAGES[@]}"
 run "Style and layering" check_style
 run "Static analysis: cppcheck" scripts/analyze.sh cppcheck
 run "Build: release, g++" build release
 run "Tests: release" tests release
-run "Whole processes under valgrind" scripts/valgrind.sh
-run "Build: AddressSanitizer + UndefinedBehaviorSanitizer, clang++ and clang-tidy" build asan
-run "Tests: AddressSanitizer + UndefinedBehaviorSanitizer" tests asan -L 'unit|board'
-run "Build: ThreadSanitizer, g++" build tsan tests_unit tests_board
-run "Tests: ThreadSanitizer" tests tsan -L 'unit|board'
+if [ -z "$quick" ]; then
+    run "Whole processes under valgrind" scripts/valgrind.sh
+    run "clang-tidy" scripts/tidy.sh
+    run "Build: AddressSanitizer + UndefinedBehaviorSanitizer, clang++" build asan tests_unit tests_board
+    run "Tests: AddressSanitizer + UndefinedBehaviorSanitizer" tests asan -L 'unit|board'
+    run "Fuzzing: each target for 20 s" scripts/fuzz.sh --seconds 20
+    run "Build: ThreadSanitizer, g++" build tsan tests_unit tests_board
+    run "Tests: ThreadSanitizer" tests tsan -L 'unit|board'
+fi
 
-printf '\ntest: ok, %d test runs in %d s\n' "$total" $(($(date +%s) - started))
+printf '\n%7s %7s   %s\n%s' seconds cpu step "$took"
+printf 'test: ok, %d test runs in %d s\n' "$total" $(($(date +%s) - started))

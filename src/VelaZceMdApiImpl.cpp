@@ -4,9 +4,12 @@
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
+#include <memory>
 #include <mutex>
 #include <new>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "DataType/ZceChannel.h"
@@ -50,6 +53,43 @@ void TakeUseBack(const IDrv* drv) {
     }
 }
 
+// Holds g_drvMutex where nothing may throw: on the way out of an object. A lock that fails is said,
+// and what was to be done under it is done without.
+class CReleaseGuard {
+  public:
+    CReleaseGuard() {
+        try {
+            g_drvMutex.lock();
+            m_bHeld = true;
+        } catch (const std::exception& error) {
+            LOG_ERROR("Unable to lock the register driver's users, errmsg:%s. Released without.",
+                      error.what());
+        }
+    }
+    ~CReleaseGuard() {
+        if (m_bHeld) {
+            g_drvMutex.unlock();
+        }
+    }
+    CReleaseGuard(const CReleaseGuard&) = delete;
+    CReleaseGuard& operator=(const CReleaseGuard&) = delete;
+
+  private:
+    bool m_bHeld = false;
+};
+
+// Whether a step of the start got through. What the standard library throws at it (no memory, a
+// lock that fails) is a failure like its own: no exception leaves the API.
+template <typename Step>
+bool Succeeds(Step step) {
+    try {
+        return step();
+    } catch (const std::exception& error) {
+        LOG_ERROR("The start cannot go on, errmsg:%s.", error.what());
+        return false;
+    }
+}
+
 // A start that cannot go on ends the process, deliberately with status 0.
 [[noreturn]] void EndProcess() {
     std::exit(0);
@@ -63,11 +103,18 @@ unsigned char CVelaZceMdApiImpl::m_ChanReady = 0;
 IVelaZceMdApi::~IVelaZceMdApi() = default;
 
 IVelaZceMdApi* IVelaZceMdApi::CreateVelaZceMdApi() {
-    // Among the living before it takes the driver: a release at this moment must not miss it.
-    auto* const pApi = new CVelaZceMdApiImpl(nullptr);
-    const std::lock_guard<std::mutex> lock(g_drvMutex);
-    pApi->m_pDrv = DrvEnyxProcessReg();
-    return pApi;
+    try {
+        // Among the living before it takes the driver: a release at this moment must not miss it.
+        auto pApi = std::make_unique<CVelaZceMdApiImpl>(nullptr);
+        {
+            const std::lock_guard<std::mutex> lock(g_drvMutex);
+            pApi->m_pDrv = DrvEnyxProcessReg();
+        }
+        return pApi.release();
+    } catch (const std::exception& error) {
+        LOG_ERROR("Unable to create the API object, errmsg:%s.", error.what());
+        return nullptr;
+    }
 }
 
 void IVelaZceMdApi::DestroyVelaZceMdApi(IVelaZceMdApi& api) {
@@ -81,7 +128,7 @@ CVelaZceMdApiImpl::CVelaZceMdApiImpl(IDrv* drv) : m_pDrv(drv) {
 
 CVelaZceMdApiImpl::~CVelaZceMdApiImpl() {
     DropWorker();
-    const std::lock_guard<std::mutex> lock(g_drvMutex);
+    const CReleaseGuard lock;
     std::erase(LiveApis(), this);
 }
 
@@ -95,7 +142,7 @@ const IDrv* CVelaZceMdApiImpl::BeginStart() {
 }
 
 void CVelaZceMdApiImpl::EndStart(const IDrv* drv) {
-    const std::lock_guard<std::mutex> lock(g_drvMutex);
+    const CReleaseGuard lock;
     TakeUseBack(drv);
 }
 
@@ -106,7 +153,7 @@ void CVelaZceMdApiImpl::HoldDriver(const IDrv* drv) {
 
 void CVelaZceMdApiImpl::ReleaseDriver(IDrv* drv) {
     {
-        const std::lock_guard<std::mutex> lock(g_drvMutex);
+        const CReleaseGuard lock;
         TakeUseBack(drv);
         const auto& uses = DrvUses();
         if (std::find(uses.begin(), uses.end(), drv) != uses.end()) {
@@ -149,15 +196,21 @@ int CVelaZceMdApiImpl::VelaStart(IVelaZceMdSpi& spi, const char* cfgPath) {
     m_pSpi = &spi;
     // A second start: the stream of the first must be free before it can be opened again.
     DropWorker();
-    const IDrv* const pStartDrv = BeginStart();
-    if (InitCfgInfo(cfgPath) != 0) {
+    const IDrv* pStartDrv = nullptr;
+    if (!Succeeds([&] {
+            pStartDrv = BeginStart();
+            return InitCfgInfo(cfgPath) == 0;
+        })) {
         LOG_ERROR("Vela inner init fail.");
         EndProcess();
     }
-
-    Vela2_U50::ZceDmaInitParms_t parms{m_pCfg->GetBusId(), g_usCoreId, m_pCfg->GetDmaChanName()};
-    auto* const pChan = new CZceDmaChanImpl(m_pDrv, this, m_pCfg);
-    if (pChan->Init(&parms) != 0 || pChan->Work(&parms) != 0) {
+    CZceDmaChanImpl* pChan = nullptr;
+    if (!Succeeds([&] {
+            Vela2_U50::ZceDmaInitParms_t parms{m_pCfg->GetBusId(), g_usCoreId,
+                                               m_pCfg->GetDmaChanName()};
+            pChan = new CZceDmaChanImpl(m_pDrv, this, m_pCfg);
+            return pChan->Init(&parms) == 0 && pChan->Work(&parms) == 0;
+        })) {
         LOG_ERROR("Create Tern service failed!");
         EndStart(pStartDrv);  // a master's worker takes the driver along
         delete pChan;
@@ -184,12 +237,13 @@ int CVelaZceMdApiImpl::RecvNotStarted() {
 }
 
 int CVelaZceMdApiImpl::InitCfgInfo(const char* cfgPath) {
-    m_pCfg = new (std::nothrow) Vela2_U50::CZceConfigFile(std::string(cfgPath), m_pDrv, this);
-    if (m_pCfg == nullptr) {
+    std::unique_ptr<Vela2_U50::CZceConfigFile> pCfg(
+        new (std::nothrow) Vela2_U50::CZceConfigFile(std::string(cfgPath), m_pDrv, this));
+    if (pCfg == nullptr) {
         LOG_INFO("Config file init fail");
         return -1;
     }
-    ZceKeepForProcess(m_pCfg);
+    m_pCfg = ZceKept(std::move(pCfg));
     if (m_pCfg->Init() != 0) {
         LOG_ERROR("Config file init fail.");
         return -1;
@@ -207,13 +261,18 @@ int CVelaZceMdApiImpl::InitCfgInfo(const char* cfgPath) {
 }
 
 int CVelaZceMdApiImpl::LogInit(const char* /*cfgPath*/) {
-    const std::lock_guard<std::mutex> lock(g_logInitMutex);
-    if (g_pLogger != nullptr) {
-        return 0;
+    int iRet = -1;
+    try {
+        const std::lock_guard<std::mutex> lock(g_logInitMutex);
+        if (g_pLogger != nullptr) {
+            return 0;
+        }
+        // Recorded before it is started: a log service that failed is not tried a second time.
+        g_pLogger = new CRwLogger;
+        iRet = g_pLogger->Init(0, g_szLogDir, g_szLogName);
+    } catch (const std::exception&) {
+        iRet = -1;  // no log service, and none recorded
     }
-    // Recorded before it is started: a log service that failed is not tried a second time.
-    g_pLogger = new CRwLogger;
-    const int iRet = g_pLogger->Init(0, g_szLogDir, g_szLogName);
     if (iRet != 0) {
         std::printf("###Init log service failed! ret: %d###\n", iRet);
         return -1;

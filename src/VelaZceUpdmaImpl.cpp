@@ -7,6 +7,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <memory>
+#include <optional>
 
 #include "DataType/ContractServ.h"
 #include "DataType/ZceChannel.h"
@@ -54,7 +56,7 @@ constexpr unsigned int g_uiLastDayTime = 145959;
 
 }  // namespace
 
-unsigned char CZceDmaChanImpl::m_bSignalRegister = 0;
+std::atomic<unsigned char> CZceDmaChanImpl::m_bSignalRegister{0};
 unsigned char CZceDmaChanImpl::s_bAllSubsOver = 0;
 unsigned char CZceDmaChanImpl::s_bCallTimeExpired = 0;
 unsigned char CZceDmaChanImpl::s_bLoadMapEnabled = 1;
@@ -82,18 +84,16 @@ int CZceDmaChanImpl::Init(ZceDmaInitParms_t* /*params*/) {
     if (ChkBinFileAuthority() != 0) {
         return -1;
     }
-    m_uiChannel = m_pCfg->GetDmaChannel();
+    // Before the channel is known as the master's: who does not hold the driver must not release it.
     CVelaZceMdApiImpl::HoldDriver(m_pDrv);
+    m_uiChannel = m_pCfg->GetDmaChannel();
 
     // The three services outlive the worker, deliberately.
-    m_pFpgaServ = new CZceFpgaServ(m_mapInst, m_uiChannel);
-    ZceKeepForProcess(m_pFpgaServ);
+    m_pFpgaServ = ZceKept(std::make_unique<CZceFpgaServ>(m_mapInst, m_uiChannel));
     m_pFpgaServ->Init(m_pDrv);
-    m_pBinFile = new CTernBinFile(m_mapInst, m_uiChannel);
-    ZceKeepForProcess(m_pBinFile);
-    m_pContractServ = new CContractServ(m_mapInst, m_pCfg, m_pBinFile, m_pFpgaServ, m_uiChannel,
-                                        m_pCfg->getArrayReference());
-    ZceKeepForProcess(m_pContractServ);
+    m_pBinFile = ZceKept(std::make_unique<CTernBinFile>(m_mapInst, m_uiChannel));
+    m_pContractServ = ZceKept(std::make_unique<CContractServ>(
+        m_mapInst, m_pCfg, m_pBinFile, m_pFpgaServ, m_uiChannel, m_pCfg->getArrayReference()));
 
     ChkAndRst();
     m_pCfg->ShowVersion();
@@ -162,7 +162,14 @@ int CZceDmaChanImpl::ChkBinFileAuthority() {
 
 int CZceDmaChanImpl::Work(ZceDmaInitParms_t* params) {
     if (m_pCfg->bIsMasterChannel()) {
-        if (ZceIsInTradeTime()) {
+        const std::optional<bool> bInTradeTime = VORBA2::IsInTradeTimeNow();
+        if (!bInTradeTime) {
+            // Neither of the two: inside trading time a new cache file would take the place of the
+            // one that is needed, and nothing would ever be subscribed.
+            LOG_ERROR("Unable to determine the local time, the instrument list cannot be had.");
+            return -1;
+        }
+        if (*bInTradeTime) {
             m_pFpgaServ->FpgaCloseTrans();
             m_pContractServ->RecoverAllInst();
             SubscribeAll();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <map>
 #include <string>
 
@@ -110,7 +111,9 @@ class CZceDmaChanImpl final : public CZceSettleTime {
     CVelaZceMdApiImpl* m_pApi;                            // the owner
     unsigned int m_uiChannel;                             // 255 until the master's Init has read it
 
-    static unsigned char m_bSignalRegister;   // the signal handlers are installed
+    // The signal handlers are installed. Two channels' first messages may come at the same moment.
+    static std::atomic<unsigned char> m_bSignalRegister;
+    static_assert(sizeof(std::atomic<unsigned char>) == 1);
     static unsigned char s_bAllSubsOver;      // subscribed: map packets are of no more use
     static unsigned char s_bCallTimeExpired;  // the call auction was found over
     static unsigned char s_bLoadMapEnabled;   // map packets are learnt

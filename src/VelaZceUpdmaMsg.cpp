@@ -1,8 +1,10 @@
 #include <algorithm>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <exception>
 
 #include "DataType/ContractServ.h"
 #include "DataType/ZceFpgaServ.h"
@@ -148,7 +150,8 @@ MsgKind_t KindOf(const unsigned char* msg, unsigned int len) {
 // signal flag and the slot.
 void CZceDmaChanImpl::DmaEntrance(const unsigned char* msg, unsigned int len, void* ctx) {
     auto* const pChan = static_cast<CZceDmaChanImpl*>(ctx);
-    if (KindOf(msg, len) == MsgKind_t::marketData && m_bSignalRegister != 0) [[likely]] {
+    if (KindOf(msg, len) == MsgKind_t::marketData &&
+        m_bSignalRegister.load(std::memory_order_relaxed) != 0) [[likely]] {
         pChan->Deliver(ReadType(msg), msg);
         return;
     }
@@ -159,9 +162,9 @@ void CZceDmaChanImpl::DmaEntrance(const unsigned char* msg, unsigned int len, vo
 // not sooner, deliberately: during the start and the learning of the instruments SIGINT and SIGTERM
 // keep their default effect.
 void CZceDmaChanImpl::DeliverWithSignals(unsigned int type, const unsigned char* msg) {
-    if (m_bSignalRegister == 0) {
+    if (m_bSignalRegister.load(std::memory_order_relaxed) == 0) {
         CSignalProcess::InitSignal();
-        m_bSignalRegister = 1;
+        m_bSignalRegister.store(1, std::memory_order_relaxed);
     }
     Deliver(type, msg);
 }
@@ -185,7 +188,14 @@ void CZceDmaChanImpl::HandleUpSubsResult(const unsigned char* msg, unsigned int 
 void CZceDmaChanImpl::HandleOtherMsg(const unsigned char* msg, unsigned int len) {
     switch (KindOf(msg, len)) {
         case MsgKind_t::contMap:
-            HandleContMapPkt(msg, len, this);
+            // Nothing may be thrown through the frames of the vendor's poll. The exchange repeats
+            // its broadcast: what this packet lacked, or was to set going, comes with a later one.
+            try {
+                HandleContMapPkt(msg, len, this);
+            } catch (const std::exception& error) {
+                LOG_ERROR("Instrument map packet of %u bytes is dropped, errmsg:%s.", len,
+                          error.what());
+            }
             break;
         case MsgKind_t::tooShort:
             WarnShortMsg(len);

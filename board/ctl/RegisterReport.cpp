@@ -159,7 +159,7 @@ Json RegistersJson(BoardShm& shm, const std::vector<uint32_t>& indices) {
         one["value"] = ValueOf(shm, index);
         one["meaning"] = name.empty() ? Json() : Json(name);
     }
-    return {{"bus", shm.header.bus}, {"registers", list}};
+    return {{"bus", shm.header.bus.load()}, {"registers", list}};
 }
 
 }  // namespace ZceBoard

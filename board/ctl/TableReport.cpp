@@ -86,7 +86,7 @@ std::string TablesText(BoardShm& shm, const TableChoice& choice) {
 Json TablesJson(BoardShm& shm, const TableChoice& choice) {
     const Content content = Read(shm, choice);
     Json json;
-    json["bus"] = shm.header.bus;
+    json["bus"] = shm.header.bus.load();
     json["entries"] = Json::array();
     for (const Entry& entry : content.shown) {
         Json& one = json["entries"].emplace_back();

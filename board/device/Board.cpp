@@ -27,7 +27,7 @@ CBoard::CBoard(CBoardMemory& memory, const CFeeds& feeds)
     : m_memory(memory),
       m_shm(memory.Shm()),
       m_registers(m_shm),
-      m_lock(m_shm.header.coreLock),
+      m_lock(memory),
       m_faults(m_shm),
       m_faultPlayer(m_shm),
       m_feeds(feeds),
@@ -157,6 +157,17 @@ void CBoard::FreeDeadHolders() {
         const auto byte = static_cast<int64_t>(channel);
         check(ViewOf(m_shm.a2c[channel]), LOCK_A2C_FIRST + byte);
         check(ViewOf(m_shm.c2a[channel]), LOCK_C2A_FIRST + byte);
+    }
+}
+
+void CBoard::MendMemory() {
+    m_mended += m_memory.MendHeader();
+    m_faultPlayer.SetLink();
+    for (CChannelSender& channel : m_channels) {
+        m_mended += channel.Mend() ? 1 : 0;
+    }
+    for (CRingConsumer& ring : m_requestRings) {
+        ring.TellPosition();
     }
 }
 

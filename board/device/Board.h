@@ -64,6 +64,12 @@ class CBoard {
     void NoticeOpenings();
     void DrainRequests();
     void FreeDeadHolders();
+    // Puts right what only the board writes in its memory. Anybody can write there.
+    void MendMemory();
+    // Words that were put right, and faults that nobody had set.
+    uint64_t Garbage() const { return m_mended + m_faultPlayer.Garbage(); }
+    // Whether programs that start now find the board.
+    bool CanBeFound() const { return m_memory.HasItsName(); }
 
     bool IsHeldInReset() const { return (m_registers.Peek(REG_RESET) & 1) != 0; }
     bool IsTransmittingMap() const { return (m_registers.Peek(REG_MAP_TRANSMIT) & 1) != 0; }
@@ -97,6 +103,7 @@ class CBoard {
     std::array<uint32_t, COUNTERS_PER_GROUP> m_parsed{};
     uint64_t m_parsedTotal = 0;
     uint64_t m_requests = 0;
+    uint64_t m_mended = 0;
 };
 
 }  // namespace ZceBoard

@@ -76,6 +76,9 @@ class CChannelSender {
     // Into the board's memory, for whoever watches.
     void Publish(ChannelStats& stats) const;
 
+    // Puts the ring right, should something have been written over its words; whether it was so.
+    bool Mend() { return m_producer.Mend(); }
+
     uint32_t Channel() const { return m_channel; }
     bool WasEverOpen() const { return m_openings != 0; }
     uint32_t Openings() const { return m_openings; }

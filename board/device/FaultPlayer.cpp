@@ -10,6 +10,9 @@ namespace ZceBoard {
 
 void CFaultPlayer::Play(std::array<CChannelSender, CHANNELS>& channels) {
     const bool any = m_faults.Any();
+    if (any) {
+        m_garbageWords += m_faults.DropGarbage(m_suspects);
+    }
     if (!any && !m_bPlayed) {
         return;
     }

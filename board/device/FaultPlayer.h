@@ -20,13 +20,19 @@ class CFaultPlayer {
     // Once a millisecond of traffic.
     void PlayGarbage(std::array<CChannelSender, CHANNELS>& channels);
 
-  private:
+    // Puts the link status right, should something have been written over it.
     void SetLink();
+    // Faults that nobody had set, and which were dropped.
+    uint64_t Garbage() const { return m_garbageWords; }
+
+  private:
     void LimitRooms(std::array<CChannelSender, CHANNELS>& channels);
 
     BoardShm& m_shm;
     CFaults m_faults;
     CGarbage m_garbage{1};
+    uint32_t m_suspects = 0;
+    uint64_t m_garbageWords = 0;
     bool m_bPlayed = false;  // there were faults at the last pass: something may have to go back
 };
 

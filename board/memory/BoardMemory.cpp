@@ -7,29 +7,37 @@
 
 #include <cerrno>
 
-#include "memory/CoreLock.h"
+#include "memory/MemoryGuard.h"
 
 namespace ZceBoard {
 
 namespace {
 
-// The board belongs to the user who started it.
+// The board belongs to the user who started it, and if he wants to a group.
 constexpr mode_t SHM_MODE = S_IRUSR | S_IWUSR;
+constexpr mode_t SHM_GROUP_MODE = SHM_MODE | S_IRGRP | S_IWGRP;
+
+std::string CutShortLine(uint32_t bus, const std::string& name) {
+    return "zce-board: bus " + std::to_string(bus) + ": the board's memory /dev/shm" + name +
+           " was cut short by another process; this process ends. Start zce-board anew, then the "
+           "programs that use it.";
+}
 
 }  // namespace
 
 CBoardMemory::~CBoardMemory() {
     // The name goes while the life lock is still held, so it can only be this board's. A forked
     // child has lost the descriptor: it is not the board and removes nothing.
-    if (m_creator && m_file.Fd() >= 0) {
+    if (m_creator && m_file.Fd() >= 0 && HasItsName()) {
         shm_unlink(m_name.c_str());
     }
     if (m_shm != nullptr) {
+        UnwatchMemory(m_shm);
         munmap(m_shm, sizeof(BoardShm));
     }
 }
 
-int CBoardMemory::Create(uint32_t bus, int32_t& pid) {
+int CBoardMemory::Create(uint32_t bus, int32_t& pid, std::optional<gid_t> group) {
     pid = 0;
     m_bus = bus;
     m_name = ShmName(bus);
@@ -49,12 +57,24 @@ int CBoardMemory::Create(uint32_t bus, int32_t& pid) {
         m_file.Close();  // another starting board took it for stale memory: it is that one's now
         return err == EAGAIN ? EBUSY : err;
     }
-    m_creator = true;
+    int64_t size = 0;
+    m_creator = m_file.Stat(size, m_inode) == 0;
+    if (group && OpenToGroup(*group) != 0) {
+        return ENOTSUP;
+    }
     if (ftruncate(m_file.Fd(), sizeof(BoardShm)) != 0) {
         return errno;
     }
     err = Map(m_file);
     return err != 0 ? err : InitShm();
+}
+
+int CBoardMemory::OpenToGroup(gid_t group) const {
+    // The mode last: until then only the user himself gets in.
+    return fchown(m_file.Fd(), static_cast<uid_t>(-1), group) == 0 &&
+                   fchmod(m_file.Fd(), SHM_GROUP_MODE) == 0
+               ? 0
+               : errno;
 }
 
 int CBoardMemory::RemoveStale(int32_t& pid) {
@@ -94,22 +114,44 @@ int CBoardMemory::Map(const CBoardFile& file) {
         return errno;
     }
     m_shm = static_cast<BoardShm*>(mem);
+    WatchMemory(m_shm, sizeof(BoardShm), CutShortLine(m_bus, m_name));
     return 0;
 }
 
 // The memory is fresh and zero; nobody takes it for a board before the magic number is there.
 int CBoardMemory::InitShm() {
     ShmHeader& header = m_shm->header;
-    header.version = SHM_VERSION;
-    header.bus = m_bus;
-    header.size = sizeof(BoardShm);
+    header.version.store(SHM_VERSION, std::memory_order_relaxed);
+    header.bus.store(m_bus, std::memory_order_relaxed);
+    header.size.store(sizeof(BoardShm), std::memory_order_relaxed);
     header.boardPid.store(getpid(), std::memory_order_relaxed);
     m_shm->registers[REG_LINK_STATUS].store(LINK_ALL_CONNECTED, std::memory_order_relaxed);
-    const int err = CCoreLock::InitMutex(header.coreLock);
-    if (err == 0) {
-        header.magic.store(SHM_MAGIC, std::memory_order_release);
-    }
-    return err;
+    header.magic.store(SHM_MAGIC, std::memory_order_release);
+    return 0;
+}
+
+uint32_t CBoardMemory::MendHeader() {
+    ShmHeader& header = m_shm->header;
+    uint32_t mended = 0;
+    const auto keep = [&mended](auto& word, auto value) {
+        if (word != value) {
+            word = value;
+            ++mended;
+        }
+    };
+    keep(header.version, SHM_VERSION);
+    keep(header.bus, m_bus);
+    keep(header.size, uint64_t{sizeof(BoardShm)});
+    keep(header.boardPid, getpid());
+    keep(header.magic, SHM_MAGIC);
+    return mended;
+}
+
+bool CBoardMemory::HasItsName() const {
+    CBoardFile file;
+    int64_t size = 0;
+    uint64_t inode = 0;
+    return file.Open(m_name, O_RDONLY, 0) == 0 && file.Stat(size, inode) == 0 && inode == m_inode;
 }
 
 int CBoardMemory::OpenLiving(CBoardFile& file, uint32_t bus) {
@@ -127,13 +169,14 @@ int CBoardMemory::OpenLiving(CBoardFile& file, uint32_t bus) {
 int CBoardMemory::Attach(uint32_t bus) {
     CBoardFile file;
     int err = OpenLiving(file, bus);
+    m_bus = bus;
+    m_name = ShmName(bus);
     if (err == 0) {
         err = Map(file);
     }
     if (err != 0) {
         return err;
     }
-    m_bus = bus;
     const ShmHeader& header = m_shm->header;
     if (header.magic.load(std::memory_order_acquire) == 0) {
         err = ENODEV;
@@ -142,6 +185,7 @@ int CBoardMemory::Attach(uint32_t bus) {
         err = EPROTO;
     }
     if (err != 0) {
+        UnwatchMemory(m_shm);
         munmap(m_shm, sizeof(BoardShm));
         m_shm = nullptr;
     }

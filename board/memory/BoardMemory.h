@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "memory/BoardFile.h"
@@ -20,8 +21,10 @@ class CBoardMemory {
 
     // Makes the board of a bus; this object is then the board's life, and its end removes the
     // memory's name. What a crashed board left behind under that name is removed first. 0; EBUSY if
-    // another process is the bus's board (`pid` says which, 0: unknown); or another errno.
-    int Create(uint32_t bus, int32_t& pid);
+    // another process is the bus's board (`pid` says which, 0: unknown); or another errno. The
+    // memory is the user's alone, or with `group` also that group's; ENOTSUP if it could not be
+    // given to the group (the user is not in it).
+    int Create(uint32_t bus, int32_t& pid, std::optional<gid_t> group = std::nullopt);
 
     // Maps the living board of a bus: 0; ENODEV if there is none; EPROTO if it is one of another
     // version; or another errno (EACCES: another user's).
@@ -38,6 +41,12 @@ class CBoardMemory {
     bool IsOpen() const { return m_shm != nullptr; }
     uint32_t Bus() const { return m_bus; }
     uint64_t Inode() const { return m_inode; }
+
+    // For the board, now and then: puts right what it alone writes in the header, and says how many
+    // words that were.
+    uint32_t MendHeader();
+    // Whether the memory still has its name, so that programs that start now find it.
+    bool HasItsName() const;
     // The file of the board's life; only the board's own process keeps it open.
     const CBoardFile& File() const { return m_file; }
 
@@ -46,6 +55,7 @@ class CBoardMemory {
     int RemoveStale(int32_t& pid);
     int Map(const CBoardFile& file);
     int InitShm();
+    int OpenToGroup(gid_t group) const;
 
     CBoardFile m_file;
     BoardShm* m_shm = nullptr;

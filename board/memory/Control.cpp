@@ -33,6 +33,14 @@ int Await(CBoardMemory& memory, Done done) {
 
 }  // namespace
 
+void PutRequest(ControlMailbox& mailbox, uint32_t number, Request request, uint64_t argument) {
+    const auto kind = static_cast<uint32_t>(request);
+    mailbox.kind.store(kind, std::memory_order_relaxed);
+    mailbox.argument.store(argument, std::memory_order_relaxed);
+    mailbox.seal.store(SealOf(number, kind, argument), std::memory_order_relaxed);
+    mailbox.asked.store(number, std::memory_order_release);
+}
+
 int AskBoard(CBoardMemory& memory, Request request, uint64_t argument) {
     CBoardFile lock;
     int err = memory.Reopen(lock);
@@ -57,9 +65,7 @@ int AskBoard(CBoardMemory& memory, Request request, uint64_t argument) {
         return err;
     }
     const uint32_t number = before + 1;
-    mailbox.kind.store(static_cast<uint32_t>(request), std::memory_order_relaxed);
-    mailbox.argument.store(argument, std::memory_order_relaxed);
-    mailbox.asked.store(number, std::memory_order_release);
+    PutRequest(mailbox, number, request, argument);
     err = Await(memory, [&mailbox, number] {
         return mailbox.answered.load(std::memory_order_acquire) == number;
     });

@@ -1,33 +1,37 @@
 #pragma once
 
-#include <pthread.h>
-
 #include <atomic>
 #include <cstdint>
 
+#include "memory/BoardFile.h"
+#include "memory/BoardMemory.h"
+
 namespace ZceBoard {
 
-// The core lock as one process holds it: a process-shared, robust mutex in the board's memory, and
-// beside it which thread of this process is the holder, so that a thread may lock again what it
-// has. A holder that dies frees the lock; what it was doing is single stores of words, so nothing
-// has to be mended. Any thread.
+// The core lock of a board as one process holds it, and which thread of it is the holder, so that a
+// thread may lock again what it has. Any thread.
+//
+// The lock is one word in the board's memory: 0, or the token of the process that holds it. Anybody
+// may write anything there at any time, so nothing but that number is taken from it: a process that
+// uses the lock has locked the byte of its token in the memory's file, which ends with the process,
+// and a token whose byte nobody has locked is that of a dead holder, or nonsense, and is replaced.
+// What a holder that died was doing is single stores of words, so nothing has to be mended.
 class CCoreLock {
   public:
-    explicit CCoreLock(pthread_mutex_t& mutex) : m_mutex(mutex) {}
-
-    static int InitMutex(pthread_mutex_t& mutex);
+    // The memory is mapped and outlives this object.
+    explicit CCoreLock(CBoardMemory& memory);
+    CCoreLock(const CCoreLock&) = delete;
+    CCoreLock& operator=(const CCoreLock&) = delete;
 
     void Lock() {
-        const uint64_t self = ThreadId();
+        const int32_t self = ThreadId();
         if (m_owner.load(std::memory_order_relaxed) == self) {
             ++m_depth;
             return;
         }
-        if (const int err = pthread_mutex_lock(&m_mutex); err != 0) [[unlikely]] {
-            Recover(err);
+        if (!Take(self, false)) [[unlikely]] {
+            Wait(self);
         }
-        m_owner.store(self, std::memory_order_relaxed);
-        m_depth = 1;
     }
 
     // False if another thread or process has it.
@@ -39,26 +43,57 @@ class CCoreLock {
             return;
         }
         if (--m_depth == 0) {
-            m_owner.store(0, std::memory_order_relaxed);
-            pthread_mutex_unlock(&m_mutex);
+            uint32_t mine = m_token;
+            m_word.compare_exchange_strong(mine, 0, std::memory_order_release,
+                                           std::memory_order_relaxed);
+            m_owner.store(0, std::memory_order_release);
         }
     }
 
   private:
-    // Never 0, never the same for two threads that this process ever had, other than the thread's
-    // own number, which is used again. A forked child's thread gets a new one.
-    static uint64_t ThreadId() {
-        const uint64_t id = t_threadId;
+    // The thread's number in the system, which a forked child's thread does not share.
+    static int32_t ThreadId() {
+        const int32_t id = t_threadId;
         return id != 0 ? id : NewThreadId();
     }
-    static uint64_t NewThreadId();
-    void Recover(int err);
+    static int32_t NewThreadId();
 
-    static thread_local uint64_t t_threadId;
+    // Takes the lock if it is free; with `look` also from a holder that is not there any more.
+    bool Take(int32_t self, bool look) {
+        if (m_forks != s_forks.load(std::memory_order_relaxed)) [[unlikely]] {
+            Identify();
+        }
+        int32_t nobody = 0;
+        if (!m_owner.compare_exchange_strong(nobody, self, std::memory_order_acquire,
+                                             std::memory_order_relaxed) &&
+            !(look && TakeFromDeadThread(nobody, self))) {
+            return false;
+        }
+        uint32_t holder = 0;
+        if (m_word.compare_exchange_strong(holder, m_token, std::memory_order_acquire,
+                                           std::memory_order_relaxed) ||
+            (look && TakeFromDeadProcess(holder))) {
+            m_depth = 1;
+            return true;
+        }
+        m_owner.store(0, std::memory_order_release);
+        return false;
+    }
+    void Wait(int32_t self);
+    bool TakeFromDeadThread(int32_t owner, int32_t self);
+    bool TakeFromDeadProcess(uint32_t holder);
+    void Identify();
 
-    pthread_mutex_t& m_mutex;
-    std::atomic<uint64_t> m_owner{0};
-    uint32_t m_depth = 0;  // the holder's
+    static thread_local int32_t t_threadId;
+    static std::atomic<uint32_t> s_forks;  // between the first process and this one
+
+    CBoardMemory& m_memory;
+    std::atomic<uint32_t>& m_word;
+    CBoardFile m_file;  // holds the byte of the token
+    uint32_t m_token = 0;
+    uint32_t m_forks = ~0U;           // when the token was taken
+    std::atomic<int32_t> m_owner{0};  // the thread of this process that has the lock, or tries it
+    uint32_t m_depth = 0;             // the owner's
 };
 
 class CCoreLockGuard {

@@ -1,6 +1,7 @@
 #include "memory/Faults.h"
 
 #include <algorithm>
+#include <bit>
 #include <iterator>
 
 namespace ZceBoard {
@@ -71,15 +72,44 @@ void CFaults::Set(const FaultSetting& setting) {
     words.limit.store(setting.limit, RELAXED);
     words.occasions.store(0, RELAXED);
     words.strikes.store(0, RELAXED);
+    words.seal.store(SealOf(static_cast<uint64_t>(setting.kind), setting.every, setting.target,
+                            setting.value, setting.limit),
+                     RELAXED);
     m_block.on.fetch_or(BitOf(setting.kind), std::memory_order_release);
 }
 
 void CFaults::Clear(Fault kind) {
     m_block.on.fetch_and(~BitOf(kind), RELAXED);
+    Mine(kind).seal.store(0, RELAXED);
 }
 
 void CFaults::ClearAll() {
     m_block.on.store(0, RELAXED);
+    for (FaultWords& words : m_block.kinds) {
+        words.seal.store(0, RELAXED);
+    }
+}
+
+bool CFaults::IsSealed(Fault kind) const {
+    const FaultWords& words = Words(kind);
+    return words.seal.load(RELAXED) == SealOf(static_cast<uint64_t>(kind),
+                                              words.every.load(RELAXED), words.target.load(RELAXED),
+                                              words.value.load(RELAXED), words.limit.load(RELAXED));
+}
+
+// Somebody who is just setting a fault may be seen half-way, but not twice.
+uint32_t CFaults::DropGarbage(uint32_t& suspects) {
+    const uint32_t on = m_block.on.load(std::memory_order_acquire);
+    uint32_t unsealed = on >> FAULT_KINDS << FAULT_KINDS;
+    for (size_t k = 0; k < FAULT_KINDS; ++k) {
+        unsealed |= IsSealed(static_cast<Fault>(k)) ? 0 : on & 1U << k;
+    }
+    const uint32_t garbage = unsealed & suspects;
+    suspects = unsealed;
+    if (garbage != 0) {
+        m_block.on.fetch_and(~garbage, RELAXED);
+    }
+    return static_cast<uint32_t>(std::popcount(garbage));
 }
 
 uint32_t CFaults::ValueOf(Fault kind) const {
@@ -94,7 +124,7 @@ FaultSetting CFaults::Setting(Fault kind) const {
 }
 
 bool CFaults::Covers(Fault kind, uint32_t first, uint32_t last) const {
-    if ((m_block.on.load(std::memory_order_acquire) & BitOf(kind)) == 0) {
+    if ((m_block.on.load(std::memory_order_acquire) & BitOf(kind)) == 0 || !IsSealed(kind)) {
         return false;
     }
     const uint32_t wanted = Words(kind).target.load(RELAXED);

@@ -56,7 +56,8 @@ const FaultInfo& InfoOf(Fault kind);
 std::optional<Fault> FaultOf(std::string_view name);
 
 // The faults of one board, for the process that sets them, the board's and those that use it. Any
-// thread of any of them; of two that set one kind at the same time either may win.
+// thread of any of them; of two that set one kind at the same time either may win,
+// or none. What nobody set with Set(), whatever stands in the memory, is no fault.
 class CFaults {
   public:
     explicit CFaults(BoardShm& shm) : m_block(shm.faults) {}
@@ -65,6 +66,10 @@ class CFaults {
     void Set(const FaultSetting& setting);
     void Clear(Fault kind);
     void ClearAll();
+
+    // For the board, once a pass: clears what says that it is on and is none, if it said so the
+    // last time already (`suspects`, of the caller's); how many there were.
+    uint32_t DropGarbage(uint32_t& suspects);
 
     // Nothing but one load: what every access asks first.
     bool Any() const { return m_block.on.load(std::memory_order_relaxed) != 0; }
@@ -94,6 +99,7 @@ class CFaults {
     static uint32_t BitOf(Fault kind) { return 1U << static_cast<unsigned>(kind); }
     bool Covers(Fault kind, uint32_t first, uint32_t last) const;
     uint32_t Count(Fault kind);
+    bool IsSealed(Fault kind) const;
 
     FaultBlock& m_block;
 };

@@ -6,6 +6,7 @@ namespace {
 
 constexpr uint32_t LENGTH_BITS = 0xFFFF;
 constexpr uint32_t GARBAGE_HEADER = 0xFFFFFFFF;
+constexpr uint32_t PATIENCE = 64;
 
 }  // namespace
 
@@ -55,9 +56,18 @@ void CRingProducer::Begin(uint32_t generation) {
 }
 
 bool CRingProducer::ReadTail(uint64_t total) {
-    const uint64_t tail = m_ring.control->tail.load(std::memory_order_acquire);
+    RingControl& control = *m_ring.control;
+    const uint64_t tail = control.tail.load(std::memory_order_acquire);
     if (m_head - tail > m_ring.size) {
-        return false;  // nowhere between head and a full ring: not a position, wait for a good one
+        // Nowhere between head and a full ring: not a position. Either something was written over
+        // the consumer's word, and it writes it anew with its next message; or the consumer went
+        // where a head led it that was none, and waits there.
+        if (LooksAt(tail) >= PATIENCE) {
+            m_badLooks = 0;
+            control.head.store(m_head, std::memory_order_release);
+            WakeLostConsumer(tail);
+        }
+        return false;
     }
     m_tail = tail;
     if (m_head + total <= tail + m_ring.size) {
@@ -70,12 +80,29 @@ bool CRingProducer::ReadTail(uint64_t total) {
 // Where a consumer stands in a full ring there is a record. If there is none, something wrote over
 // a record's header and led the consumer astray to a place where it would wait for ever: a header
 // that it must take for garbage makes it come to the ring's head.
-void CRingProducer::WakeLostConsumer(uint64_t tail) {
+bool CRingProducer::WakeLostConsumer(uint64_t tail) {
     uint32_t none = 0;
-    if (m_ring.HeaderAt(tail).compare_exchange_strong(none, GARBAGE_HEADER,
-                                                      std::memory_order_acq_rel)) {
-        m_ring.control->fifoErrors.store(++m_fifoErrors, std::memory_order_relaxed);
+    if (!m_ring.HeaderAt(tail).compare_exchange_strong(none, GARBAGE_HEADER,
+                                                       std::memory_order_acq_rel)) {
+        return false;
     }
+    m_ring.control->fifoErrors.store(++m_fifoErrors, std::memory_order_relaxed);
+    return true;
+}
+
+bool CRingProducer::Mend() {
+    RingControl& control = *m_ring.control;
+    bool mended = false;
+    if (control.head.load(std::memory_order_relaxed) != m_head) {
+        control.head.store(m_head, std::memory_order_release);
+        mended = true;
+    }
+    const uint64_t tail = control.tail.load(std::memory_order_acquire);
+    if (m_head - tail > m_ring.size) {
+        return (LooksAt(tail) >= 2 && WakeLostConsumer(tail)) || mended;
+    }
+    // A consumer that has not come to the head stands before a record, as in WakeLostConsumer.
+    return (tail != m_head && WakeLostConsumer(tail)) || mended;
 }
 
 void CRingProducer::Fill(uint64_t room) {

@@ -127,6 +127,11 @@ class CRingProducer {
         return used <= m_ring.size ? used : m_ring.size;
     }
 
+    // Now and then, and at least some milliseconds after the last time: puts the ring's head right,
+    // and leads back a consumer that something written over its words led astray. True if there was
+    // something to be done. Does nothing to a ring that is in order.
+    bool Mend();
+
     void CountBackPressure() {
         m_ring.control->backPressure.store(++m_backPressure, std::memory_order_relaxed);
     }
@@ -137,11 +142,18 @@ class CRingProducer {
 
     [[gnu::cold]] bool ReadTail(uint64_t total);
     void Fill(uint64_t room);
-    void WakeLostConsumer(uint64_t tail);
+    bool WakeLostConsumer(uint64_t tail);
+    // Of a tail that is no position: how often it has been seen, one look after the other.
+    uint32_t LooksAt(uint64_t badTail) {
+        m_badLooks = std::exchange(m_badTail, badTail) == badTail ? m_badLooks + 1 : 1;
+        return m_badLooks;
+    }
 
     RingView m_ring;
     uint64_t m_head = 0;
     uint64_t m_tail = 0;  // the consumer's position when it was last looked at
+    uint64_t m_badTail = 0;
+    uint32_t m_badLooks = 0;
     uint32_t m_tag = 0;
     uint32_t m_generation = 0;
     uint32_t m_packetCount = 0;
@@ -182,6 +194,10 @@ class CRingConsumer {
         }
         return 0;
     }
+
+    // Now and then while nothing comes: tells the producer its position again, should something
+    // have been written over it.
+    void TellPosition() { m_ring.control->tail.store(m_pos, std::memory_order_release); }
 
   private:
     // A message may have a filler in front of it, and that one a record of an earlier opening; and

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <pthread.h>
-
 #include <array>
 #include <atomic>
 #include <cstddef>
@@ -17,7 +15,7 @@
 namespace ZceBoard {
 
 constexpr uint64_t SHM_MAGIC = 0x3144524142455a43;  // "CZEBARD1"
-constexpr uint32_t SHM_VERSION = 2;
+constexpr uint32_t SHM_VERSION = 3;
 
 constexpr size_t CHANNELS = 16;
 constexpr uint32_t STREAM_MTU = 2048;
@@ -35,6 +33,7 @@ constexpr int64_t LOCK_BOARD = 0;       // the board lives
 constexpr int64_t LOCK_CONTROL = 1;     // a request to the board is being made
 constexpr int64_t LOCK_A2C_FIRST = 64;  // + channel: the stream is held
 constexpr int64_t LOCK_C2A_FIRST = 128;
+constexpr int64_t LOCK_CORE_FIRST = int64_t{1} << 32;  // + token: the process that has it lives
 
 // The control words of one ring. The producer writes the first line, the consumer the second; the
 // opener of the stream, at either end, writes the third.
@@ -71,17 +70,17 @@ using C2aMemory = RingMemory<C2A_RING_BYTES>;
 
 struct alignas(PAGE) ShmHeader {
     std::atomic<uint64_t> magic;  // written last: until then this is no board
-    uint32_t version;
-    uint32_t bus;
-    uint64_t size;  // of the whole memory, bytes
+    std::atomic<uint32_t> version;
+    std::atomic<uint32_t> bus;
+    std::atomic<uint64_t> size;  // of the whole memory, bytes
     std::atomic<int32_t> boardPid;
     // Counts since the board's start: resets by 0x10, core resets, table writes out of range.
     std::atomic<uint32_t> boardResets;
     std::atomic<uint32_t> coreResets;
     std::atomic<uint32_t> ignoredTableWrites;
 
-    // The core lock: process-shared and robust.
-    alignas(CACHE_LINE) pthread_mutex_t coreLock;
+    // The core lock: 0, or the token of the process that holds it (CoreLock.h).
+    alignas(CACHE_LINE) std::atomic<uint32_t> coreLock;
 };
 
 // One kind of fault, as Faults.h tells of it. Counts are since it was switched on.
@@ -92,7 +91,21 @@ struct FaultWords {
     std::atomic<uint32_t> limit;   // ends by itself after so many strikes; 0: never
     std::atomic<uint32_t> occasions;
     std::atomic<uint32_t> strikes;
+    // Made of the kind and the first four words; a fault with another seal here is none.
+    std::atomic<uint64_t> seal;
 };
+
+// A number that whoever knows the words can make, and that other words, or words written at random,
+// do not have: never 0.
+template <class... Words>
+constexpr uint64_t SealOf(uint64_t first, Words... words) {
+    uint64_t seal = 0x7A63652D626F6172;  // "zce-boar"
+    for (const uint64_t word : {first, static_cast<uint64_t>(words)...}) {
+        seal = (seal ^ word) * 0x9E3779B97F4A7C15;
+        seal ^= seal >> 29;
+    }
+    return seal | 1;
+}
 
 constexpr uint32_t FAULT_ANY = 0xFFFFFFFF;
 constexpr size_t FAULT_KINDS = 15;
@@ -124,17 +137,20 @@ struct alignas(PAGE) BoardStats {
     std::array<std::atomic<uint32_t>, 2> feeds;        // a FeedState each: L5, L1
     std::atomic<uint64_t> parsed;
     std::atomic<uint64_t> requests;
+    std::atomic<uint64_t> garbage;    // requests and faults that nobody made, words put right
     std::atomic<int64_t> speedMilli;  // 1000: the clock runs with real time
     alignas(CACHE_LINE) std::array<ChannelStats, CHANNELS> channels;
 };
 
-// A request to the board's process. Whoever makes one holds LOCK_CONTROL, writes kind and argument
-// and then `asked`; the board does it in its next pass and writes `result` and then `answered`.
+// A request to the board's process. Whoever makes one holds LOCK_CONTROL, writes kind, argument
+// and seal and then `asked`; the board does it in its next pass and writes `result` and then
+// `answered`.
 struct alignas(PAGE) ControlMailbox {
     std::atomic<uint32_t> asked;
     std::atomic<uint32_t> answered;
     std::atomic<uint32_t> kind;  // a Request
     std::atomic<uint64_t> argument;
+    std::atomic<uint64_t> seal;   // made of these three; a request with another one here is none
     std::atomic<int32_t> result;  // 0 or an errno
 };
 

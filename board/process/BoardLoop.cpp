@@ -12,6 +12,7 @@ namespace {
 
 constexpr int64_t PASS_NS = NS_PER_MS;
 constexpr int64_t HOLDER_CHECK_NS = 20 * NS_PER_MS;
+constexpr int64_t NAME_CHECK_NS = NS_PER_SECOND;
 constexpr int64_t STATUS_NS = NS_PER_SECOND;
 // Whoever asks for a step waits no longer than 3 s.
 constexpr int64_t LONGEST_STEP_NS = 2 * NS_PER_SECOND;
@@ -53,16 +54,32 @@ void CBoardLoop::Pass(const HostTime& now) {
         m_traffic.Follow(now);
         m_traffic.Play(m_board);
     }
-    AnswerRequest(m_board.Shm().control,
-                  [this](Request request, uint64_t argument) { return Answer(request, argument); });
+    m_requests.Answer(
+        [this](Request request, uint64_t argument) { return Answer(request, argument); });
     m_clockFile.Tell(m_traffic.Time(), now);
     m_board.DrainRequests();
     if (now.realNs >= m_nextHolderCheckNs) {
         m_board.FreeDeadHolders();
+        LookAfterMemory(now.realNs);
         m_nextHolderCheckNs = now.realNs + HOLDER_CHECK_NS;
     }
     Publish();
-    m_board.Shm().stats.passes.fetch_add(1, std::memory_order_release);
+    m_board.Shm().stats.passes.store(++m_passes, std::memory_order_release);
+}
+
+void CBoardLoop::LookAfterMemory(int64_t nowNs) {
+    m_board.MendMemory();
+    if (m_bLost || nowNs < m_nextNameCheckNs) {
+        return;
+    }
+    m_nextNameCheckNs = nowNs + NAME_CHECK_NS;
+    m_bLost = !m_board.CanBeFound();
+    if (m_bLost) {
+        fprintf(stderr,
+                "zce-board: bus %u: the name of its memory was removed or replaced by another "
+                "process: no program that starts now finds this board. Start it anew.\n",
+                m_bus);
+    }
 }
 
 void CBoardLoop::Finish() {
@@ -148,6 +165,7 @@ void CBoardLoop::Publish() {
     }
     stats.parsed.store(m_board.Parsed(), RELAXED);
     stats.requests.store(m_board.Requests(), RELAXED);
+    stats.garbage.store(Garbage(), RELAXED);
     for (CChannelSender& channel : m_board.Channels()) {
         if (channel.WasEverOpen()) {
             channel.Publish(stats.channels[channel.Channel()]);
@@ -177,7 +195,7 @@ std::string CBoardLoop::StatusLine() const {
         }
     }
     return line + m_board.FeedStatus() + m_traffic.Status() + (m_bPaused ? " paused" : "") +
-           m_board.FaultStatus();
+           m_board.FaultStatus() + (Garbage() != 0 ? fmt::format(" garbage={}", Garbage()) : "");
 }
 
 std::string CBoardLoop::LastLines() const {

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "device/Board.h"
+#include "memory/Control.h"
 #include "process/ClockFile.h"
 #include "traffic/Traffic.h"
 
@@ -17,7 +18,12 @@ class CBoardLoop {
   public:
     // Board and traffic outlive this object. `clockFile` is that of CClockFile.
     CBoardLoop(CBoard& board, CTraffic& traffic, uint32_t bus, const std::string& clockFile = {})
-        : m_board(board), m_traffic(traffic), m_bus(bus), m_clockFile(clockFile) {}
+        : m_board(board),
+          m_traffic(traffic),
+          m_bus(bus),
+          m_clockFile(clockFile),
+          m_requests(board.Shm().control),
+          m_passes(board.Shm().stats.passes.load(std::memory_order_relaxed)) {}
 
     // One round of everything that is due. `now.realNs` does not go back. Prints to standard output
     // the counts of each opening of a stream that has ended.
@@ -40,12 +46,18 @@ class CBoardLoop {
     int Step(uint64_t ms);
     void TellEnds();
     void Publish();
+    void LookAfterMemory(int64_t nowNs);
+    uint64_t Garbage() const { return m_board.Garbage() + m_requests.Garbage(); }
 
     CBoard& m_board;
     CTraffic& m_traffic;
     uint32_t m_bus;
     CClockFile m_clockFile;
+    CRequestTaker m_requests;
+    uint64_t m_passes;
     int64_t m_nextHolderCheckNs = 0;
+    int64_t m_nextNameCheckNs = 0;
+    bool m_bLost = false;  // its memory has lost its name
     bool m_bPaused = false;
 };
 

@@ -1,5 +1,7 @@
 #include "process/BoardOptions.h"
 
+#include <grp.h>
+
 #include <CLI/CLI.hpp>
 #include <cmath>
 
@@ -17,6 +19,7 @@ constexpr double MAX_SPEED = 1000;
 struct Words {
     std::string feeds;
     std::string speed = "1";
+    std::string group;
     uint32_t bus = 0;
     double auctionCycle = 4;
     double tradingCycle = 60;
@@ -25,6 +28,7 @@ struct Words {
 struct Given {
     const CLI::Option* bus = nullptr;
     const CLI::Option* feeds = nullptr;
+    const CLI::Option* group = nullptr;
 };
 
 void DescribeSources(CLI::App& app, Options& options) {
@@ -89,6 +93,8 @@ Given Describe(CLI::App& app, Options& options, Words& words) {
     app.add_option("--clock-file", options.clockFile,
                    "A file that tells the board's clock to programs under libfaketime")
         ->excludes(app.get_option("--scenario"));
+    given.group = app.add_option("--group", words.group,
+                                 "A group, name or number, whose members may use the board too");
     app.add_flag("--list-instruments", options.bList,
                  "Print the instruments, one index,type,name a line, and end")
         ->excludes(app.get_option("--replay"));
@@ -108,6 +114,19 @@ void TakeSpeed(const std::string& text, Options& options) {
     }
 }
 
+gid_t GroupOf(const std::string& text) {
+    constexpr double mostGid = 4294967294.0;  // the one above means none
+    if (const auto* const entry = getgrnam(text.c_str()); entry != nullptr) {
+        return entry->gr_gid;
+    }
+    double number = 0;
+    if (text.find_first_not_of("0123456789") == std::string::npos &&
+        ParseDecimal(text, 0, mostGid, number)) {
+        return static_cast<gid_t>(number);
+    }
+    throw CLI::ValidationError("--group", "\"" + text + "\" is no group of this machine");
+}
+
 }  // namespace
 
 bool ParseOptions(int argc, char** argv, Options& options, int& status) {
@@ -118,6 +137,9 @@ bool ParseOptions(int argc, char** argv, Options& options, int& status) {
     try {
         app.parse(argc, argv);
         TakeSpeed(words.speed, options);
+        if (given.group->count() != 0) {
+            options.group = GroupOf(words.group);
+        }
     } catch (const CLI::ParseError& error) {
         status = app.exit(error);
         return false;

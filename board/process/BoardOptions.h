@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -20,6 +22,7 @@ struct Options {
     std::string replay;
     int64_t speedMilli = 1000;  // 0: as fast as can be
     std::string clockFile;
+    std::optional<gid_t> group;  // which may use the board beside the user
     bool bList = false;
 };
 

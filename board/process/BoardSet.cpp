@@ -17,6 +17,10 @@ std::string WhyNotMade(uint32_t bus, int err, int32_t pid) {
     if (err == EINVAL) {
         return "ZCE_BOARD_SHM_PREFIX cannot be part of a name in shared memory";
     }
+    if (err == ENOTSUP) {
+        return fmt::format(
+            "bus {}: cannot give the shared memory to that group: the user has to be in it", bus);
+    }
     return fmt::format("bus {}: cannot make the shared memory {}: {}", bus, ShmName(bus),
                        strerror(err));
 }
@@ -27,7 +31,7 @@ bool CBoardSet::Add(uint32_t bus, const CFeeds& feeds, std::unique_ptr<CTraffic>
                     const std::string& clockFile, std::string& error) {
     auto one = std::make_unique<One>();
     int32_t pid = 0;
-    if (const int err = one->memory.Create(bus, pid); err != 0) {
+    if (const int err = one->memory.Create(bus, pid, m_group); err != 0) {
         error = WhyNotMade(bus, err, pid);
         return false;
     }

@@ -1,8 +1,11 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <csignal>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,6 +21,9 @@ namespace ZceBoard {
 // with the object.
 class CBoardSet {
   public:
+    // With `group` its members may use the boards too, else only the user himself.
+    explicit CBoardSet(std::optional<gid_t> group = std::nullopt) : m_group(group) {}
+
     // Makes the board of a bus. False: `error` says why there is none.
     bool Add(uint32_t bus, const CFeeds& feeds, std::unique_ptr<CTraffic> traffic,
              const std::string& clockFile, std::string& error);
@@ -31,6 +37,7 @@ class CBoardSet {
         std::unique_ptr<CBoard> board;
         std::unique_ptr<CBoardLoop> loop;
     };
+    std::optional<gid_t> m_group;
     std::vector<std::unique_ptr<One>> m_boards;
 };
 

@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 
@@ -27,6 +26,13 @@ uint32_t TypeOf(std::span<const unsigned char> bytes) {
     uint32_t type = 0;
     memcpy(&type, bytes.data(), std::min(bytes.size(), sizeof(type)));
     return type;
+}
+
+// A file may hold any times: the difference of two need not be one.
+bool IsFarApart(int64_t oneNs, int64_t otherNs) {
+    const auto [earlier, later] = std::minmax(oneNs, otherNs);
+    return static_cast<uint64_t>(later) - static_cast<uint64_t>(earlier) >
+           static_cast<uint64_t>(LONGEST_GAP_NS);
 }
 
 }  // namespace
@@ -61,7 +67,7 @@ bool ReadThrough(const std::string& path, CaptureSummary& summary, std::string& 
             lastNs = message.timeNs;
         }
         // A clock that was set in between, or was wrong at first: nobody wants to wait for that.
-        if (std::abs(message.timeNs - lastNs) > LONGEST_GAP_NS) {
+        if (IsFarApart(message.timeNs, lastNs)) {
             error = fmt::format("{}: packet {}: its time is more than {} days from the one before",
                                 path, message.packet, LONGEST_GAP_NS / NS_PER_DAY);
             return false;

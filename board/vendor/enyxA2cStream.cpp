@@ -48,6 +48,7 @@ ENYX_HW_EXPORT enyx_hw_a2c_stream* enyx_hw_a2c_stream_create(
     if (err != 0) {
         return FailNull(err);
     }
+    stream->accelerator = descriptor->accelerator;
     stream->shm = &memory.Shm();
     stream->channel = descriptor->channel;
     stream->ring = ZceBoard::ViewOf(memory.Shm().a2c[descriptor->channel]);
@@ -77,9 +78,14 @@ ENYX_HW_EXPORT int enyx_hw_a2c_stream_poll_once(enyx_hw_a2c_stream* stream,
     if (stream == nullptr || handler == nullptr) [[unlikely]] {
         return Fail(EINVAL);
     }
-    return stream->consumer.PollOnce([handler, context](const unsigned char* data, uint32_t size) {
-        handler(data, size, context);
-    });
+    const int result =
+        stream->consumer.PollOnce([handler, context](const unsigned char* data, uint32_t size) {
+            handler(data, size, context);
+        });
+    if (result == 0 && stream->idle.IsDue()) [[unlikely]] {
+        ZceBoard::LookAfter(*stream);
+    }
+    return result;
 }
 
 ENYX_HW_EXPORT int enyx_hw_a2c_stream_stats_get_backpressure(enyx_hw_a2c_stream* stream,

@@ -47,6 +47,9 @@ ENYX_HW_EXPORT int enyx_hw_enumerate_accelerators(const enyx_hw_filter* filter,
         const int err = ZceBoard::CBoardMemory::Probe(bus);
         if (err != 0) {
             reason = MeansNoBoard(err) ? reason : err;
+            if (err == EACCES) {
+                ZceBoard::TellNoAccess(bus);
+            }
             continue;
         }
         if (!filter->Matches(bus, "zce-board." + std::to_string(bus))) {
@@ -91,7 +94,7 @@ ENYX_HW_EXPORT enyx_hw_accelerator* enyx_hw_accelerator_get(
     }
     ZceBoard::BoardShm& shm = accelerator->memory.Shm();
     accelerator->registers.emplace(shm);
-    accelerator->lock.emplace(shm.header.coreLock);
+    accelerator->lock.emplace(accelerator->memory);
     accelerators.opened.push_back(std::move(accelerator));
     return accelerators.opened.back().get();
 }

@@ -18,6 +18,7 @@
 #include "memory/Faults.h"
 #include "memory/RegisterFile.h"
 #include "memory/Ring.h"
+#include "vendor/BoardWatch.h"
 
 // What is behind the opaque handles of the vendor's C interface.
 
@@ -59,6 +60,7 @@ struct enyx_hw_accelerator {
     ZceBoard::CBoardMemory memory;
     std::optional<ZceBoard::CRegisterFile> registers;
     std::optional<ZceBoard::CCoreLock> lock;
+    ZceBoard::BoardWatch watch;
     std::mutex mmioMutex;
     std::vector<std::unique_ptr<enyx_hw_mmio>> mmios;
 };
@@ -79,6 +81,8 @@ struct enyx_hw_c2a_stream_descriptor {
 
 struct enyx_hw_a2c_stream {
     ZceBoard::CRingConsumer consumer;
+    ZceBoard::IdleCount idle;
+    enyx_hw_accelerator* accelerator;
     ZceBoard::RingView ring;
     uint32_t generation;
     ZceBoard::CBoardFile holder;  // holds the stream's lock

@@ -12,6 +12,7 @@
 #include <string_view>
 #include <utility>
 
+#include "DataType/ZceIniGuard.h"
 #include "DataType/ZceNumbers.h"
 #include "DataType/ZceRegMap.h"
 #include "VelaZceUtils.h"
@@ -95,7 +96,7 @@ int CZceConfigFile::Init() {
         LOG_ERROR("Null config name");
         return -1;
     }
-    dictionary* loaded = iniparser_load(m_strPath.c_str());
+    dictionary* loaded = ZceIniLoad(m_strPath.c_str());
     if (loaded == nullptr) {
         LOG_ERROR("Failed to load file %s", m_strPath.c_str());
         return -1;

@@ -219,7 +219,7 @@ int CDrvDMAEnyx::RecvOnce(void* handler, void* context) {
 }
 
 int CDrvDMAEnyx::RecvOnceCb() {
-    return RecvOnce(m_pHandler, m_pContext) == g_iOnePacket ? 0 : -1;
+    return CDrvDMAEnyx::RecvOnce(m_pHandler, m_pContext) == g_iOnePacket ? 0 : -1;
 }
 
 void CDrvDMAEnyx::RegisterHandler(void* handler, void* context) {
@@ -227,6 +227,7 @@ void CDrvDMAEnyx::RegisterHandler(void* handler, void* context) {
     m_pContext = context;
 }
 
+// Through the table: a RecvOnceCb that overrides this class's is honoured.
 int CDrvDMAEnyx::PollData() {
     return RecvOnceCb();
 }

@@ -13,7 +13,7 @@ struct enyx_hw_c2a_stream;
 // One channel's pair of DMA streams over the vendor's library: accelerator to CPU ("a2c", the
 // board's messages) and CPU to accelerator ("c2a", the host's requests). One thread drives an
 // object.
-class CDrvDMAEnyx final : public IDrvDMA {
+class CDrvDMAEnyx : public IDrvDMA {
   public:
     CDrvDMAEnyx() = default;
     CDrvDMAEnyx(const CDrvDMAEnyx&) = delete;

@@ -63,11 +63,12 @@ int WriteLocked(enyx_hw_core* core, unsigned long addr, unsigned int value) {
 }
 
 bool IsReversible(const unsigned char* block, unsigned long len) {
-    if (len > g_uiReversedLimit || block == nullptr) {
-        LOG_ERROR("length should less than 128!");
-        return false;
-    }
-    return true;
+    return len <= g_uiReversedLimit && block != nullptr;
+}
+
+long RejectBlock() {
+    LOG_ERROR("length should less than 128!");
+    return 0;
 }
 
 }  // namespace
@@ -215,7 +216,7 @@ long CDrvEnyxReg::WriteBytes(unsigned long addr, unsigned char* src, unsigned lo
 
 long CDrvEnyxReg::ReadLess128Bytes(unsigned long addr, unsigned char* dst, unsigned long len) {
     if (!IsReversible(dst, len)) {
-        return 0;
+        return RejectBlock();
     }
     std::array<unsigned char, g_uiReversedLimit> block{};
     const long count = ReadBytes(addr, block.data(), len);
@@ -229,7 +230,7 @@ long CDrvEnyxReg::ReadLess128Bytes(unsigned long addr, unsigned char* dst, unsig
 
 long CDrvEnyxReg::WriteLess128Bytes(unsigned long addr, unsigned char* src, unsigned long len) {
     if (!IsReversible(src, len)) {
-        return 0;
+        return RejectBlock();
     }
     std::array<unsigned char, g_uiReversedLimit> block{};
     std::reverse_copy(src, src + len, block.data());

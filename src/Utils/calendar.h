@@ -20,4 +20,7 @@ struct LocalMoment_t {
 // caller's to decide: it is no date, and not midnight. Any thread may ask.
 std::optional<LocalMoment_t> LocalNow();
 
+// ZceIsInTradeTime, but nothing if the host cannot tell its local time. Any thread.
+std::optional<bool> IsInTradeTimeNow();
+
 }  // namespace VORBA2

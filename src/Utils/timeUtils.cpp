@@ -15,10 +15,10 @@ constexpr Session_t g_arrSessions[] = {{90001, 149999}, {210001, 232999}};
 
 }  // namespace
 
-bool ZceIsInTradeTime() {
+std::optional<bool> VORBA2::IsInTradeTimeNow() {
     const std::optional<VORBA2::LocalMoment_t> now = VORBA2::LocalNow();
     if (!now) {
-        return false;
+        return std::nullopt;
     }
     for (const Session_t& session : g_arrSessions) {
         if (now->time >= session.first && now->time <= session.last) {
@@ -26,6 +26,10 @@ bool ZceIsInTradeTime() {
         }
     }
     return false;
+}
+
+bool ZceIsInTradeTime() {
+    return VORBA2::IsInTradeTimeNow().value_or(false);
 }
 
 std::uint64_t get_time() {

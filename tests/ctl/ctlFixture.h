@@ -55,11 +55,11 @@ class AnsweringThread {
 
     explicit AnsweringThread(ZceBoard::BoardShm& shm, Handler handler = {})
         : m_thread([this, &shm, handler] {
+              ZceBoard::CRequestTaker requests(shm.control);
               while (!m_stop) {
-                  ZceBoard::AnswerRequest(shm.control,
-                                          [&handler](ZceBoard::Request request, uint64_t argument) {
-                                              return handler ? handler(request, argument) : 0;
-                                          });
+                  requests.Answer([&handler](ZceBoard::Request request, uint64_t argument) {
+                      return handler ? handler(request, argument) : 0;
+                  });
                   shm.stats.passes.fetch_add(1);
                   std::this_thread::sleep_for(std::chrono::milliseconds(1));
               }

@@ -12,12 +12,12 @@ using ZceBoard::CCoreLock;
 class CoreLock : public boardtest::BoardFixture {
   protected:
     std::unique_ptr<ZceBoard::CBoardMemory> m_memory = MakeBoard();
-    CCoreLock m_lock{m_memory->Shm().header.coreLock};
+    CCoreLock m_lock{*m_memory};
 
     // Another process's view of the same lock.
     bool OthersCanLock() {
         return boardtest::InChild([this] {
-                   CCoreLock theirs(m_memory->Shm().header.coreLock);
+                   CCoreLock theirs(*m_memory);
                    const bool got = theirs.TryLock();
                    theirs.Unlock();
                    return got ? 1 : 0;
@@ -58,8 +58,7 @@ TEST_F(CoreLock, AnUnlockByAThreadThatDoesNotHoldItDoesNothing) {
 
 TEST_F(CoreLock, IsFreedByTheDeathOfItsHolder) {
     boardtest::HoldingChild holder([this] {
-        CCoreLock theirs(m_memory->Shm().header.coreLock);
-        theirs.Lock();
+        (new CCoreLock(*m_memory))->Lock();  // it ends with the process
         return true;
     });
     ASSERT_TRUE(holder.Holds());
@@ -73,8 +72,7 @@ TEST_F(CoreLock, IsFreedByTheDeathOfItsHolder) {
 
 TEST_F(CoreLock, TryLockTakesItFromADeadHolderToo) {
     boardtest::HoldingChild holder([this] {
-        CCoreLock theirs(m_memory->Shm().header.coreLock);
-        theirs.Lock();
+        (new CCoreLock(*m_memory))->Lock();  // it ends with the process
         return true;
     });
     ASSERT_TRUE(holder.Holds());

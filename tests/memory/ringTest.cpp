@@ -287,6 +287,64 @@ TEST_F(Ring, ImpossiblePositionsOfTheOtherSideDoNoHarm) {
     }
 }
 
+TEST_F(Ring, AReaderThatABadHeadLedAstrayIsLedBackByMend) {
+    Open();
+    EXPECT_FALSE(m_producer.Mend()) << "an empty ring is in order";
+    ASSERT_TRUE(Put(100, 0));
+    ASSERT_TRUE(Put(100, 0));
+    EXPECT_FALSE(m_producer.Mend()) << "and one that somebody has to read";
+    const uint64_t head = Head();
+    HeaderAt(0).store(0xFFFFFFFF);
+    m_view.control->head.store(0x7777777777777770);
+    EXPECT_TRUE(Get().empty());
+    EXPECT_EQ(Tail(), 0x7777777777777770U) << "it waits there";
+    EXPECT_TRUE(m_producer.Mend());
+    EXPECT_EQ(Head(), head);
+    EXPECT_TRUE(Get().empty());
+    EXPECT_TRUE(m_producer.Mend()) << "the second time it is certain";
+    EXPECT_TRUE(Get().empty());
+    EXPECT_EQ(Tail(), head);
+    ASSERT_TRUE(Put(50, 3));
+    EXPECT_EQ(Get(), std::vector<unsigned char>(50, 3));
+    EXPECT_FALSE(m_producer.Mend());
+}
+
+TEST_F(Ring, AReaderWhoseHeaderWasWipedIsLedBackByMend) {
+    Open();
+    ASSERT_TRUE(Put(100, 1));
+    HeaderAt(0).store(0);
+    EXPECT_TRUE(Get().empty());
+    EXPECT_TRUE(m_producer.Mend());
+    EXPECT_TRUE(Get().empty());
+    ASSERT_TRUE(Put(50, 3));
+    EXPECT_EQ(Get(), std::vector<unsigned char>(50, 3));
+}
+
+TEST_F(Ring, AFullRingWithAnImpossibleTailIsFullNoLongerThanTheReaderNeedsToComeBack) {
+    Open();
+    while (Put(100, 0)) {}
+    HeaderAt(0).store(0xFFFFFFFF);
+    m_view.control->head.store(0x7777777777777770);
+    EXPECT_TRUE(Get().empty());
+    int tries = 0;
+    for (; tries < 1000 && !Put(50, 3); ++tries) {
+        Get();
+    }
+    EXPECT_GE(tries, 63) << "a tail that is only written over is written anew by the reader";
+    EXPECT_LT(tries, 70);
+    EXPECT_EQ(Get(), std::vector<unsigned char>(50, 3));
+}
+
+TEST_F(Ring, AReaderWithNothingToReadTellsItsPositionAgain) {
+    Open();
+    ASSERT_TRUE(Put(100, 1));
+    Get();
+    const uint64_t tail = Tail();
+    m_view.control->tail.store(5);
+    m_consumer.TellPosition();
+    EXPECT_EQ(Tail(), tail);
+}
+
 TEST_F(Ring, AProducerThatDiedBeforeItMovedTheHeadIsMadeGood) {
     Open();
     ASSERT_TRUE(Put(100, 1));

@@ -91,8 +91,7 @@ TEST_F(Board, NeitherLearnsNorDecodesWhileHeldInReset) {
 
 TEST_F(Board, APacketWaitsWhileAHostHasTheCoreAndTheBoardGoesOn) {
     boardtest::HoldingChild host([this] {
-        ZceBoard::CCoreLock lock(m_memory->Shm().header.coreLock);
-        lock.Lock();
+        (new ZceBoard::CCoreLock(*m_memory))->Lock();  // it ends with the process
         return true;
     });
     ASSERT_TRUE(host.Holds());

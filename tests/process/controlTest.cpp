@@ -125,8 +125,7 @@ TEST_F(Controlled, PausingTwiceAndResumingWhatGoesOnIsSaid) {
 TEST_F(Controlled, ARequestThatNobodyWaitsForAnyMoreIsNotTakenForTheNextOne) {
     // Somebody asked and gave up; the board has not answered yet.
     ZceBoard::ControlMailbox& mailbox = m_memory->Shm().control;
-    mailbox.kind = static_cast<uint32_t>(Request::Pause);
-    mailbox.asked = mailbox.answered + 1;
+    PutRequest(mailbox, mailbox.answered + 1, Request::Pause, 0);
     EXPECT_EQ(Ask(Request::Advance, 100000), 0);
     EXPECT_EQ(Clock(), 100000U);
     EXPECT_EQ(m_memory->Shm().stats.paused.load(), 1U) << "both were done";
@@ -135,7 +134,7 @@ TEST_F(Controlled, ARequestThatNobodyWaitsForAnyMoreIsNotTakenForTheNextOne) {
 TEST_F(Controlled, AStepThatALockedCoreHoldsUpIsNotDone) {
     EXPECT_EQ(Ask(Request::Advance, 205500), 0);  // an auction: the broadcast needs the core
     EXPECT_EQ(Ask(Request::Pause), 0);
-    ZceBoard::CCoreLock lock(m_memory->Shm().header.coreLock);
+    ZceBoard::CCoreLock lock(*m_memory);
     std::atomic<int> state{0};
     std::thread holder([&] {
         lock.Lock();

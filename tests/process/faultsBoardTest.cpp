@@ -199,8 +199,7 @@ TEST_F(BoardFaults, NoGarbageComesWhileTheBoardIsPaused) {
     Reader reader = Open(3);
     const auto ask = [this](ZceBoard::Request request) {
         ZceBoard::ControlMailbox& mailbox = m_memory->Shm().control;
-        mailbox.kind = static_cast<uint32_t>(request);
-        ++mailbox.asked;
+        PutRequest(mailbox, mailbox.asked + 1, request, 0);
         Pass(inSession, MS);
         EXPECT_EQ(mailbox.result.load(), 0);
     };

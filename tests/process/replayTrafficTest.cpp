@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <fstream>
 #include <map>
 #include <memory>
 #include <string>
@@ -280,6 +281,26 @@ TEST_F(Replaying, AClockThatWasSetDuringTheRecordingIsNamed) {
     capture.Add(1, 0, Prefix(1, 0, 1) + Message(17, 'x'));
     capture.Add(NINE, 0, Prefix(1, 0, 2) + Message(17, 'x'));
     EXPECT_FALSE(ReadThrough(capture));
+    EXPECT_EQ(m_error, m_path + ": packet 2: its time is more than 7 days from the one before");
+}
+
+// A pcapng file has 64 bits of microseconds: the last one that fits, and the next, which is the
+// first one of all when it is taken for ns.
+TEST_F(Replaying, TimesBeyondWhatNanosecondsCanSayAreFarApart) {
+    const auto block = [](uint64_t kind, std::string body) {
+        body.resize((body.size() + 3) / 4 * 4);
+        const std::string size = Little(body.size() + 12, 4);
+        return Little(kind, 4) + size + body + size;
+    };
+    const std::string packet = Prefix(1, 0, 1) + Message(17, 'x');
+    std::string file = block(0x0A0D0D0A, Little(0x1A2B3C4D, 4) + Little(1, 4) + Little(~0ULL, 8)) +
+                       block(1, Little(147, 4) + Little(0, 4));
+    for (const uint64_t us : {9'223'372'036'854'775ULL, 9'223'372'036'854'776ULL}) {
+        file += block(6, Little(0, 4) + Little(us >> 32, 4) + Little(us, 4) +
+                             Little(packet.size(), 4) + Little(packet.size(), 4) + packet);
+    }
+    std::ofstream(m_path, std::ios::binary) << file;
+    EXPECT_FALSE(ZceBoard::ReadThrough(m_path, m_summary, m_error));
     EXPECT_EQ(m_error, m_path + ": packet 2: its time is more than 7 days from the one before");
 }
 

@@ -76,6 +76,14 @@ class Child {
         return read(m_ready, &number, sizeof(number)) == sizeof(number) ? number : -1;
     }
     void Signal(int signal) const { kill(m_pid, signal); }
+    // Of one of its threads, as the kernel shows it: "0000000000000000" for none.
+    std::string BlockedSignals(int thread) const {
+        const std::string status = ReadFile("/proc/" + std::to_string(m_pid) + "/task/" +
+                                            std::to_string(thread) + "/status");
+        const std::string name = "SigBlk:\t";
+        const std::size_t at = status.find(name);
+        return at == std::string::npos ? status : status.substr(at + name.size(), 16);
+    }
     void SignalThread(int thread, int signal) const { syscall(SYS_tgkill, m_pid, thread, signal); }
     // The exit status, 128 + signal for one that a signal ended, -1 for one that goes on.
     int WaitEnd(Seconds limit = Seconds(10)) {
@@ -274,6 +282,50 @@ TEST_F(LogSignal, AThreadThatPrintsAndOneThatLogsAreNoDeadlockForTheHandler) {
     child.SignalThread(printer, SIGINT);
     EXPECT_EQ(child.WaitEnd(Seconds(1)), goodEnd);
     EXPECT_THAT(LogText(m_dir / "log"), testing::HasSubstr("][fpga]Received signal 2 !!\n"));
+}
+
+// A thread of a process that logs, and now waits for a standard output that stalls.
+int LogFromAThread(const std::string& dir, const std::function<void(int)>& ready) {
+    static CRwLogger logger;
+    sigset_t own{};
+    sigemptyset(&own);
+    sigaddset(&own, SIGUSR1);
+    pthread_sigmask(SIG_BLOCK, &own, nullptr);
+    if (logger.Init(0, dir.c_str(), "fpga") != 0 || CSignalProcess::InitSignal() != 0) {
+        return 1;
+    }
+    std::thread([&ready] {
+        ready(ThreadId());
+        for (;;) {
+            LOG_INFO("a line");
+        }
+    }).detach();
+    int signal = 0;
+    sigwait(&own, &signal);
+    elog_log_file_close();
+    return goodEnd;
+}
+
+TEST_F(LogSignal, NoLogCallBlocksASignal) {
+    const StalledOutput pipe(m_dir / "pipe");
+    Child child(OpenFile(m_dir / "pipe"), [&](const std::function<void(int)>& ready) {
+        return LogFromAThread(m_dir / "log", ready);
+    });
+    const int logging = child.WaitReady();
+    ASSERT_GT(logging, 0);
+    ASSERT_TRUE(pipe.WaitUntilFull());
+    EXPECT_EQ(child.BlockedSignals(logging), "0000000000000200");  // SIGUSR1, the process's own
+}
+
+TEST_F(LogSignal, TheFileIsFreeWhileStandardOutputStalls) {
+    const StalledOutput pipe(m_dir / "pipe");
+    Child child(OpenFile(m_dir / "pipe"), [&](const std::function<void(int)>& ready) {
+        return LogFromAThread(m_dir / "log", ready);
+    });
+    ASSERT_GT(child.WaitReady(), 0);
+    ASSERT_TRUE(pipe.WaitUntilFull());
+    child.Signal(SIGUSR1);  // it closes the log's file and ends
+    EXPECT_EQ(child.WaitEnd(Seconds(1)), goodEnd);
 }
 
 // What the log call cannot read: the application's own handler hears of it.

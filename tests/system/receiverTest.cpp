@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <filesystem>
 #include <regex>
 #include <sstream>
 #include <string>
@@ -113,8 +112,7 @@ TEST_F(Receiver, CountsEveryMessageThatItWasTooSlowFor) {
 
 // What an application's author can copy: the installed header and the bodies of the board.
 TEST_F(Receiver, KnowsTheLibraryByItsHeaderAndTheBoardByItsBodiesAlone) {
-    const std::filesystem::path here = std::filesystem::path(__FILE__).parent_path();
-    const std::string source = ReadFile((here / "../../examples/zce-recv.cpp").string());
+    const std::string source = ReadFile(ZCE_RECV_SOURCE);
     EXPECT_THAT(LinesOf(source, "#include \""),
                 ElementsAre("#include \"IVelaZceMdApi.h\"", "#include \"ZceBoardMsg.h\""));
 }

@@ -238,14 +238,14 @@ TEST_F(LibraryCore, AccessesInsideTheLockDoNotLockAgain) {
     Write(0x106, 5);
     EXPECT_EQ(Read(0x106), 5U);
     EXPECT_EQ(boardtest::InChild([this] {
-                  ZceBoard::CCoreLock theirs(m_board->Shm().header.coreLock);
+                  ZceBoard::CCoreLock theirs(*m_board);
                   return theirs.TryLock() ? 1 : 0;
               }),
               0)
         << "still held after the accesses";
     enyx_hw_core_unlock(m_root);
     enyx_hw_core_unlock(m_core);
-    ZceBoard::CCoreLock other(m_board->Shm().header.coreLock);
+    ZceBoard::CCoreLock other(*m_board);
     EXPECT_TRUE(other.TryLock());
     other.Unlock();
 }

@@ -262,10 +262,17 @@ TEST_F(GetCore, TwoMmiosAreAFailureAndTheListIsFreed) {
 
 // It may have none at all.
 TEST_F(GetCore, TheResultOfTheResetIsNotLookedAt) {
-    FakeEnyx::Fail("core_reset", 1, EIO);
-    EXPECT_EQ(One(), 1);
-    EXPECT_THAT(m_log.Lines(), IsEmpty());
-    EXPECT_THAT(FakeClock::Sleeps(), ElementsAre(1U));
+    for (const int result : {-1, 0, 1, 12345}) {
+        SCOPED_TRACE(result);
+        FakeEnyx::Reset();
+        DrvEnyxVarClear();
+        FakeClock::ClearSleeps();
+        FakeEnyx::Fail("core_reset", 1, EIO, result);
+        EXPECT_EQ(One(), 1);
+        EXPECT_EQ(FakeEnyx::CountOf("core_reset"), 1);
+        EXPECT_THAT(m_log.Lines(), IsEmpty());
+        EXPECT_THAT(FakeClock::Sleeps(), ElementsAre(1U));
+    }
 }
 
 TEST_F(GetCore, EveryFailureHasItsLinesLeaksNothingKeepsErrnoAndIsRetried) {

@@ -275,6 +275,14 @@ TEST_P(DrvDmaRegistered, BeforeInitGivesMinus1) {
     EXPECT_EQ(Poll(), -1);
 }
 
+TEST(DrvDmaOverridden, PollDataHonoursAnOverridingRecvOnceCb) {
+    class Answering : public CDrvDMAEnyx {
+      public:
+        int RecvOnceCb() override { return 77; }
+    } drv;
+    EXPECT_EQ(static_cast<IDrvDMA&>(drv).PollData(), 77);
+}
+
 INSTANTIATE_TEST_SUITE_P(Both, DrvDmaRegistered,
                          ::testing::Values(&IDrvDMA::RecvOnceCb, &IDrvDMA::PollData),
                          [](const auto& which) {

@@ -101,6 +101,21 @@ TEST(ElogSignal, GoesIntoTheFileOfItsDayAndOrdinaryLinesFollow) {
               "[INFO   ][20261120-23:59:59][fpga]before\n");
 }
 
+TEST(ElogSignal, StaysInTheFileOfTheSameDayAndOfAClockSetBack) {
+    FakeClock::Set(20261116, 235958);
+    const velatest::LogCapture capture;
+    LOG_INFO("before");
+    FakeClock::SetTime(235959);
+    LOG_WARN_IN_SIGNAL("same ", 1, "");
+    FakeClock::Set(20261115, 120000);
+    LOG_WARN_IN_SIGNAL("back ", 2, "");
+    EXPECT_EQ(velatest::NamesIn(capture.Dir()), std::vector<std::string>{"fpga_20261116.log"});
+    EXPECT_TRUE(velatest::FileText(capture.Dir() + "/fpga_20261116.log")
+                    .ends_with("[INFO   ][20261116-23:59:58][fpga]before\n"
+                               "[WARN   ][20261116-23:59:59][fpga]same 1\n"
+                               "[WARN   ][20261115-12:00:00][fpga]back 2\n"));
+}
+
 std::size_t OpenDescriptors() {
     return velatest::NamesIn("/proc/self/fd").size();
 }

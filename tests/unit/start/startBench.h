@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -34,7 +35,9 @@ struct ZceDmaChanTestPeer {
         Vela2_U50::CContractServ* contractServ;
         CTernBinFile* binFile;
     };
-    static unsigned char& SignalRegister() { return CZceDmaChanImpl::m_bSignalRegister; }
+    static std::atomic<unsigned char>& SignalRegister() {
+        return CZceDmaChanImpl::m_bSignalRegister;
+    }
     static unsigned char& AllSubsOver() { return CZceDmaChanImpl::s_bAllSubsOver; }
     static unsigned char& CallTimeExpired() { return CZceDmaChanImpl::s_bCallTimeExpired; }
     static unsigned char& LoadMapEnabled() { return CZceDmaChanImpl::s_bLoadMapEnabled; }

@@ -3,6 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <chrono>
+#include <future>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -182,6 +185,23 @@ TEST_F(ApiLog, AServiceThatDoesNotStartFailsTheStartAndIsNotTriedAgain) {
     EXPECT_EQ(FakeEnyx::Calls().size(), 0U);
     EXPECT_EQ(api.VelaStart(spi, "chan3.ini"), 0);
     EXPECT_EQ(WrappedCalls::logInits.size(), 1U);
+}
+
+TEST_F(ApiLog, AServiceThatDoesNotStartKeepsNoOtherThreadsStartWaiting) {
+    WrappedCalls::logInitResult = -1;
+    OpenApi first(nullptr);
+    EXPECT_EQ(first.VelaStart(spi, "chan3.ini"), -1);
+    StdoutCapture out;
+    std::promise<int> result;
+    std::future<int> other = result.get_future();
+    std::thread([this, &result] {
+        OpenApi second(nullptr);
+        result.set_value_at_thread_exit(second.VelaStart(spi, "chan4.ini"));
+    }).detach();
+    ASSERT_EQ(other.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+    EXPECT_EQ(other.get(), 0);
+    out.Stop();
+    EXPECT_EQ(out.Text().find("Log init failed"), std::string::npos);
 }
 
 TEST_F(ApiLog, AServiceThatDoesNotStartEndsRecvStartWithMinusOne) {

@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <csignal>
+#include <stdexcept>
 #include <type_traits>
 
 #include "apiBench.h"
@@ -198,6 +200,73 @@ TEST_F(ApiReceive, RecvStartReceivesUntilASignalAndReturnsZero) {
         }
         FakeEnyx::Reset();
     }
+}
+
+TEST_F(ApiReceive, RecvStartWithTheFlagSetStartsAndReturnsZero) {
+    CSignalProcess::m_isExit = 1;
+    OpenApi api(nullptr);
+    FakeEnyx::QueuePacket("CUSTOM_CHAN3_DATA", Message(17));
+    EXPECT_EQ(api.VelaRecvStart(spi, "chan3.ini"), 0);
+    EXPECT_EQ(FakeEnyx::CountOf("a2c_stream_create"), 1);
+    EXPECT_EQ(FakeEnyx::PollCount(), 0U);
+    EXPECT_TRUE(spi.calls.empty());
+}
+
+// Leaves a number where a function's result stands, as an application may whose operations were
+// written with one.
+class AnsweringSpi : public RecordingSpi {
+  public:
+    void OnDmaType17Msg(const unsigned char* body) override { Answer(body, 0); }
+    void OnDmaType18Msg(const unsigned char* body) override { Answer(body, 1); }
+    void OnDmaType19Msg(const unsigned char* body) override { Answer(body, 2); }
+    void OnDmaType20Msg(const unsigned char* body) override { Answer(body, 3); }
+    int answer = 0;
+
+  private:
+    void Answer(const unsigned char* body, int slot) {
+        calls.push_back({slot, body});
+#if defined(__x86_64__)
+        asm volatile("" : : "a"(answer));
+#endif
+    }
+};
+
+TEST_F(ApiReceive, WhatACallbackReturnsIsNotLookedAt) {
+    AnsweringSpi answering;
+    OpenApi api(nullptr);
+    ASSERT_EQ(api.VelaStart(answering, "chan3.ini"), 0);
+    for (const int answer : {0, 1, -1, INT_MAX}) {
+        answering.answer = answer;
+        answering.calls.clear();
+        for (std::uint8_t type = 17; type <= 20; ++type) {
+            FakeEnyx::QueuePacket("CUSTOM_CHAN3_DATA", Message(type));
+            EXPECT_EQ(api.VelaRecv(), 1) << answer;
+            EXPECT_EQ(api.VelaRecv(), 0) << answer;
+        }
+        EXPECT_EQ(answering.calls.size(), 4U);
+    }
+}
+
+class ThrowingSpi : public RecordingSpi {
+  public:
+    void OnDmaType17Msg(const unsigned char* body) override {
+        RecordingSpi::OnDmaType17Msg(body);
+        throw std::runtime_error("x");
+    }
+};
+
+TEST_F(ApiReceive, ACallbackThatThrowsIsHeardOfAndItsMessageNotDeliveredTwice) {
+    ThrowingSpi throwing;
+    OpenApi api(nullptr);
+    ASSERT_EQ(api.VelaStart(throwing, "chan3.ini"), 0);
+    FakeEnyx::QueuePacket("CUSTOM_CHAN3_DATA", Message(17));
+    FakeEnyx::QueuePacket("CUSTOM_CHAN3_DATA", Message(18));
+    EXPECT_THROW(api.VelaRecv(), std::runtime_error);
+    EXPECT_EQ(api.VelaRecv(), 1);
+    EXPECT_EQ(api.VelaRecv(), 0);
+    ASSERT_EQ(throwing.calls.size(), 2U);
+    EXPECT_EQ(throwing.calls[0].slot, 0);
+    EXPECT_EQ(throwing.calls[1].slot, 1);
 }
 
 TEST_F(ApiReceive, RecvBeforeAStartIsRefusedWithOneWarning) {

@@ -115,6 +115,18 @@ TEST_F(IsCallTimeExpired, TheNightWindowAppliesFromHour15) {
     EXPECT_TRUE(Expired(210000));
 }
 
+// As numbers, so that some that are no time of day lie inside, too.
+TEST_F(IsCallTimeExpired, TheWindowIsOneOfNumbers) {
+    FakeClock::SetTime(85600);
+    EXPECT_TRUE(Expired(85560));
+    EXPECT_TRUE(Expired(85599));
+    EXPECT_TRUE(Expired(89999));
+    EXPECT_TRUE(Expired(90099));
+    FakeClock::SetTime(205600);
+    EXPECT_TRUE(Expired(205599));
+    EXPECT_TRUE(Expired(209999));
+}
+
 TEST_F(IsCallTimeExpired, ClocksThatCannotBeReadAreZero) {
     FakeClock::SetTime(85600);
     drv->SetReg(0x104, 85600);

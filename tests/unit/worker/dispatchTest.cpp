@@ -2,11 +2,31 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <csignal>
 #include <vector>
 
 #include "mapPacket.h"
 #include "workerBench.h"
+
+namespace {
+int g_failingSignal = 0;  // whose sigaction fails
+int g_sigactions = 0;
+}  // namespace
+
+extern "C" {
+// The linker's names for the call as the code under test makes it, and for the real one.
+int __real_sigaction(int sig, const struct sigaction* now, struct sigaction* before);
+int __wrap_sigaction(int sig, const struct sigaction* now, struct sigaction* before);
+int __wrap_sigaction(int sig, const struct sigaction* now, struct sigaction* before) {
+    ++g_sigactions;
+    if (sig == g_failingSignal && now != nullptr) {
+        errno = EINVAL;
+        return -1;
+    }
+    return __real_sigaction(sig, now, before);
+}
+}
 
 namespace {
 
@@ -169,6 +189,24 @@ TEST_F(Dispatch, TheSignalHandlersAreInstalledOncePerProcess) {
     signal(SIGTERM, SIG_DFL);
     Receive({17, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0});
     EXPECT_EQ(ActionOf(SIGTERM).sa_handler, SIG_DFL);
+}
+
+TEST_F(Dispatch, AFailedInstallationIsNotTriedAgain) {
+    g_failingSignal = SIGTERM;
+    Receive({17, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xB0});
+    g_failingSignal = 0;
+    EXPECT_EQ(log.Lines(),
+              Lines_t{"ERROR Failed to install SIGTERM handle! msg:Invalid argument."});
+    ASSERT_EQ(spi.calls.size(), 1U);
+    EXPECT_EQ(Peer::SignalRegister(), 1);
+    EXPECT_EQ(ActionOf(SIGINT).sa_sigaction, &CSignalProcess::SignalHandler);
+    EXPECT_EQ(ActionOf(SIGTERM).sa_handler, SIG_DFL);
+    EXPECT_EQ(ActionOf(SIGPIPE).sa_handler, SIG_DFL);
+    g_sigactions = 0;
+    Receive({17, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xB0});
+    EXPECT_EQ(g_sigactions, 0);
+    EXPECT_EQ(spi.calls.size(), 2U);
+    EXPECT_EQ(log.Lines().size(), 1U);
 }
 
 TEST_F(Dispatch, AnInterruptBeforeTheFirstMarketDataEndsTheProcess) {

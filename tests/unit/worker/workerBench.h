@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <csignal>
 #include <fstream>
 #include <iterator>
@@ -55,7 +56,9 @@ struct ZceDmaChanTestPeer {
                 &chan.m_uiChannel};
     }
 
-    static unsigned char& SignalRegister() { return CZceDmaChanImpl::m_bSignalRegister; }
+    static std::atomic<unsigned char>& SignalRegister() {
+        return CZceDmaChanImpl::m_bSignalRegister;
+    }
     static unsigned char& AllSubsOver() { return CZceDmaChanImpl::s_bAllSubsOver; }
     static unsigned char& CallTimeExpired() { return CZceDmaChanImpl::s_bCallTimeExpired; }
     static unsigned char& LoadMapEnabled() { return CZceDmaChanImpl::s_bLoadMapEnabled; }

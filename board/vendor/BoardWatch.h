@@ -1,0 +1,38 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+struct enyx_hw_a2c_stream;
+struct enyx_hw_accelerator;
+
+namespace ZceBoard {
+
+// What a process that polls says on standard error of a board that ends under it, each line once
+// for each board: that it has gone, and that a new one has come, of which the process has nothing.
+// With ZCE_BOARD_QUIET=1 in the environment it says nothing.
+struct BoardWatch {
+    std::atomic<bool> goneTold{false};
+    std::atomic<bool> newTold{false};
+};
+
+// Polls of a stream that found nothing until it is looked after again: so many that a tenth of a
+// second passes in between, at whatever pace the process polls.
+struct IdleCount {
+    static constexpr uint32_t FIRST = 1024;
+    uint32_t left = FIRST;
+    uint32_t interval = FIRST;
+    int64_t lastNs = 0;
+
+    bool IsDue() { return --left == 0; }
+    void Restart();
+};
+
+// Looks whether the board lives, and puts right what the stream's reader has in the memory, should
+// something have been written over it. Leaves errno alone.
+[[gnu::cold]] void LookAfter(enyx_hw_a2c_stream& stream);
+
+// Says, once in a process, that the board of a bus is not for this user.
+void TellNoAccess(uint32_t bus);
+
+}  // namespace ZceBoard

@@ -1,0 +1,216 @@
+// The INI file's reader when memory or the file fail it: every allocation of a load, every read.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <iterator>
+#include <string>
+
+#include "configFixture.h"
+
+namespace {
+
+using testing::ElementsAre;
+using velatest::ConfigRig;
+using velatest::LogCapture;
+
+// Allocations since Count was set to 0; the one of this number fails (0: none), all later ones too
+// if `forGood` is set.
+struct Allocations {
+    static int count;
+    static int failing;
+    static bool forGood;
+    static int held;  // allocated and not freed
+
+    static bool Fails() {
+        ++count;
+        return failing != 0 && (count == failing || (forGood && count > failing));
+    }
+};
+int Allocations::count = 0;
+int Allocations::failing = 0;
+bool Allocations::forGood = false;
+int Allocations::held = 0;
+
+// How many bytes of a file that is opened now can be read before reading fails; -1: all.
+int s_readable = -1;
+
+struct Torn {
+    std::FILE* file;
+    int left;
+};
+
+ssize_t ReadTorn(void* cookie, char* buffer, std::size_t size) {
+    auto& torn = *static_cast<Torn*>(cookie);
+    if (torn.left == 0) {
+        errno = EIO;
+        return -1;
+    }
+    const std::size_t wanted = std::min(size, static_cast<std::size_t>(torn.left));
+    const std::size_t count = std::fread(buffer, 1, wanted, torn.file);
+    torn.left -= static_cast<int>(count);
+    return static_cast<ssize_t>(count);
+}
+
+int CloseTorn(void* cookie) {
+    const auto* torn = static_cast<Torn*>(cookie);
+    const int result = std::fclose(torn->file);
+    delete torn;
+    return result;
+}
+
+}  // namespace
+
+extern "C" {
+void* __real_malloc(std::size_t size);
+void* __wrap_malloc(std::size_t size);
+void __real_free(void* memory);
+void __wrap_free(void* memory);
+std::FILE* __real_fopen(const char* path, const char* mode);
+std::FILE* __wrap_fopen(const char* path, const char* mode);
+
+void* __wrap_malloc(std::size_t size) {
+    if (Allocations::Fails()) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+    ++Allocations::held;
+    return __real_malloc(size);
+}
+
+void __wrap_free(void* memory) {
+    Allocations::held -= memory == nullptr ? 0 : 1;
+    __real_free(memory);
+}
+
+std::FILE* __wrap_fopen(const char* path, const char* mode) {
+    std::FILE* const file = __real_fopen(path, mode);
+    if (file == nullptr || s_readable < 0 || std::strcmp(mode, "r") != 0) {
+        return file;
+    }
+    return fopencookie(new Torn{file, s_readable}, mode, {ReadTorn, nullptr, nullptr, CloseTorn});
+}
+}
+
+namespace {
+
+// More keys than the dictionary has room for at first, a continued line, a section twice.
+std::string BigText() {
+    std::string text = "[config]\ndevice = xilinx0:7\nczce_level1 = \\\n enabled\n";
+    for (int key = 0; key < 300; ++key) {
+        text += "key" + std::to_string(key) + " = value " + std::to_string(key) + "\n";
+    }
+    return text + "[channel7]\ninsts = SR209\n[config]\nkey0 = again\n";
+}
+
+std::ptrdiff_t OpenFiles() {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+}
+
+class IniGuard : public testing::Test {
+  protected:
+    // A load with this allocation failing, of a file of which so much can be read; whether it
+    // succeeded. A failed one must have said so and have left nothing behind.
+    bool Load(int failing, bool forGood, int readable = -1) {
+        log.Clear();
+        const int heldBefore = Allocations::held;
+        const std::ptrdiff_t filesBefore = OpenFiles();
+        int result = 0;
+        {
+            Vela2_U50::CZceConfigFile cfg(rig.file.path(), nullptr, nullptr);
+            Allocations::count = 0;
+            Allocations::forGood = forGood;
+            Allocations::failing = failing;
+            s_readable = readable;
+            result = cfg.Init();
+            Allocations::failing = 0;
+            s_readable = -1;
+            if (result == 0) {
+                EXPECT_EQ(cfg.GetDmaChannel(), 7U);
+            } else {
+                EXPECT_EQ(Allocations::held, heldBefore);
+                EXPECT_EQ(OpenFiles(), filesBefore);
+                EXPECT_THAT(log.Lines(),
+                            ElementsAre("ERROR Failed to load file " + rig.file.path()));
+            }
+        }
+        EXPECT_EQ(Allocations::held, heldBefore);
+        EXPECT_EQ(OpenFiles(), filesBefore);
+        return result == 0;
+    }
+    // Every allocation of a load failing, one after the other; how many there are.
+    int FailEach(bool forGood) {
+        for (int failing = 1;; ++failing) {
+            const bool loaded = Load(failing, forGood);
+            if (Allocations::count < failing) {
+                EXPECT_TRUE(loaded);
+                return failing - 1;
+            }
+            EXPECT_FALSE(loaded) << "allocation " << failing;
+        }
+    }
+
+    LogCapture log;
+    ConfigRig rig{BigText()};
+};
+
+TEST_F(IniGuard, AnyFailedAllocationIsAFailedLoad) {
+    const int allocations = FailEach(false);
+    EXPECT_GT(allocations, 600);
+    RecordProperty("allocations", allocations);
+}
+
+TEST_F(IniGuard, AnyAllocationFromWhichOnAllFailIsAFailedLoad) {
+    EXPECT_GT(FailEach(true), 600);
+}
+
+TEST_F(IniGuard, AFailedAllocationIsNamedOnStandardError) {
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(Load(20, false));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "iniparser: memory allocation failure\n");
+}
+
+// Wherever reading stops, also behind a whole line and before the first byte.
+TEST_F(IniGuard, AReadErrorIsAFailedLoadAndNotAShorterFile) {
+    const int size = static_cast<int>(BigText().size());
+    for (int readable = 0; readable < size; readable += 23) {
+        testing::internal::CaptureStderr();
+        EXPECT_FALSE(Load(0, false, readable)) << readable;
+        EXPECT_EQ(testing::internal::GetCapturedStderr(),
+                  "iniparser: cannot read the file, errmsg:Input/output error\n");
+    }
+    EXPECT_TRUE(Load(0, false));
+}
+
+TEST_F(IniGuard, AReadErrorInsteadOfTheEndIsAFailedLoad) {
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(Load(0, false, static_cast<int>(BigText().size())));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "iniparser: cannot read the file, errmsg:Input/output error\n");
+}
+
+// What one load holds is its own: freeing in another order than loading leaves the others whole.
+TEST_F(IniGuard, SeveralFilesAreHeldAndFreedInAnyOrder) {
+    const int heldBefore = Allocations::held;
+    ConfigRig other("[config]\ndevice = xilinx0:9\n");
+    {
+        Vela2_U50::CZceConfigFile second(other.file.path(), nullptr, nullptr);
+        {
+            Vela2_U50::CZceConfigFile first(rig.file.path(), nullptr, nullptr);
+            ASSERT_EQ(first.Init(), 0);
+            ASSERT_EQ(second.Init(), 0);
+            EXPECT_EQ(first.GetDmaChannel(), 7U);
+        }
+        EXPECT_EQ(second.GetBusId(), 0U);
+        EXPECT_TRUE(log.Has("INFO [channel:9] Busid:0, ChannelId:9."));
+        EXPECT_FALSE(Load(30, false));
+        EXPECT_EQ(second.GetBusId(), 0U);
+    }
+    EXPECT_EQ(Allocations::held, heldBefore);
+}
+
+}  // namespace
