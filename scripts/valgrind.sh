@@ -16,7 +16,7 @@ checked=0
 finish() {
     local status=$? pid
     for pid in "${pids[@]}"; do
-        kill -KILL "$pid" 2>/dev/null && wait "$pid" 2>/dev/null
+        { kill -KILL "$pid" && wait "$pid"; } 2>/dev/null || true
     done
     rm -f "/dev/shm/valgrind$$-zce-board.0"
     if [ $status -eq 0 ]; then

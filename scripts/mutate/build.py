@@ -19,6 +19,9 @@ from pathlib import Path
 MEMORY_LIMIT = 8 << 30
 FILE_LIMIT = 1 << 30
 COMPILE_SECONDS = 300
+# What is undefined ends the program, as it does under the sanitizers that the tests run with.
+CHECKED = ["-D_GLIBCXX_ASSERTIONS", "-fsanitize=undefined", "-fno-sanitize=vptr",
+           "-fsanitize-undefined-trap-on-error"]
 
 
 class Timeout(Exception):
@@ -143,9 +146,9 @@ class Workshop:
                 (copy / link.name).symlink_to(self.sources / source)
         return f"-I{copy}"
 
-    def _compile(self, made: str) -> Path | None:
+    def _compile(self, made: str, folder: str) -> Path | None:
         """The object from the private copy; None if it does not compile."""
-        target = self.place / "objects" / made
+        target = self.place / folder / made
         target.parent.mkdir(parents=True, exist_ok=True)
         root = re.escape(str(self.tree.root))
         build = re.escape(os.path.relpath(self.tree.build, self.tree.root))
@@ -154,11 +157,12 @@ class Workshop:
                  for word in self.tree.commands[made]]
         words = [word for word in words if not re.fullmatch(r"-O\w|-g\d?|-flto.*|-ffat-lto-objects", word)]
         words[words.index("-o") + 1] = str(target)
-        words += ["-O0", "-w"]
+        words += ["-O0", "-w", *CHECKED]
         status, self.output = run(words, self.tree.build, COMPILE_SECONDS, limits=False)
         return target if status == 0 else None
 
-    def compile(self, path: str, source: str, programs: list[str]) -> dict[str, Path] | None:
+    def compile(self, path: str, source: str, programs: list[str],
+                folder: str = "changed") -> dict[str, Path] | None:
         """Everything that the changed file reaches in these programs; None if it does not compile.
         """
         reached = self.tree.deps.get(path, set())
@@ -169,7 +173,7 @@ class Workshop:
         try:
             objects = {}
             for made in wanted:
-                target = self._compile(made)
+                target = self._compile(made, folder)
                 if target is None:
                     return None
                 objects[made] = target

@@ -23,35 +23,45 @@ CASE_SECONDS = 20.0  # and ten times what the unchanged program takes
 
 
 class Plan:
-    """What the unchanged file's tests do, built as the changed ones are: the measure of all."""
+    """What the unchanged file's tests do, built as the changed ones are: the measure of all. Each
+    program is measured when it is first needed."""
 
-    def __init__(self, shop: Workshop, path: str):
-        self.steps = []  # (program, cases that may share a process, the others, seconds)
-        source = (ROOT / path).read_text()
-        tests = tests_of(path)
-        self.programs = list(dict.fromkeys(program for program, _ in tests))
-        objects = shop.compile(path, source, self.programs)
-        if objects is None:
-            raise SystemExit(f"mutate: {path} unchanged does not compile:\n{shop.output}")
-        seen: set[str] = set()
-        for program, pattern in tests:
-            if not any(o in objects for o in shop.tree.objects(program)):
-                continue
-            binary = shop.link(program, objects)
-            if binary is None:
-                raise SystemExit(f"mutate: {program} does not link:\n{shop.output}")
-            names = [n for n in shop.cases(binary, pattern) if (program + n) not in seen]
-            seen.update(program + n for n in names)
-            if names:
-                self.steps.append((program, *self._measure(shop, binary, names)))
-
-        if not self.steps:
+    def __init__(self, tree: Tree, path: str):
+        reached = tree.deps.get(path, set())
+        self.path = path
+        self.tests = [(program, pattern) for program, pattern in tests_of(path)
+                      if reached & set(tree.objects(program))]
+        self.programs = list(dict.fromkeys(program for program, _ in self.tests))
+        self.steps: dict[int, tuple[list[str], list[str], float]] = {}
+        self.seen: set[tuple[str, str]] = set()
+        self.lock = threading.Lock()
+        if not self.tests:
             raise SystemExit(f"mutate: {path} reaches no test in scripts/mutate/table.py")
+
+    def step(self, shop: Workshop, number: int) -> tuple[list[str], list[str], float]:
+        """Of the n-th test program: cases that may share a process, the others, seconds."""
+        with self.lock:
+            if number not in self.steps:
+                self.steps[number] = self._first(shop, *self.tests[number])
+            return self.steps[number]
+
+    def _first(self, shop: Workshop, program: str,
+               pattern: str) -> tuple[list[str], list[str], float]:
+        source = (ROOT / self.path).read_text()
+        objects = shop.compile(self.path, source, [program], "unchanged")
+        binary = shop.link(program, objects) if objects is not None else None
+        if binary is None:
+            raise SystemExit(f"mutate: {self.path} unchanged: {program} cannot be built:\n"
+                             f"{shop.output}")
+        names = [n for n in shop.cases(binary, pattern) if (program, n) not in self.seen]
+        self.seen.update((program, n) for n in names)
+        return self._measure(shop, binary, names)
 
     @staticmethod
     def _measure(shop: Workshop, binary: Path, names: list[str]) -> tuple[list[str], list[str], float]:
         """Cases that pass one after the other in one process, cases that pass alone, seconds."""
         together, alone = list(names), []
+        shop.seconds = 0.0
         while together:
             passed, first = shop.run_cases(binary, together, 600)
             if passed:
@@ -71,7 +81,8 @@ def judge(shop: Workshop, plan: Plan, mutant: Mutant) -> tuple[str, str]:
         objects = shop.compile(mutant.path, changed, plan.programs)
         if objects is None:
             return "invalid", ""
-        for program, together, alone, seconds in plan.steps:
+        for number, (program, _) in enumerate(plan.tests):
+            together, alone, seconds = plan.step(shop, number)
             binary = shop.link(program, objects)
             if binary is None:
                 return "invalid", ""
@@ -107,7 +118,7 @@ class Run:
     def _plan(self, shop: Workshop, path: str) -> Plan:
         with self.lock:
             if path not in self.plans:
-                self.plans[path] = Plan(shop, path)
+                self.plans[path] = Plan(shop.tree, path)
             return self.plans[path]
 
     def work(self, shop: Workshop) -> None:

@@ -46,7 +46,7 @@ class Mutant:
     old: str
     new: str
     kind: str
-    text: str  # the line, without its indent
+    text: str  # the line, without its indent; a short one behind the line before it
 
     def apply(self, source: str) -> str:
         return source[: self.begin] + self.new + source[self.end :]
@@ -118,12 +118,18 @@ def _token_changes(kind: str, text: str, before: str, after: str) -> list[tuple[
     return []
 
 
+def _text(lines: list[str], number: int) -> str:
+    code = lines[number - 1].strip()
+    return code if len(code) > 10 or number < 2 else f"{lines[number - 2].strip()} {code}"
+
+
 def _statements(path: str, source: str, skipped: set[int]) -> list[Mutant]:
     found = []
     begin = 0
     previous = "{"
     indent = " " * (8 if path.endswith(".h") else 4)  # in a class there are declarations alone
-    for number, line in enumerate(source.split("\n"), 1):
+    lines = source.split("\n")
+    for number, line in enumerate(lines, 1):
         code = line.strip()
         whole = previous.endswith((";", "{", "}", ":")) or previous.startswith("//")
         if (
@@ -135,7 +141,8 @@ def _statements(path: str, source: str, skipped: set[int]) -> list[Mutant]:
         ):
             start = begin + len(line) - len(line.lstrip())
             end = begin + len(line.rstrip())
-            found.append(Mutant(path, number, start, end, code, ";", "statement", code))
+            found.append(Mutant(path, number, start, end, code, ";", "statement",
+                                _text(lines, number)))
         if code:
             previous = code
         begin += len(line) + 1
@@ -158,5 +165,5 @@ def mutants_of(path: str, source: str) -> list[Mutant]:
             after = source[match.end()] if match.end() < len(source) else "\n"
             for new, name in _token_changes(kind, text, before, after):
                 found.append(Mutant(path, number, match.start(), match.end(), text, new, name,
-                                    lines[number - 1].strip()))
+                                    _text(lines, number)))
     return sorted(found, key=lambda m: (m.begin, m.end, m.new))

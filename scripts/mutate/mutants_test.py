@@ -60,7 +60,7 @@ class Changes(unittest.TestCase):
     def test_a_change_is_known_by_its_line_wherever_that_stands(self):
         one, = mutants_of("src/a.cpp", "void F() {\n    return !a;\n}\n")
         self.assertEqual(one.line, 2)
-        self.assertEqual(one.key(), "src/a.cpp | return !a; | ! -> (nothing)")
+        self.assertEqual(one.key(), "src/a.cpp | void F() { return !a; | ! -> (nothing)")
 
 
 if __name__ == "__main__":

@@ -20,10 +20,11 @@ std::vector<Candidate> Streams(const EnyxState& state) {
 }
 
 template <typename Stream>
-Stream* CreateStream(const char* call, const char* kind, const EnyxObject* descriptor) {
+Stream* CreateStream(const char* call, const char* kind, const EnyxObject* descriptor,
+                     uint32_t flags) {
     EnyxState& state = TheEnyxState();
     const std::lock_guard<std::mutex> guard(state.mutex);
-    if (Enter(state, call) || !Usable(state, descriptor, call)) {
+    if (Enter(state, call, std::to_string(flags)) || !Usable(state, descriptor, call)) {
         return nullptr;
     }
     const bool open = std::any_of(
@@ -89,8 +90,8 @@ void enyx_hw_free_a2c_stream_descriptors(enyx_hw_a2c_stream_descriptor** descrip
 }
 
 enyx_hw_a2c_stream* enyx_hw_a2c_stream_create(const enyx_hw_a2c_stream_descriptor* descriptor,
-                                              uint32_t /*flags*/) {
-    return CreateStream<enyx_hw_a2c_stream>("a2c_stream_create", "a2c_stream", descriptor);
+                                              uint32_t flags) {
+    return CreateStream<enyx_hw_a2c_stream>("a2c_stream_create", "a2c_stream", descriptor, flags);
 }
 
 void enyx_hw_a2c_stream_destroy(enyx_hw_a2c_stream* stream) {
@@ -164,8 +165,8 @@ void enyx_hw_free_c2a_stream_descriptors(enyx_hw_c2a_stream_descriptor** descrip
 }
 
 enyx_hw_c2a_stream* enyx_hw_c2a_stream_create(const enyx_hw_c2a_stream_descriptor* descriptor,
-                                              uint32_t /*flags*/) {
-    return CreateStream<enyx_hw_c2a_stream>("c2a_stream_create", "c2a_stream", descriptor);
+                                              uint32_t flags) {
+    return CreateStream<enyx_hw_c2a_stream>("c2a_stream_create", "c2a_stream", descriptor, flags);
 }
 
 void enyx_hw_c2a_stream_destroy(enyx_hw_c2a_stream* stream) {

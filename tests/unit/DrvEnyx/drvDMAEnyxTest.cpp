@@ -34,10 +34,10 @@ TEST_F(DrvDmaInit, OpensThePairInTheOrderOfSteps) {
                 ElementsAre("filter_create", "filter_set_index 0", "enumerate_accelerators",
                             "filter_destroy", "accelerator_get", "free_accelerator_descriptors 1",
                             "filter_create", "filter_set_name CUSTOM_CHAN3_DATA",
-                            "accelerator_enumerate_a2c_streams", "a2c_stream_create",
+                            "accelerator_enumerate_a2c_streams", "a2c_stream_create 0",
                             "free_a2c_stream_descriptors 1", "accelerator_enumerate_c2a_streams",
-                            "c2a_stream_create", "free_c2a_stream_descriptors 1", "filter_destroy",
-                            "a2c_stream_get_mtu", "c2a_stream_get_mtu"));
+                            "c2a_stream_create 0", "free_c2a_stream_descriptors 1",
+                            "filter_destroy", "a2c_stream_get_mtu", "c2a_stream_get_mtu"));
     EXPECT_THAT(FakeEnyx::Live(), ElementsAre(Pair("a2c_stream", 1), Pair("c2a_stream", 1)));
     EXPECT_THAT(m_log.Lines(), ElementsAre("INFO Init dma channel :CUSTOM_CHAN3_DATA success."));
 }
