@@ -5,16 +5,16 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
-#include "memory/HostClock.h"
 #include "vendor/enyxHandles.h"
 
 namespace ZceBoard {
 
 namespace {
 
-constexpr int64_t LOOK_NS = 100'000'000;
-constexpr uint32_t MOST_POLLS = 1U << 26;
+constexpr double LOOK_PASSES = 100;
+constexpr double MOST_POLLS = 1U << 26;
 
 bool IsQuiet() {
     const char* const quiet = getenv("ZCE_BOARD_QUIET");
@@ -43,25 +43,31 @@ void LookForBoard(enyx_hw_accelerator& accelerator, const CBoardFile& holder) {
 
 }  // namespace
 
-void IdleCount::Restart() {
-    const int64_t now = RealNs();
-    const int64_t passed = std::max<int64_t>(now - lastNs, 1);
-    // Twice as many at most: the process may have been busy or asleep meanwhile.
-    const double wanted =
-        static_cast<double>(interval) * static_cast<double>(LOOK_NS) / static_cast<double>(passed);
-    interval = static_cast<uint32_t>(
-        std::clamp(wanted, 1.0, std::min(2.0 * interval, static_cast<double>(MOST_POLLS))));
+bool IdleCount::Restart(uint64_t passesNow) {
+    const uint64_t made = passesNow - std::exchange(passes, passesNow);
+    double wanted = 2.0 * interval;
+    if (made != 0) {
+        wanted = std::min(wanted, interval * LOOK_PASSES / static_cast<double>(made));
+        paced = static_cast<double>(made) * 4 >= LOOK_PASSES;
+    } else if (paced) {
+        wanted = interval;
+    }
+    interval = static_cast<uint32_t>(std::clamp(wanted, 1.0, MOST_POLLS));
     left = interval;
-    lastNs = now;
+    // Too soon to tell while the pace is not found.
+    return made != 0 || (!paced && interval < MOST_POLLS);
 }
 
 void LookAfter(enyx_hw_a2c_stream& stream) {
     const int err = errno;
-    stream.idle.Restart();
+    const bool bAlive =
+        stream.idle.Restart(stream.shm->stats.passes.load(std::memory_order_relaxed));
     if (stream.holder.Fd() >= 0) {  // else a forked child's, whose the stream is not
         stream.consumer.TellPosition();
         stream.ring.control->generation.store(stream.generation, std::memory_order_release);
-        LookForBoard(*stream.accelerator, stream.holder);
+        if (!bAlive) {  // the kernel is asked about a board that stands still, and about no other
+            LookForBoard(*stream.accelerator, stream.holder);
+        }
     }
     errno = err;
 }

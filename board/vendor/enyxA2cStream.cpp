@@ -54,6 +54,7 @@ ENYX_HW_EXPORT enyx_hw_a2c_stream* enyx_hw_a2c_stream_create(
     stream->ring = ZceBoard::ViewOf(memory.Shm().a2c[descriptor->channel]);
     stream->generation = ZceBoard::OpenRing(stream->ring, true);
     stream->consumer = ZceBoard::CRingConsumer(stream->ring, stream->generation);
+    stream->idle.passes = memory.Shm().stats.passes.load(std::memory_order_relaxed);
     return stream.release();
 }
 
