@@ -5,10 +5,6 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_L
   # GCC bug 105651: false alarms at "text" + std::string, optimised, in C++20.
   target_compile_options(velazce_flags INTERFACE -Wno-restrict)
 endif()
-if(CMAKE_UNITY_BUILD AND CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
-  # Said only where all members of a class happen to be in one unit.
-  target_compile_options(velazce_flags INTERFACE -Wno-unused-private-field)
-endif()
 if(VELAZCE_SANITIZE)
   target_compile_options(velazce_flags INTERFACE
                          -fsanitize=${VELAZCE_SANITIZE} -fno-omit-frame-pointer

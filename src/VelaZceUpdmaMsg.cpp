@@ -140,6 +140,8 @@ MsgKind_t KindOf(const unsigned char* msg, unsigned int len) {
     IVelaZceMdSpi& spi = *m_pApi->GetSpi();
     const unsigned char* const body = msg + g_uiHeadSize;
     // By halves, so that each of the four is two comparisons away.
+    static_assert(g_uiTypeMd17 % 2 == 1 && g_uiTypeMd18 % 2 == 0 && g_uiTypeMd19 % 2 == 1 &&
+                  g_uiTypeMd20 % 2 == 0);
     if (type % 2 != 0) {
         return type == g_uiTypeMd17 ? spi.OnDmaType17Msg(body) : spi.OnDmaType19Msg(body);
     }
