@@ -21,7 +21,7 @@
 // What other processes may write over a board's memory, and what it does to those that use it.
 namespace {
 
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr bool sanitizerHandlesFaults = true;
 #elif defined(__has_feature)
 #if __has_feature(address_sanitizer)
