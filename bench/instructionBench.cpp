@@ -24,19 +24,13 @@ constexpr int polls = 1000;  // of a stretch; that many messages fit into the ri
 
 CSink g_sink;
 // What an application without the library would write for one type: straight to the callback.
+// `slot` is a constant: the call goes straight through that slot of the table.
 template <std::uint32_t type>
 void OnOneType(const unsigned char* data, unsigned int /*size*/, void* context) {
-    auto* const spi = static_cast<IVelaZceMdSpi*>(context);
-    const unsigned char* const body = data + ZCE_BOARD_HEAD_SIZE;
-    if constexpr (type == 17) {
-        spi->OnDmaType17Msg(body);
-    } else if constexpr (type == 18) {
-        spi->OnDmaType18Msg(body);
-    } else if constexpr (type == 19) {
-        spi->OnDmaType19Msg(body);
-    } else {
-        spi->OnDmaType20Msg(body);
-    }
+    constexpr void (IVelaZceMdSpi::*slots[])(const unsigned char*) = {
+        &IVelaZceMdSpi::OnDmaType17Msg, &IVelaZceMdSpi::OnDmaType18Msg,
+        &IVelaZceMdSpi::OnDmaType19Msg, &IVelaZceMdSpi::OnDmaType20Msg};
+    (static_cast<IVelaZceMdSpi*>(context)->*slots[type - 17])(data + ZCE_BOARD_HEAD_SIZE);
 }
 
 ZceBoard::CRingProducer Producer(const CBenchBoard& board, unsigned int channel) {

@@ -13,7 +13,9 @@ std::time_t s_now = midnight;
 }  // namespace
 
 void SetClock(unsigned int hhmmss) {
-    s_now = midnight + hhmmss / 10000 * 3600 + hhmmss / 100 % 100 * 60 + hhmmss % 100;
+    const long hours = hhmmss / 10000;
+    const long minutes = hhmmss / 100 % 100;
+    s_now = midnight + hours * 3600 + minutes * 60 + hhmmss % 100;
 }
 
 unsigned int ClockTime() {

@@ -14,7 +14,6 @@
 namespace {
 
 using anomaly::CheckEnd;
-using anomaly::Failure;
 using anomaly::Kind;
 using anomaly::Lines_t;
 using anomaly::Outcome;

@@ -128,7 +128,7 @@ class HostileProcess : public boardtest::LibraryFixture {
             }
             puts("polling");
             fflush(stdout);
-            const enyx_hw_register_description word{4 * 0x11, 0, 32};
+            const enyx_hw_register_description word{4UL * 0x11, 0, 32};
             for (uint64_t poll = 0;; ++poll) {
                 enyx_hw_a2c_stream_poll_once(
                     stream,

@@ -103,7 +103,7 @@ TEST(ElogAllocation, ANewDayAllocatesNothingInAHandlerEither) {
     velatest::FakeClock::Set(20261116, 93005);
     EXPECT_EQ(AllocationsOf([] { CSignalProcess::SignalHandler(SIGINT, nullptr, nullptr); }), 0);
     velatest::FakeClock::Set(20261117, 93005);
-    EXPECT_EQ(AllocationsOf([] { LOG_INFO("a"); }), 0);
+    EXPECT_EQ(AllocationsOf([] { LOG_INFO("a"); }), 0);  // NOLINT(bugprone-lambda-function-name)
     EXPECT_EQ(
         velatest::NamesIn(dir.path()),
         (std::vector<std::string>{"fpga_20261115.log", "fpga_20261116.log", "fpga_20261117.log"}));

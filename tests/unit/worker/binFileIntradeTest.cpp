@@ -263,8 +263,7 @@ TEST_F(BinFileRead, ALongerLineComesInPiecesEachCountedAndJudgedLikeALine) {
                  "Invalid format!we skip line 3: " + head, "Invalid format!we skip line 5: " + head,
                  "Invalid format!we skip line 6: " + std::string(255, 'B'),
                  "Invalid format!we skip line 7: ,5\n",
-                 "Invalid format!we skip line 9: contract's_corresponding_time="
-                 "20261120085510\n",
+                 "Invalid format!we skip line 9: " + g_goodEnd.substr(0, 45),
                  "Invalid format!we skip line 10: bin_file_over_tag"}));
     EXPECT_TRUE(log.Has("INFO Loading from bin: Index:9,Instructmentid:CF301, lineNumber:4."));
     EXPECT_TRUE(log.Has("INFO Loading from bin: Index:8,Instructmentid:AP301, lineNumber:8."));
