@@ -60,6 +60,14 @@ tests() {
     total=$((total + $(sed -n 's/.*tests passed, .* out of \([0-9]*\)$/\1/p' "build/$preset/ctest.out")))
 }
 
+# The tests and benchmarks are left to scripts/tidy.sh by itself: from nothing they take longer than
+# all of the rest.
+tidy_product() {
+    local files
+    mapfile -t files < <(find src board capture tools examples -name '*.cpp' -o -name '*.c' | sort)
+    scripts/tidy.sh "${files[@]}"
+}
+
 total=0
 took=
 scratch=$(mktemp)
@@ -70,7 +78,7 @@ run "Build: release, g++" build release
 run "Tests: release" tests release
 if [ -z "$quick" ]; then
     run "Whole processes under valgrind" scripts/valgrind.sh
-    run "clang-tidy" scripts/tidy.sh
+    run "clang-tidy: the product" tidy_product
     run "Build: AddressSanitizer + UndefinedBehaviorSanitizer, clang++" build asan tests_unit tests_board
     run "Tests: AddressSanitizer + UndefinedBehaviorSanitizer" tests asan -L 'unit|board'
     run "Fuzzing: each target for 20 s" scripts/fuzz.sh --seconds 20
