@@ -77,7 +77,6 @@ run "Static analysis: cppcheck" scripts/analyze.sh cppcheck
 run "Build: release, g++" build release
 run "Tests: release" tests release
 if [ -z "$quick" ]; then
-    run "Whole processes under valgrind" scripts/valgrind.sh
     run "clang-tidy: the product" tidy_product
     run "Build: AddressSanitizer + UndefinedBehaviorSanitizer, clang++" build asan tests_unit tests_board
     run "Tests: AddressSanitizer + UndefinedBehaviorSanitizer" tests asan -L 'unit|board'
