@@ -9,10 +9,10 @@ export LC_ALL=C
 # What a build needs, and what the tests need on top, as Debian 12 names it.
 BUILD_PACKAGES=(g++ cmake ninja-build libiniparser-dev libcli11-dev libfmt-dev
                 libpcap-dev libboost-dev libgtest-dev libgmock-dev libbenchmark-dev
-                libncurses-dev nlohmann-json3-dev python3)
+                libncurses-dev nlohmann-json3-dev python3 valgrind)
 TEST_PACKAGES=(clang-14 clang-tidy clang-format libclang-rt-14-dev faketime strace binutils
                pkg-config make git procps tmux tshark
-               abigail-tools cppcheck valgrind)
+               abigail-tools cppcheck)
 
 say() { printf '\n== %s\n' "$*"; }
 
