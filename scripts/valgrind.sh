@@ -29,9 +29,8 @@ finish() {
 trap finish EXIT
 trap 'exit 130' INT TERM
 
-# Not those that are "possibly" lost: what the INI reader has lies behind a head of the library's own.
 memcheck=(valgrind --quiet --error-exitcode=99 --leak-check=full --track-fds=yes
-    --errors-for-leak-kinds=definite,indirect --show-leak-kinds=definite,indirect --log-file=memcheck)
+    --errors-for-leak-kinds=definite,indirect,possible --log-file=memcheck)
 export ZCE_BOARD_SHM_PREFIX=valgrind$$-
 
 # clock HHMM SS: everything started from here on sees this local time of day.
