@@ -1,19 +1,27 @@
 include(GoogleTest)
 
-# A test's own lines run once: in a release build they are not optimised, which halves their compile
-# time. What is tested keeps the options of its build, and so does a test program with the property
-# VELAZCE_OPTIMISED: one that runs its lines a million times.
+# A test's own lines run once: in a release build and under a sanitizer they are not optimised, which
+# takes the half and more off their compile time. What is tested keeps the options of its build, and
+# so do a test program marked OPTIMISED, which runs its lines a million times, and what it shares.
 add_library(velazce_test_flags INTERFACE)
-target_compile_options(velazce_test_flags INTERFACE
-  $<$<AND:$<CONFIG:Release>,$<NOT:$<BOOL:$<TARGET_PROPERTY:VELAZCE_OPTIMISED>>>>:-O0>)
 target_link_libraries(velazce_test_flags INTERFACE velazce_flags GTest::gmock GTest::gtest)
+if(VELAZCE_FUZZ)
+  target_compile_options(velazce_test_flags INTERFACE -fno-sanitize=fuzzer-no-link)
+endif()
+add_library(velazce_test_flags_once INTERFACE)
+if(VELAZCE_SANITIZE)
+  target_compile_options(velazce_test_flags_once INTERFACE -O0)
+else()
+  target_compile_options(velazce_test_flags_once INTERFACE $<$<CONFIG:Release>:-O0>)
+endif()
+target_link_libraries(velazce_test_flags_once INTERFACE velazce_test_flags)
 
-# What most tests include, read once for a whole build instead of once for each file. The
-# release build has none of it, so that a file without an include that it needs is found.
-option(VELAZCE_TEST_PCH "Precompile the headers that the tests share (not for Release)" OFF)
+# What most tests include, read once for a whole build instead of once for each file. A test includes
+# what it uses all the same: the builds without it find what is missing, and so does clang-tidy.
+option(VELAZCE_TEST_PCH "Precompile the headers that the tests share" OFF)
 if(VELAZCE_TEST_PCH)
   add_library(velazce_test_pch OBJECT ${PROJECT_SOURCE_DIR}/tests/support/precompiled.cpp)
-  target_link_libraries(velazce_test_pch PRIVATE velazce_test_flags)
+  target_link_libraries(velazce_test_pch PRIVATE velazce_test_flags_once)
   # As the test programs are compiled: g++ takes the header for no other options than its own.
   set_target_properties(velazce_test_pch PROPERTIES POSITION_INDEPENDENT_CODE OFF)
   target_compile_options(velazce_test_pch PRIVATE -fPIE)
@@ -21,7 +29,7 @@ if(VELAZCE_TEST_PCH)
                             "$<$<COMPILE_LANGUAGE:CXX>:${PROJECT_SOURCE_DIR}/tests/support/precompiled.h>")
 endif()
 
-# velazce_add_test(NAME SOURCES files... [LIBS targets...] [LABELS label])
+# velazce_add_test(NAME SOURCES files... [LIBS targets...] [LABELS label] [OPTIMISED])
 # The label is by default the name of the folder below tests/: unit or system.
 # The target tests_<label> builds all programs of a label.
 # One test program; each of its test cases becomes a ctest of its own, in a process of its own, so
@@ -35,11 +43,15 @@ function(velazce_quiet_false_alarms)
 endfunction()
 
 function(velazce_add_test name)
-  cmake_parse_arguments(ARG "" "" "SOURCES;LIBS;LABELS" ${ARGN})
+  cmake_parse_arguments(ARG "OPTIMISED" "" "SOURCES;LIBS;LABELS" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
-  target_link_libraries(${name} PRIVATE velazce_test_flags ${ARG_LIBS} GTest::gmock
+  set(flags velazce_test_flags_once)
+  if(ARG_OPTIMISED)
+    set(flags velazce_test_flags)
+  endif()
+  target_link_libraries(${name} PRIVATE ${flags} ${ARG_LIBS} GTest::gmock
                                         GTest::gtest GTest::gtest_main Threads::Threads)
-  if(VELAZCE_TEST_PCH)
+  if(VELAZCE_TEST_PCH AND NOT ARG_OPTIMISED)
     target_precompile_headers(${name} REUSE_FROM velazce_test_pch)
     set(sources_in_c ${ARG_SOURCES})
     list(FILTER sources_in_c INCLUDE REGEX "\\.c$")

@@ -23,8 +23,8 @@ for target in "${targets[@]}"; do
     [[ " ${all[*]} " == *" $target "* ]] || { echo "fuzz: no target $target; there are: ${all[*]}" >&2; exit 2; }
 done
 
-need "${BUILD_PACKAGES[@]}" clang-14 libclang-rt-14-dev
-build fuzz "${targets[@]/#/fuzz_}" >"/tmp/velazce-fuzz-$$.log" 2>&1 || {
+need "${BUILD_PACKAGES[@]}" clang-14 libclang-rt-14-dev lld
+build asan "${targets[@]/#/fuzz_}" >"/tmp/velazce-fuzz-$$.log" 2>&1 || {
     cat "/tmp/velazce-fuzz-$$.log"
     rm -f "/tmp/velazce-fuzz-$$.log"
     exit 1
@@ -48,7 +48,7 @@ feed() {
     mkdir -p "$out/corpus/$target" "$out/crashes" "$out/log"
     [ ! -f "fuzz/$target.dict" ] || options+=("-dict=fuzz/$target.dict")
     TMPDIR=$work ZCE_BOARD_SHM_PREFIX=velafuzz$$-$target- \
-        "$out/bin/fuzz_$target" -max_total_time="$seconds" -timeout=20 -rss_limit_mb=2048 \
+        "$ROOT/build/asan/bin/fuzz_$target" -max_total_time="$seconds" -timeout=20 -rss_limit_mb=2048 \
         -print_final_stats=1 -artifact_prefix="$out/crashes/$target-" "${options[@]}" \
         "$out/corpus/$target" "$ROOT/fuzz/seeds/$target" >"$out/log/$target.log" 2>&1 </dev/null
 }
@@ -64,7 +64,7 @@ report() {
         "$([ "$status" = 0 ] && echo ok || echo CRASHED)"
     [ "$status" = 0 ] || {
         grep -m 3 -E 'ERROR: |SUMMARY: |broken rule|runtime error' "$log" || tail -n 5 "$log"
-        sed -n 's/.*Test unit written to /reproduce: build\/fuzz\/bin\/fuzz_'"$target"' /p' "$log"
+        sed -n 's/.*Test unit written to /reproduce: build\/asan\/bin\/fuzz_'"$target"' /p' "$log"
     }
 }
 
