@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # valgrind.sh: whole processes under valgrind's memcheck, leaks and descriptors included: a master
 # that learns and a second channel from start to end, a master that recovers, and the board itself
-# with its programs. About a minute; ends with "valgrind: ok ..." or with what was found.
+# with its programs. About half a minute; ends with "valgrind: ok ..." or with what was found.
 source "$(dirname "$0")/common.sh"
 
 need "${BUILD_PACKAGES[@]}" valgrind

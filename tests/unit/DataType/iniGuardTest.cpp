@@ -14,6 +14,7 @@
 #include <new>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "DataType/ZceIniGuard.h"
 #include "configFixture.h"
@@ -49,6 +50,7 @@ int s_readable = -1;
 thread_local bool t_bLoading = false;
 std::array<const void*, 8192> s_blocks;
 std::size_t s_blockNum = 0;
+std::atomic<int> s_loadsBegun{0};
 
 void* Got(void* block) {
     ++Allocations::held;
@@ -136,6 +138,7 @@ dictionary* __wrap_iniparser_load(const char* path) {
     };
     const Loading_t loading;
     s_blockNum = 0;
+    ++s_loadsBegun;
     return __real_iniparser_load(path);
 }
 
@@ -287,17 +290,31 @@ TEST_F(IniGuard, ALoadedDictionaryIsInBlocksOfTheHeap) {
     iniparser_freedict(loaded);
 }
 
-// A dictionary is freed by one thread while another one loads.
+// What one thread frees is not taken for what another one is loading.
 TEST_F(IniGuard, OneThreadFreesWhileAnotherLoads) {
-    std::thread other([this] {
-        for (int turn = 0; turn < 200; ++turn) {
-            iniparser_freedict(Vela2_U50::ZceIniLoad(rig.file.path().c_str()));
+    const int heldBefore = Allocations::held;
+    const std::string path = rig.file.path();
+    std::vector<dictionary*> loaded(300);
+    for (dictionary*& one : loaded) {
+        one = Vela2_U50::ZceIniLoad(path.c_str());
+        ASSERT_NE(one, nullptr);
+    }
+    std::atomic<bool> bFreed{false};
+    std::thread loader([&] {
+        while (!bFreed) {
+            iniparser_freedict(Vela2_U50::ZceIniLoad(path.c_str()));
         }
     });
-    for (int turn = 0; turn < 200; ++turn) {
-        iniparser_freedict(Vela2_U50::ZceIniLoad(rig.file.path().c_str()));
+    for (dictionary* const one : loaded) {
+        const int before = s_loadsBegun;
+        while (s_loadsBegun == before) {
+            std::this_thread::yield();
+        }
+        iniparser_freedict(one);  // while the load that has just begun is going on
     }
-    other.join();
+    bFreed = true;
+    loader.join();
+    EXPECT_EQ(Allocations::held, heldBefore);
 }
 
 }  // namespace
