@@ -1,11 +1,14 @@
 #include "DataType/ZceIniGuard.h"
 
+#include <atomic>
 #include <cerrno>
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <limits>
+#include <new>
+#include <thread>
+#include <unordered_set>
 
 #include "Utils/threadMutex.h"
 
@@ -25,63 +28,42 @@ std::FILE* ZceIni_stderr = nullptr;
 
 namespace {
 
-// What stands in front of every block that iniparser gets: its neighbours in the ring of the blocks
-// of one load. Freeing a block touches no other load's.
-struct alignas(std::max_align_t) Block_t {
-    Block_t* pPrev;
-    Block_t* pNext;
-};
-
-void Close(Block_t& ring) {
-    ring.pPrev = &ring;
-    ring.pNext = &ring;
-}
-
-void Unlink(Block_t& block) {
-    block.pPrev->pNext = block.pNext;
-    block.pNext->pPrev = block.pPrev;
-    Close(block);
-}
-
-void InsertBehind(Block_t& place, Block_t& block) {
-    block.pPrev = &place;
-    block.pNext = place.pNext;
-    place.pNext->pPrev = &block;
-    place.pNext = &block;
-}
-
 // Leaves iniparser_load in the middle: its frames hold nothing but what the load has noted here.
 struct LoadFailed_t {};
 
-// What the load that is going on has taken.
+// What the load that is going on has taken. The blocks are noted beside them and not in front of
+// them: once loaded, they are the heap's like any other, and its checkers see whose they are.
 struct Load_t {
-    Block_t blocks;
-    std::FILE* pFile;
+    std::unordered_set<void*> blocks;
+    std::FILE* pFile = nullptr;
 };
 
 VORBA2::CThreadMutex g_loadMutex;
 Load_t* g_pLoad = nullptr;  // guarded by g_loadMutex; null between loads
+// The thread of that load, no thread between loads: any other one that frees, frees a dictionary.
+std::atomic<std::thread::id> g_loader;
 
 [[noreturn]] void LeaveLoad() {
     throw LoadFailed_t{};
 }
 
-void* NewBlock(std::size_t size) {
-    void* const pRaw = size > std::numeric_limits<std::size_t>::max() - sizeof(Block_t)
-                           ? nullptr
-                           : std::malloc(sizeof(Block_t) + size);
-    if (pRaw == nullptr) {
-        std::fputs("iniparser: memory allocation failure\n", stderr);
-        LeaveLoad();
+// A block as the heap has given it, noted; none at all ends the load.
+void* Note(void* block) {
+    if (block != nullptr) {
+        try {
+            g_pLoad->blocks.insert(block);
+            return block;
+        } catch (const std::bad_alloc&) {
+            std::free(block);
+        }
     }
-    auto* const pBlock = static_cast<Block_t*>(pRaw);
-    InsertBehind(g_pLoad->blocks, *pBlock);
-    return pBlock + 1;
+    std::fputs("iniparser: memory allocation failure\n", stderr);
+    LeaveLoad();
 }
 
-void GiveBack(Load_t& load) {
-    while (load.blocks.pNext != &load.blocks) {
-        ZceIni_free(load.blocks.pNext + 1);
+void GiveBack(const Load_t& load) {
+    for (void* const block : load.blocks) {
+        std::free(block);
     }
     if (load.pFile != nullptr) {
         std::fclose(load.pFile);
@@ -91,21 +73,18 @@ void GiveBack(Load_t& load) {
 }  // namespace
 
 void* ZceIni_malloc(std::size_t size) {
-    return NewBlock(size);
+    return Note(std::malloc(size));
 }
 
 void* ZceIni_calloc(std::size_t count, std::size_t size) {
-    const bool bTooMuch = size != 0 && count > std::numeric_limits<std::size_t>::max() / size;
-    const std::size_t bytes = bTooMuch ? std::numeric_limits<std::size_t>::max() : count * size;
-    return std::memset(NewBlock(bytes), 0, bytes);
+    return Note(std::calloc(count, size));
 }
 
 void ZceIni_free(void* memory) {
-    if (memory != nullptr) {
-        Block_t* const pBlock = static_cast<Block_t*>(memory) - 1;
-        Unlink(*pBlock);
-        std::free(pBlock);
+    if (g_loader.load(std::memory_order_relaxed) == std::this_thread::get_id()) {
+        g_pLoad->blocks.erase(memory);
     }
+    std::free(memory);
 }
 
 std::FILE* ZceIni_fopen(const char* path, const char* mode) {
@@ -129,9 +108,9 @@ int ZceIni_fclose(std::FILE* file) {
 
 dictionary* Vela2_U50::ZceIniLoad(const char* path) {
     const VORBA2::CThreadMutexGuard guard(g_loadMutex);
-    Load_t load{};
-    Close(load.blocks);
+    Load_t load;
     g_pLoad = &load;
+    g_loader.store(std::this_thread::get_id(), std::memory_order_relaxed);
     ZceIni_stderr = stderr;
     dictionary* loaded = nullptr;
     try {
@@ -139,10 +118,9 @@ dictionary* Vela2_U50::ZceIniLoad(const char* path) {
     } catch (const LoadFailed_t&) {
         loaded = nullptr;
     }
+    g_loader.store(std::thread::id(), std::memory_order_relaxed);
     g_pLoad = nullptr;
-    if (loaded != nullptr) {
-        Unlink(load.blocks);  // the dictionary's blocks stay a ring of their own
-    } else {
+    if (loaded == nullptr) {
         GiveBack(load);
     }
     return loaded;

@@ -119,9 +119,6 @@ TEST_P(HostAnomaly, EveryAllocationFails) {
 }
 
 TEST_P(HostAnomaly, EveryLockFails) {
-#ifdef __SANITIZE_THREAD__
-    GTEST_SKIP() << "the sanitizer reports the unlock of a lock whose taking was made to fail";
-#endif
     FailEach(Kind::MutexLock);
 }
 
@@ -142,9 +139,6 @@ TEST(HostAnomalyLine, AnApiObjectThatCannotBeMadeIsNull) {
 
 // The last lock of a run is that of the API object's end, but for the two of the line that follows.
 TEST(HostAnomalyLine, AFailedLockInADestructorIsALine) {
-#ifdef __SANITIZE_THREAD__
-    GTEST_SKIP() << "the sanitizer reports the unlock of a lock whose taking was made to fail";
-#endif
     for (const Scenario* scenario : {&anomaly::channel3, &anomaly::fromCache}) {
         Runner runner(*scenario);
         const std::uint32_t locks = runner.Run({}).Count(Kind::MutexLock);

@@ -88,6 +88,8 @@ int __real_pthread_mutex_lock(pthread_mutex_t* mutex);
 int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex);
 void* __real_malloc(std::size_t size);
 void* __wrap_malloc(std::size_t size);
+void* __real_calloc(std::size_t count, std::size_t size);
+void* __wrap_calloc(std::size_t count, std::size_t size);
 
 std::FILE* __wrap_fopen(const char* path, const char* mode) {
     if (Fails(Kind::Fopen)) {
@@ -148,6 +150,14 @@ void* __wrap_malloc(std::size_t size) {
         return nullptr;
     }
     return __real_malloc(size);
+}
+
+void* __wrap_calloc(std::size_t count, std::size_t size) {
+    if (Fails(Kind::Memory)) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+    return __real_calloc(count, size);
 }
 }
 

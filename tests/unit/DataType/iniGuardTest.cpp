@@ -3,13 +3,20 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <iterator>
+#include <new>
 #include <string>
+#include <thread>
+#include <vector>
 
+#include "DataType/ZceIniGuard.h"
 #include "configFixture.h"
 
 namespace {
@@ -21,23 +28,42 @@ using velatest::LogCapture;
 // Allocations since Count was set to 0; the one of this number fails (0: none), all later ones too
 // if `forGood` is set.
 struct Allocations {
-    static int count;
+    static std::atomic<int> count;
     static int failing;
     static bool forGood;
-    static int held;  // allocated and not freed
+    static std::atomic<int> held;  // allocated and not freed
 
     static bool Fails() {
         ++count;
         return failing != 0 && (count == failing || (forGood && count > failing));
     }
 };
-int Allocations::count = 0;
+std::atomic<int> Allocations::count{0};
 int Allocations::failing = 0;
 bool Allocations::forGood = false;
-int Allocations::held = 0;
+std::atomic<int> Allocations::held{0};
 
 // How many bytes of a file that is opened now can be read before reading fails; -1: all.
 int s_readable = -1;
+
+// Whether iniparser runs in this thread, and the starts of the blocks it got in the last load.
+thread_local bool t_bLoading = false;
+std::array<const void*, 8192> s_blocks;
+std::size_t s_blockNum = 0;
+std::atomic<int> s_loadsBegun{0};
+
+void* Got(void* block) {
+    ++Allocations::held;
+    if (t_bLoading) {  // one load at a time
+        s_blocks.at(s_blockNum++) = block;
+    }
+    return block;
+}
+
+bool IsBlock(const void* memory) {
+    const auto* const end = s_blocks.cbegin() + s_blockNum;
+    return std::find(s_blocks.cbegin(), end, memory) != end;
+}
 
 struct Torn {
     std::FILE* file;
@@ -68,6 +94,12 @@ int CloseTorn(void* cookie) {
 extern "C" {
 void* __real_malloc(std::size_t size);
 void* __wrap_malloc(std::size_t size);
+void* __real_calloc(std::size_t count, std::size_t size);
+void* __wrap_calloc(std::size_t count, std::size_t size);
+void* __real__Znwm(std::size_t size);
+void* __wrap__Znwm(std::size_t size);
+dictionary* __real_iniparser_load(const char* path);
+dictionary* __wrap_iniparser_load(const char* path);
 void __real_free(void* memory);
 void __wrap_free(void* memory);
 std::FILE* __real_fopen(const char* path, const char* mode);
@@ -78,8 +110,36 @@ void* __wrap_malloc(std::size_t size) {
         errno = ENOMEM;
         return nullptr;
     }
-    ++Allocations::held;
-    return __real_malloc(size);
+    return Got(__real_malloc(size));
+}
+
+void* __wrap_calloc(std::size_t count, std::size_t size) {
+    if (Allocations::Fails()) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+    return Got(__real_calloc(count, size));
+}
+
+// operator new: fails while iniparser runs, which itself has none.
+void* __wrap__Znwm(std::size_t size) {
+    if (t_bLoading && Allocations::Fails()) {
+        throw std::bad_alloc();
+    }
+    return __real__Znwm(size);
+}
+
+dictionary* __wrap_iniparser_load(const char* path) {
+    struct Loading_t {
+        Loading_t() { t_bLoading = true; }
+        ~Loading_t() { t_bLoading = false; }
+        Loading_t(const Loading_t&) = delete;
+        Loading_t& operator=(const Loading_t&) = delete;
+    };
+    const Loading_t loading;
+    s_blockNum = 0;
+    ++s_loadsBegun;
+    return __real_iniparser_load(path);
 }
 
 void __wrap_free(void* memory) {
@@ -101,7 +161,7 @@ namespace {
 // More keys than the dictionary has room for at first, a continued line, a section twice.
 std::string BigText() {
     std::string text = "[config]\ndevice = xilinx0:7\nczce_level1 = \\\n enabled\n";
-    for (int key = 0; key < 300; ++key) {
+    for (int key = 0; key < 150; ++key) {
         text += "key" + std::to_string(key) + " = value " + std::to_string(key) + "\n";
     }
     return text + "[channel7]\ninsts = SR209\n[config]\nkey0 = again\n";
@@ -160,7 +220,7 @@ class IniGuard : public testing::Test {
 
 TEST_F(IniGuard, AnyFailedAllocationIsAFailedLoad) {
     const int allocations = FailEach(false);
-    EXPECT_GT(allocations, 600);
+    EXPECT_GT(allocations, 600);  // those of iniparser, and what is noted of each
     RecordProperty("allocations", allocations);
 }
 
@@ -210,6 +270,50 @@ TEST_F(IniGuard, SeveralFilesAreHeldAndFreedInAnyOrder) {
         EXPECT_FALSE(Load(30, false));
         EXPECT_EQ(second.GetBusId(), 0U);
     }
+    EXPECT_EQ(Allocations::held, heldBefore);
+}
+
+// The heap and its checkers know a block by where it starts.
+TEST_F(IniGuard, ALoadedDictionaryIsInBlocksOfTheHeap) {
+    dictionary* const loaded = Vela2_U50::ZceIniLoad(rig.file.path().c_str());
+    ASSERT_NE(loaded, nullptr);
+    EXPECT_TRUE(IsBlock(loaded));
+    int entries = 0;
+    for (ssize_t slot = 0; slot < loaded->size; ++slot) {
+        if (loaded->key[slot] != nullptr) {
+            ++entries;
+            EXPECT_TRUE(IsBlock(loaded->key[slot]));
+            EXPECT_TRUE(loaded->val[slot] == nullptr || IsBlock(loaded->val[slot]));
+        }
+    }
+    EXPECT_EQ(entries, 155);
+    iniparser_freedict(loaded);
+}
+
+// What one thread frees is not taken for what another one is loading.
+TEST_F(IniGuard, OneThreadFreesWhileAnotherLoads) {
+    const int heldBefore = Allocations::held;
+    const std::string path = rig.file.path();
+    std::vector<dictionary*> loaded(300);
+    for (dictionary*& one : loaded) {
+        one = Vela2_U50::ZceIniLoad(path.c_str());
+        ASSERT_NE(one, nullptr);
+    }
+    std::atomic<bool> bFreed{false};
+    std::thread loader([&] {
+        while (!bFreed) {
+            iniparser_freedict(Vela2_U50::ZceIniLoad(path.c_str()));
+        }
+    });
+    for (dictionary* const one : loaded) {
+        const int before = s_loadsBegun;
+        while (s_loadsBegun == before) {
+            std::this_thread::yield();
+        }
+        iniparser_freedict(one);  // while the load that has just begun is going on
+    }
+    bFreed = true;
+    loader.join();
     EXPECT_EQ(Allocations::held, heldBefore);
 }
 

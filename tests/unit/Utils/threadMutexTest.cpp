@@ -3,9 +3,25 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cerrno>
 #include <thread>
 #include <type_traits>
 #include <vector>
+
+namespace {
+
+thread_local bool t_bLockFails = false;
+
+}  // namespace
+
+extern "C" {
+int __real_pthread_mutex_lock(pthread_mutex_t* mutex);
+int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex);
+
+int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {
+    return t_bLockFails ? EAGAIN : __real_pthread_mutex_lock(mutex);
+}
+}
 
 namespace {
 
@@ -78,6 +94,33 @@ TEST(ThreadMutex, GuardHoldsForItsLife) {
     CThreadMutex mutex;
     {
         const CThreadMutexGuard guard(mutex);
+        EXPECT_FALSE(IsFree(mutex));
+    }
+    EXPECT_TRUE(IsFree(mutex));
+}
+
+TEST(ThreadMutex, AcquireTellsWhetherItGotTheMutex) {
+    CThreadMutex mutex;
+    t_bLockFails = true;
+    const bool bGot = mutex.Acquire();
+    t_bLockFails = false;
+    EXPECT_FALSE(bGot);
+    EXPECT_TRUE(IsFree(mutex));
+    EXPECT_TRUE(mutex.Acquire());
+    EXPECT_FALSE(IsFree(mutex));
+    mutex.Release();
+}
+
+// A guard that did not get the mutex leaves it to the one around it.
+TEST(ThreadMutex, GuardGivesBackOnlyWhatItGot) {
+    CThreadMutex mutex;
+    {
+        const CThreadMutexGuard around(mutex);
+        {
+            t_bLockFails = true;
+            const CThreadMutexGuard guard(mutex);
+            t_bLockFails = false;
+        }
         EXPECT_FALSE(IsFree(mutex));
     }
     EXPECT_TRUE(IsFree(mutex));
