@@ -16,10 +16,12 @@ else()
 endif()
 target_link_libraries(velazce_test_flags_once INTERFACE velazce_test_flags)
 
-# What most tests include, read once for a whole build instead of once for each file. A test includes
-# what it uses all the same: the builds without it find what is missing, and so does clang-tidy.
-option(VELAZCE_TEST_PCH "Precompile the headers that the tests share" OFF)
-if(VELAZCE_TEST_PCH)
+# Quick: what most tests include is read once for a whole build instead of once for each file, and the
+# files of a program are compiled eight at a time. A test includes what it uses all the same, and two
+# files of a program have no name in common: the builds without it find what is missing.
+option(VELAZCE_QUICK_TESTS "Compile the tests together, with precompiled headers" OFF)
+set(CMAKE_UNITY_BUILD ${VELAZCE_QUICK_TESTS})
+if(VELAZCE_QUICK_TESTS)
   add_library(velazce_test_pch OBJECT ${PROJECT_SOURCE_DIR}/tests/support/precompiled.cpp)
   target_link_libraries(velazce_test_pch PRIVATE velazce_test_flags_once)
   # As the test programs are compiled: g++ takes the header for no other options than its own.
@@ -51,11 +53,12 @@ function(velazce_add_test name)
   endif()
   target_link_libraries(${name} PRIVATE ${flags} ${ARG_LIBS} GTest::gmock
                                         GTest::gtest GTest::gtest_main Threads::Threads)
-  if(VELAZCE_TEST_PCH AND NOT ARG_OPTIMISED)
+  if(VELAZCE_QUICK_TESTS AND NOT ARG_OPTIMISED)
     target_precompile_headers(${name} REUSE_FROM velazce_test_pch)
     set(sources_in_c ${ARG_SOURCES})
     list(FILTER sources_in_c INCLUDE REGEX "\\.c$")
-    set_source_files_properties(${sources_in_c} PROPERTIES SKIP_PRECOMPILE_HEADERS ON)
+    set_source_files_properties(${sources_in_c} PROPERTIES SKIP_PRECOMPILE_HEADERS ON
+                                                           SKIP_UNITY_BUILD_INCLUSION ON)
   endif()
   # As they were compiled: link-time optimisation would pass by the calls that tests wrap.
   target_link_options(${name} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-fno-lto>)
@@ -69,6 +72,14 @@ function(velazce_add_test name)
   add_dependencies(tests_${ARG_LABELS} ${name})
   gtest_discover_tests(${name} DISCOVERY_TIMEOUT 120
                        PROPERTIES LABELS "${ARG_LABELS}" TIMEOUT 120)
+endfunction()
+
+# velazce_own_new(TARGET): it brings its own operator new, which the ThreadSanitizer of clang has too; the
+# program's comes first.
+function(velazce_own_new target)
+  if(VELAZCE_SANITIZE STREQUAL "thread" AND CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    target_link_options(${target} PRIVATE LINKER:--allow-multiple-definition)
+  endif()
 endfunction()
 
 # velazce_add_room_test(NAME SOURCES files... [LIBS targets...]): the tests of a room, with the label

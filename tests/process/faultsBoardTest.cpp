@@ -20,9 +20,8 @@ using ZceBoard::Fault;
 
 namespace {
 
-using boardtest::QuoteOf;
-
 using boardtest::MS;
+using boardtest::QuoteOf;
 
 constexpr uint32_t any = 0xFFFFFFFF;
 constexpr uint32_t inSession = 93000;
@@ -235,7 +234,8 @@ TEST_F(BoardFaults, TheStatusLineEndsWithThem) {
 
 // ---- The garbage itself -------------------------------------------------------------------------
 
-uint32_t TypeOf(const std::vector<unsigned char>& message) {
+// Of a message that may be shorter than its type.
+uint32_t TypeOfGarbage(const std::vector<unsigned char>& message) {
     uint32_t type = 0;
     memcpy(&type, message.data(), std::min(message.size(), sizeof(type)));
     return type;
@@ -253,7 +253,7 @@ TEST(Garbage, HasEveryLengthAndEveryTypeNearTheRealOnes) {
         if (message.size() < 4) {
             continue;
         }
-        const uint32_t type = TypeOf(message);
+        const uint32_t type = TypeOfGarbage(message);
         types.insert(type);
         wild = wild || type > 0xFFFF;
         if (message.size() < 12 && type >= 17 && type <= 20) {
@@ -289,7 +289,7 @@ TEST(Garbage, HasMapPacketsWithEveryKindOfBrokenLength) {
     std::set<std::string> kinds;
     for (int k = 0; k < 20'000; ++k) {
         const auto& message = garbage.Next();
-        if (message.size() < 16 || TypeOf(message) != 2) {
+        if (message.size() < 16 || TypeOfGarbage(message) != 2) {
             continue;
         }
         const size_t area = size_t{message[12]} << 8 | message[13];

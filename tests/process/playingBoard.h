@@ -7,14 +7,12 @@
 
 #include "boardMessages.h"
 #include "device/Board.h"
+#include "nanoseconds.h"
 #include "process/BoardLoop.h"
 #include "tests/memory/boardFixture.h"
 #include "traffic/LiveTraffic.h"
 
 namespace boardtest {
-
-constexpr int64_t MS = 1000000;
-constexpr int64_t SECOND = 1000 * MS;
 
 // A board whose clock the test sets, with a short list of instruments, and readers of its streams.
 class PlayingBoard : public BoardFixture {

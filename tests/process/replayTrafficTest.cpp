@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "captureBytes.h"
+#include "nanoseconds.h"
 #include "process/BoardLoop.h"
 #include "tests/memory/boardFixture.h"
 
@@ -21,8 +22,6 @@ using velatest::CaptureBytes;
 using velatest::Little;
 using velatest::Prefix;
 
-constexpr int64_t MS = 1'000'000;
-constexpr int64_t SECOND = 1000 * MS;
 constexpr uint64_t NINE = 1795165200;  // 2026-11-20 09:00:00 UTC
 
 // A message of a type, `size` bytes in all, filled with a letter.

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "boardMessages.h"
+#include "nanoseconds.h"
 #include "process/BoardLoop.h"
 #include "tests/memory/boardFixture.h"
 
@@ -15,8 +16,6 @@ namespace {
 using ZceBoard::Fault;
 using ZceBoard::Phase;
 
-constexpr int64_t MS = 1'000'000;
-constexpr int64_t SECOND = 1000 * MS;
 using Messages = std::vector<std::vector<unsigned char>>;
 
 // A board that plays a scenario on a host clock in the test's hand, read on channel 0.

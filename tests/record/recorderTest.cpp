@@ -20,6 +20,7 @@
 #include "capture/CaptureReader.h"
 #include "capture/OutputFile.h"
 #include "captureBytes.h"
+#include "nanoseconds.h"
 #include "record/Handles.h"
 #include "record/MessageRecorder.h"
 #include "record/Recorder.h"
@@ -36,7 +37,7 @@ using ZceRecord::CHandles;
 using ZceRecord::CMessageQueue;
 using ZceRecord::CMessageRecorder;
 
-constexpr int64_t SECOND = 1'000'000'000;
+using boardtest::SECOND;
 constexpr size_t HEAD = 24;  // of a message in a queue
 
 std::string ReadAll(const std::string& path) {

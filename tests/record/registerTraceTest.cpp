@@ -9,6 +9,7 @@
 #include <iterator>
 #include <string>
 
+#include "nanoseconds.h"
 #include "tempDir.h"
 
 namespace {
@@ -16,7 +17,7 @@ namespace {
 using ZceRecord::CRegisterTrace;
 using ZceRecord::RegisterAccess;
 
-constexpr int64_t SECOND = 1'000'000'000;
+using boardtest::SECOND;
 
 class RegisterTrace : public testing::Test {
   protected:

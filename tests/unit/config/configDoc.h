@@ -26,6 +26,9 @@ struct DocTable {
     std::vector<DocRow> rows;
 };
 
+// docs/configuration.md
+inline constexpr const char* configPage = VELAZCE_CONFIG_DOC;
+
 // Every table of the page; empty if it cannot be read.
 std::vector<DocTable> ReadDocTables(const std::string& path);
 

@@ -19,8 +19,6 @@ namespace {
 using velatest::DocRow;
 using velatest::DocTable;
 
-constexpr const char* page = VELAZCE_CONFIG_DOC;
-
 // The selection, with its result in reach.
 class OpenContractServ : public Vela2_U50::CContractServ {
   public:
@@ -71,8 +69,8 @@ std::set<std::string> Select(const std::vector<std::string>& rules,
 }
 
 TEST(ConfigPageRules, SelectWhatThePageSays) {
-    const std::vector<DocTable> lists = velatest::DocTablesOf(page, "instrument");
-    const std::vector<DocTable> tables = velatest::DocTablesOf(page, "rules");
+    const std::vector<DocTable> lists = velatest::DocTablesOf(velatest::configPage, "instrument");
+    const std::vector<DocTable> tables = velatest::DocTablesOf(velatest::configPage, "rules");
     ASSERT_EQ(lists.size(), 1U);
     ASSERT_EQ(tables.size(), 1U);
     std::vector<std::string> names;
@@ -85,7 +83,7 @@ TEST(ConfigPageRules, SelectWhatThePageSays) {
         const std::vector<std::string>& told = row.cells.at(1).spans;
         EXPECT_EQ(Select(row.cells.at(0).spans, Numbered(names)),
                   std::set<std::string>(told.begin(), told.end()))
-            << page << ":" << row.line;
+            << velatest::configPage << ":" << row.line;
     }
 }
 

@@ -23,7 +23,6 @@ using velatest::DocTable;
 using velatest::StartEffect;
 using velatest::TempDir;
 
-constexpr const char* page = VELAZCE_CONFIG_DOC;
 constexpr const char* wholeFile = "The whole file";
 constexpr std::size_t kindColumn = 0;
 constexpr std::size_t fileColumn = 1;
@@ -52,7 +51,7 @@ std::vector<ValueRow> RowsOf(const DocTable& table) {
 
 // Every table of bad values on the page.
 const std::vector<DocTable>& ValueTables() {
-    static const std::vector<DocTable> tables = velatest::DocTablesOf(page, "kind");
+    static const std::vector<DocTable> tables = velatest::DocTablesOf(velatest::configPage, "kind");
     return tables;
 }
 
@@ -217,7 +216,7 @@ std::vector<std::string> ToldLines(const ValueRow& row, const StartEffect& effec
     if (effect.fails) {
         return own;
     }
-    static const std::vector<DocTable> steps = velatest::DocTablesOf(page, "step");
+    static const std::vector<DocTable> steps = velatest::DocTablesOf(velatest::configPage, "step");
     EXPECT_EQ(steps.size(), 1U);
     const std::set<std::string> told =
         row.Lines().raw == "the usual" ? std::set<std::string>() : StepsOf(row.key);
@@ -281,7 +280,8 @@ class ConfigValues : public testing::TestWithParam<std::size_t> {};
 
 TEST_P(ConfigValues, DoWhatThePageSays) {
     for (const ValueRow& row : RowsOf(ValueTables().at(GetParam()))) {
-        SCOPED_TRACE(std::string(page) + ":" + std::to_string(row.row.line) + ", " + row.Kind());
+        SCOPED_TRACE(std::string(velatest::configPage) + ":" + std::to_string(row.row.line) + ", " +
+                     row.Kind());
         TryRow(row);
     }
 }
@@ -359,7 +359,8 @@ TEST(ConfigPage, RowsWriteTheKeyOfTheirTable) {
                 return static_cast<char>(std::tolower(letter));
             });
         }
-        EXPECT_NE(written.find(key), std::string::npos) << page << ":" << row.row.line;
+        EXPECT_NE(written.find(key), std::string::npos)
+            << velatest::configPage << ":" << row.row.line;
     }
 }
 

@@ -75,10 +75,6 @@ class ElogPlanted : public testing::Test {
     std::string m_error;
 };
 
-std::size_t OpenDescriptors() {
-    return NamesIn("/proc/self/fd").size();
-}
-
 TEST_F(ElogPlanted, ALinkIsNotFollowed) {
     ASSERT_EQ(symlink(m_victim.c_str(), m_today.c_str()), 0);
     ExpectRefused("Too many levels of symbolic links");
@@ -99,9 +95,9 @@ TEST_F(ElogPlanted, AFifoNobodyReadsIsRefusedAtOnce) {
 TEST_F(ElogPlanted, AFifoWithAReaderIsRefusedAndClosed) {
     ASSERT_EQ(mkfifo(m_today.c_str(), 0666), 0);
     const Descriptor reader(m_today, O_RDONLY | O_NONBLOCK);
-    const std::size_t before = OpenDescriptors();
+    const std::size_t before = velatest::OpenDescriptors();
     ExpectRefused("No such device or address");
-    EXPECT_EQ(OpenDescriptors(), before);
+    EXPECT_EQ(velatest::OpenDescriptors(), before);
     char byte = 0;
     EXPECT_EQ(read(reader.Get(), &byte, 1), 0);  // nothing written, no writer left
 }
@@ -146,9 +142,9 @@ TEST_F(ElogPlanted, ASignalHandlersLineGoesIntoNoFifoAtTheChangeOfDay) {
     StartAndPassMidnight();
     ASSERT_EQ(mkfifo(m_tomorrow.c_str(), 0666), 0);
     const Descriptor reader(m_tomorrow, O_RDONLY | O_NONBLOCK);
-    const std::size_t before = OpenDescriptors();
+    const std::size_t before = velatest::OpenDescriptors();
     LOG_WARN_IN_SIGNAL("a", 1, "");
-    EXPECT_EQ(OpenDescriptors(), before);
+    EXPECT_EQ(velatest::OpenDescriptors(), before);
     char byte = 0;
     EXPECT_EQ(read(reader.Get(), &byte, 1), 0);
 }

@@ -88,7 +88,7 @@ TEST(ElogRotating, LineOfASignalInTheRotationGoesIntoTheNewDaysFile) {
     ASSERT_EQ(CSignalProcess::InitSignal(), 0);
     LOG_INFO("old");
     velatest::FakeClock::AdvanceSeconds(1);
-    const std::size_t descriptors = velatest::NamesIn("/proc/self/fd").size();
+    const std::size_t descriptors = velatest::OpenDescriptors();
     s_signalWhileOpening = true;
     LOG_INFO("outside");
     LOG_INFO("after");
@@ -96,12 +96,8 @@ TEST(ElogRotating, LineOfASignalInTheRotationGoesIntoTheNewDaysFile) {
               "[WARN   ][20261116-00:00:00][fpga]Received signal 2 !!\n"
               "[INFO   ][20261116-00:00:00][fpga]outside\n"
               "[INFO   ][20261116-00:00:00][fpga]after\n");
-    EXPECT_EQ(velatest::NamesIn("/proc/self/fd").size(), descriptors);
+    EXPECT_EQ(velatest::OpenDescriptors(), descriptors);
     EXPECT_EQ(CSignalProcess::m_isExit, 1);
-}
-
-std::size_t OpenDescriptors() {
-    return velatest::NamesIn("/proc/self/fd").size();
 }
 
 // A handler of one thread is at the file while another closes the log: the descriptor that it knows
@@ -110,17 +106,17 @@ TEST(ElogRotating, CloseLeavesTheDescriptorToAHandlerThatIsAtTheFile) {
     const velatest::TempDir dir;
     velatest::FakeClock::Set(20261115, 120000);
     CRwLogger logger;
-    const std::size_t before = OpenDescriptors();
+    const std::size_t before = velatest::OpenDescriptors();
     ASSERT_EQ(logger.Init(0, dir.path().c_str(), "fpga"), 0);
     velatest::FakeClock::Set(20261116, 120000);
     s_closeWhileOpening = true;
     CSignalProcess::SignalHandler(SIGINT, nullptr, nullptr);
-    EXPECT_EQ(OpenDescriptors(), before + 1);
+    EXPECT_EQ(velatest::OpenDescriptors(), before + 1);
     LOG_INFO("to standard output alone");
     EXPECT_EQ(velatest::FileText(dir / "fpga_20261116.log"),
               "[WARN   ][20261116-12:00:00][fpga]Received signal 2 !!\n");
     elog_log_file_close();
-    EXPECT_EQ(OpenDescriptors(), before);
+    EXPECT_EQ(velatest::OpenDescriptors(), before);
 }
 
 TEST(ElogRotating, StartAfterSuchACloseTakesTheDescriptorOver) {
@@ -128,12 +124,12 @@ TEST(ElogRotating, StartAfterSuchACloseTakesTheDescriptorOver) {
     velatest::FakeClock::Set(20261115, 120000);
     CRwLogger logger;
     ASSERT_EQ(logger.Init(0, dir.path().c_str(), "fpga"), 0);
-    const std::size_t open = OpenDescriptors();
+    const std::size_t open = velatest::OpenDescriptors();
     velatest::FakeClock::Set(20261116, 120000);
     s_closeWhileOpening = true;
     CSignalProcess::SignalHandler(SIGINT, nullptr, nullptr);
     ASSERT_EQ(logger.Init(0, (dir / "second").c_str(), "fpga"), 0);
-    EXPECT_EQ(OpenDescriptors(), open);
+    EXPECT_EQ(velatest::OpenDescriptors(), open);
     EXPECT_EQ(velatest::FileText(dir / "second/fpga_20261116.log"),
               "[INFO   ][20261116-12:00:00][log]log is initialized successfully.\n");
 }

@@ -116,19 +116,15 @@ TEST(ElogSignal, StaysInTheFileOfTheSameDayAndOfAClockSetBack) {
                                "[WARN   ][20261115-12:00:00][fpga]back 2\n"));
 }
 
-std::size_t OpenDescriptors() {
-    return velatest::NamesIn("/proc/self/fd").size();
-}
-
 TEST(ElogSignal, ChangeOfTheFileLeavesNoDescriptorBehind) {
     FakeClock::Set(20261120, 120000);
     const velatest::LogCapture capture;
-    const std::size_t before = OpenDescriptors();
+    const std::size_t before = velatest::OpenDescriptors();
     for (unsigned int date = 20261121; date < 20261130; ++date) {
         FakeClock::Set(date, 120000);
         LOG_WARN_IN_SIGNAL("a", 1, "");
     }
-    EXPECT_EQ(OpenDescriptors(), before);
+    EXPECT_EQ(velatest::OpenDescriptors(), before);
     EXPECT_EQ(velatest::NamesIn(capture.Dir()).size(), 10U);
 }
 

@@ -25,6 +25,11 @@ inline std::vector<std::string> NamesIn(const std::string& dir) {
     return names;
 }
 
+// Of this process; the one that reads the list is among them.
+inline std::size_t OpenDescriptors() {
+    return NamesIn("/proc/self/fd").size();
+}
+
 inline std::string LastLine(const std::string& text) {
     if (text.empty()) {
         return "";

@@ -99,9 +99,9 @@ StartResult ExpectedStart(const StartCase& start) {
     return result;
 }
 
-std::vector<SweepSecond> SecondsToTry(unsigned int minuteStep) {
+std::vector<SweepSecond> SecondsToTry(unsigned int everyMinutes) {
     std::map<unsigned int, bool> seconds;  // whether at a bound
-    for (unsigned int minute = 0; minute < 24 * 60; minute += minuteStep) {
+    for (unsigned int minute = 0; minute < 24 * 60; minute += everyMinutes) {
         seconds[minute * 60] = false;
     }
     // A start looks at the board one second after it was called, and at the trading time after a

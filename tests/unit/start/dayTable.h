@@ -54,6 +54,6 @@ struct SweepSecond {
     unsigned int second;  // of the day
     bool atBound;
 };
-std::vector<SweepSecond> SecondsToTry(unsigned int minuteStep);
+std::vector<SweepSecond> SecondsToTry(unsigned int everyMinutes);
 
 }  // namespace velatest

@@ -222,10 +222,10 @@ TEST_P(BinSentences, FileGivesItsInstrumentsAndItsLines) {
     EXPECT_EQ(log.Lines(), Loaded(own, file.insts.size()));
 }
 
-const auto g_nameOfCase = [](const testing::TestParamInfo<FileCase_t>& info) {
+const auto g_nameOfFile = [](const testing::TestParamInfo<FileCase_t>& info) {
     return std::string(info.param.name);
 };
-INSTANTIATE_TEST_SUITE_P(Files, BinSentences, testing::ValuesIn(g_files), g_nameOfCase);
+INSTANTIATE_TEST_SUITE_P(Files, BinSentences, testing::ValuesIn(g_files), g_nameOfFile);
 
 TEST_F(BinSentence, ALineBehindTheTagIsLoadedIfItHasItsLineEnd) {
     const std::string time = "contract's_corresponding_time=20261116085630\n";
