@@ -112,6 +112,10 @@ static void PutName(unsigned int table, unsigned int entry, const char* name) {
     }
 }
 
+static uint32_t MaskWord(size_t entry) {
+    return s_tables[0][entry * ENTRY_WORDS];
+}
+
 static void ReadLocalTime(void) {
     const time_t now = time(NULL);
     struct tm local;
@@ -236,8 +240,7 @@ int enyx_hw_a2c_stream_poll_once(struct Stream* stream, Handler handler, void* c
             stream->maps += 1;
             return Hand(handler, context, map, sizeof(map));
         }
-        if (s_registers[TRANSMIT] != 0 || s_registers[DECODE] == 0 ||
-            (s_tables[0][SR301 * ENTRY_WORDS] & 1) == 0) {
+        if (s_registers[TRANSMIT] != 0 || s_registers[DECODE] == 0 || (MaskWord(SR301) & 1) == 0) {
             return 0;
         }
     }
@@ -249,8 +252,7 @@ int enyx_hw_a2c_stream_poll_once(struct Stream* stream, Handler handler, void* c
     if (stream->sent == TYPES) {
         stream->sent += 1;
         printf("stub: all sent on channel %u, maps %u, masks %x %x, decoder %u\n", stream->channel,
-               stream->maps, s_tables[0][SR301 * ENTRY_WORDS], s_tables[0][CF301 * ENTRY_WORDS],
-               s_registers[DECODE]);
+               stream->maps, MaskWord(SR301), MaskWord(CF301), s_registers[DECODE]);
         fflush(stdout);
     }
     return 0;
