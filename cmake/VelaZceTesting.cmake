@@ -1,13 +1,10 @@
 include(GoogleTest)
 
 # A test's own lines run once: in a release build and under a sanitizer they are not optimised, which
-# takes the half and more off their compile time. What is tested keeps the options of its build, and
-# so do a test program marked OPTIMISED, which runs its lines a million times, and what it shares.
+# takes the half and more off their compile time. What is tested keeps the options of its build, and so
+# does in a release build a test program marked OPTIMISED, which runs its lines a million times.
 add_library(velazce_test_flags INTERFACE)
 target_link_libraries(velazce_test_flags INTERFACE velazce_flags GTest::gmock GTest::gtest)
-if(VELAZCE_FUZZ)
-  target_compile_options(velazce_test_flags INTERFACE -fno-sanitize=fuzzer-no-link)
-endif()
 add_library(velazce_test_flags_once INTERFACE)
 if(VELAZCE_SANITIZE)
   target_compile_options(velazce_test_flags_once INTERFACE -O0)
@@ -31,8 +28,8 @@ if(VELAZCE_QUICK_TESTS)
                             "$<$<COMPILE_LANGUAGE:CXX>:${PROJECT_SOURCE_DIR}/tests/support/precompiled.h>")
 endif()
 
-# velazce_add_test(NAME SOURCES files... [LIBS targets...] [LABELS label] [OPTIMISED])
-# The label is by default the name of the folder below tests/: unit or system.
+# velazce_add_test(NAME SOURCES files... [LIBS targets...] [LABELS label] [OPTIMISED] [LONG])
+# LONG: its cases are started before the others, so that nobody waits for them at the end. The label is by default the name of the folder below tests/: unit or system.
 # The target tests_<label> builds all programs of a label.
 # One test program; each of its test cases becomes a ctest of its own, in a process of its own, so
 # that the library's process-wide state starts afresh every time.
@@ -45,15 +42,15 @@ function(velazce_quiet_false_alarms)
 endfunction()
 
 function(velazce_add_test name)
-  cmake_parse_arguments(ARG "OPTIMISED" "" "SOURCES;LIBS;LABELS" ${ARGN})
+  cmake_parse_arguments(ARG "OPTIMISED;LONG" "" "SOURCES;LIBS;LABELS" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
   set(flags velazce_test_flags_once)
-  if(ARG_OPTIMISED)
+  if(ARG_OPTIMISED AND NOT VELAZCE_SANITIZE)
     set(flags velazce_test_flags)
   endif()
   target_link_libraries(${name} PRIVATE ${flags} ${ARG_LIBS} GTest::gmock
                                         GTest::gtest GTest::gtest_main Threads::Threads)
-  if(VELAZCE_QUICK_TESTS AND NOT ARG_OPTIMISED)
+  if(VELAZCE_QUICK_TESTS AND flags STREQUAL velazce_test_flags_once)
     target_precompile_headers(${name} REUSE_FROM velazce_test_pch)
     set(sources_in_c ${ARG_SOURCES})
     list(FILTER sources_in_c INCLUDE REGEX "\\.c$")
@@ -70,8 +67,12 @@ function(velazce_add_test name)
     add_custom_target(tests_${ARG_LABELS})
   endif()
   add_dependencies(tests_${ARG_LABELS} ${name})
+  set(cost 0)
+  if(ARG_LONG)
+    set(cost 20)
+  endif()
   gtest_discover_tests(${name} DISCOVERY_TIMEOUT 120
-                       PROPERTIES LABELS "${ARG_LABELS}" TIMEOUT 120)
+                       PROPERTIES LABELS "${ARG_LABELS}" TIMEOUT 120 COST ${cost})
 endfunction()
 
 # velazce_own_new(TARGET): it brings its own operator new, which the ThreadSanitizer of clang has too; the

@@ -2,7 +2,7 @@
 // from: it shows both ways of receiving, and uses the library's headers and the board's message
 // bodies alone.
 //
-//     zce-recv CONFIG [--seconds N] [--print N] [--own-loop] [--names FILE]
+//     zce-recv CONFIG [--seconds N] [--print N] [--own-loop] [--nap US] [--names FILE]
 //
 // The last line is "zce-recv channel=C total=T type17=A type18=B type19=C type20=D gaps=G", G being
 // the number of messages that the board sent to this channel and that did not arrive; behind it
@@ -47,6 +47,7 @@ struct Arguments {
     long seconds = 0;  // 0: until a signal
     long print = 0;
     bool ownLoop = false;
+    long napUs = 0;
 };
 
 // Whether standard output takes a line within this time. A program that a signal is to end must not
@@ -297,21 +298,27 @@ bool ReadNumber(const char* option, const char* text, long& value) {
 
 void Usage(std::FILE* out) {
     std::fputs(
-        "usage: zce-recv CONFIG [--seconds N] [--print N] [--own-loop] [--names FILE]\n"
+        "usage: zce-recv CONFIG [--seconds N] [--print N] [--own-loop] [--nap US] [--names FILE]\n"
         "  CONFIG        the INI file; its config:device names board and channel\n"
         "  --seconds N   end after N seconds (0: at Ctrl-C only)\n"
         "  --print N     print the first N messages\n"
         "  --own-loop    VelaStart and a loop of VelaRecv, instead of VelaRecvStart\n"
+        "  --nap US      with --own-loop: after a poll that found nothing rest for US "
+        "microseconds;\n"
+        "                leaves the CPU to others, and each message may come that much later\n"
         "  --names FILE  at the end, write 'messages,instrument' lines to FILE\n",
         out);
 }
 
 // 0: go on; otherwise the program ends with this status (-1: with 0).
 int ReadArguments(int argc, char** argv, Arguments& arguments) {
-    const option options[] = {
-        {"seconds", required_argument, nullptr, 's'}, {"print", required_argument, nullptr, 'p'},
-        {"own-loop", no_argument, nullptr, 'o'},      {"names", required_argument, nullptr, 'n'},
-        {"help", no_argument, nullptr, 'h'},          {nullptr, 0, nullptr, 0}};
+    const option options[] = {{"seconds", required_argument, nullptr, 's'},
+                              {"print", required_argument, nullptr, 'p'},
+                              {"own-loop", no_argument, nullptr, 'o'},
+                              {"nap", required_argument, nullptr, 'r'},
+                              {"names", required_argument, nullptr, 'n'},
+                              {"help", no_argument, nullptr, 'h'},
+                              {nullptr, 0, nullptr, 0}};
     for (int choice = 0; (choice = getopt_long(argc, argv, "h", options, nullptr)) != -1;) {
         bool bGood = true;
         switch (choice) {
@@ -323,6 +330,9 @@ int ReadArguments(int argc, char** argv, Arguments& arguments) {
                 break;
             case 'o':
                 arguments.ownLoop = true;
+                break;
+            case 'r':
+                bGood = ReadNumber("--nap", optarg, arguments.napUs);
                 break;
             case 'n':
                 arguments.namesFile = optarg;
@@ -338,6 +348,11 @@ int ReadArguments(int argc, char** argv, Arguments& arguments) {
             Usage(stderr);
             return usageError;
         }
+    }
+    if (arguments.napUs > 0 && !arguments.ownLoop) {
+        std::fputs("zce-recv: --nap needs --own-loop\n", stderr);
+        Usage(stderr);
+        return usageError;
     }
     if (argc - optind != 1) {
         std::fprintf(stderr, "zce-recv: %s%s\n",
@@ -385,7 +400,15 @@ int main(int argc, char** argv) {
         if (arguments.ownLoop) {
             // One's own loop: anything that must not wait for market data can be done in it.
             result = api->VelaStart(receiver, arguments.config.c_str());
-            while (result == 0 && g_bStop == 0 && api->VelaRecv() != -1) {}
+            while (result == 0 && g_bStop == 0) {
+                const int got = api->VelaRecv();
+                if (got == -1) {
+                    break;
+                }
+                if (got == 0 && arguments.napUs > 0) {
+                    usleep(static_cast<useconds_t>(arguments.napUs));
+                }
+            }
         } else {
             // The short way: starts, and polls until SIGINT or SIGTERM.
             result = api->VelaRecvStart(receiver, arguments.config.c_str());

@@ -3,8 +3,7 @@
 # only if nothing is found.
 #
 #   cppcheck  src, board, capture, tools, include and examples
-#   clang     clang's analyzer over the same, with the one check that .clang-tidy leaves out
-#             (cplusplus.NewDeleteLeaks); the others run with every clang-tidy, too. Takes minutes
+#   clang     clang's analyzer over the same, with all of its checks, one file at a time. Takes minutes
 #   gcc       g++ -fanalyzer over src, board/memory and board/vendor
 source "$(dirname "$0")/common.sh"
 
@@ -41,8 +40,8 @@ EOF
 run_clang() {
     need clang-tidy
     say "clang's analyzer"
-    commands asan "${ROOMS[@]}" | cut -f1 | xargs -P"$(nproc)" -n4 \
-        clang-tidy --quiet -p build/asan --checks='-*,clang-analyzer-*' 2>/dev/null
+    commands tidy "${ROOMS[@]}" | cut -f1 | xargs -P"$(nproc)" -n4 \
+        clang-tidy --quiet -p build/tidy --checks='-*,clang-analyzer-*' 2>/dev/null
 }
 
 # g++ 12 does not follow constructors, operator new (which throws, and is never null) and the

@@ -1,14 +1,14 @@
 #!/usr/bin/env bash
-# Feeds the fuzz targets (fuzz/, libFuzzer) for a time each, two at once. What they find out about the
-# code is kept in build/fuzz/corpus and is where the next run begins. Ends with one line; exit status 1
-# if an input broke a target, which is then named.
+# Feeds the fuzz targets (fuzz/, libFuzzer) for a time each, two for each processor at once. What they
+# find out about the code is kept in build/fuzz/corpus and is where the next run begins. Ends with one
+# line; exit status 1 if an input broke a target, which is then named.
 # Usage: scripts/fuzz.sh HOURS [TARGET...]        hours for each target, 0.5 too
 #        scripts/fuzz.sh --seconds N [TARGET...]
 source "$(dirname "$0")/common.sh"
 
 usage() { sed -n '2,6s/^# \{0,1\}//p' "$0" >&2; exit 2; }
 
-AT_ONCE=2
+AT_ONCE=$((2 * $(nproc)))
 case ${1:-} in
     --seconds) [[ ${2:-} =~ ^[1-9][0-9]*$ ]] || usage; seconds=$2; shift 2 ;;
     *) [[ ${1:-} =~ ^[0-9]*\.?[0-9]+$ ]] || usage
@@ -24,7 +24,7 @@ for target in "${targets[@]}"; do
 done
 
 need "${BUILD_PACKAGES[@]}" clang-14 libclang-rt-14-dev lld
-build asan "${targets[@]/#/fuzz_}" >"/tmp/velazce-fuzz-$$.log" 2>&1 || {
+build fuzz "${targets[@]/#/fuzz_}" >"/tmp/velazce-fuzz-$$.log" 2>&1 || {
     cat "/tmp/velazce-fuzz-$$.log"
     rm -f "/tmp/velazce-fuzz-$$.log"
     exit 1
@@ -48,7 +48,7 @@ feed() {
     mkdir -p "$out/corpus/$target" "$out/crashes" "$out/log"
     [ ! -f "fuzz/$target.dict" ] || options+=("-dict=fuzz/$target.dict")
     TMPDIR=$work ZCE_BOARD_SHM_PREFIX=velafuzz$$-$target- \
-        "$ROOT/build/asan/bin/fuzz_$target" -max_total_time="$seconds" -timeout=20 -rss_limit_mb=2048 \
+        "$out/bin/fuzz_$target" -max_total_time="$seconds" -timeout=20 -rss_limit_mb=2048 \
         -print_final_stats=1 -artifact_prefix="$out/crashes/$target-" "${options[@]}" \
         "$out/corpus/$target" "$ROOT/fuzz/seeds/$target" >"$out/log/$target.log" 2>&1 </dev/null
 }
@@ -64,7 +64,7 @@ report() {
         "$([ "$status" = 0 ] && echo ok || echo CRASHED)"
     [ "$status" = 0 ] || {
         grep -m 3 -E 'ERROR: |SUMMARY: |broken rule|runtime error' "$log" || tail -n 5 "$log"
-        sed -n 's/.*Test unit written to /reproduce: build\/asan\/bin\/fuzz_'"$target"' /p' "$log"
+        sed -n 's/.*Test unit written to /reproduce: build\/fuzz\/bin\/fuzz_'"$target"' /p' "$log"
     }
 }
 

@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
-# Every test of the tree: style, clang-tidy on what changed, the release build with all tests, the
-# unit and board tests under AddressSanitizer + UndefinedBehaviorSanitizer (clang) and under
-# ThreadSanitizer. docs/testing.md has the steps and their times.
+# Every test of the tree: style, static analysis, the release build with all tests, the unit and board
+# tests under AddressSanitizer + UndefinedBehaviorSanitizer and under ThreadSanitizer, the fuzz targets
+# for 20 s each, whole processes under valgrind. docs/testing.md has the steps and their times.
 # Installs what is missing (apt), builds what changed, ends with one line "test: ok ..." or
 # "test: FAILED: ...". Exit status 0 only if everything passed.
-# Usage: scripts/test.sh [--quick]   (--quick: style, the release build and its tests alone)
+# Usage: scripts/test.sh [--quick]   (--quick: style, the release build and its tests alone, without
+#                                     those that take long)
 source "$(dirname "$0")/common.sh"
 
 quick=
@@ -19,8 +20,9 @@ esac
 
 started=$(date +%s)
 step=start
+ahead=
 scratch=
-trap 'status=$?; [ -z "$scratch" ] || rm -f "$scratch"; [ $status -eq 0 ] || printf "\ntest: FAILED: %s (exit status %s)\n" "$step" "$status"' EXIT
+trap 'status=$?; [ -z "$ahead" ] || kill -- "-$ahead" 2>/dev/null || true; [ -z "$scratch" ] || rm -f "$scratch"; [ $status -eq 0 ] || printf "\ntest: FAILED: %s (exit status %s)\n" "$step" "$status"' EXIT
 
 # The processor seconds of everything that this script has run and that has ended.
 cpu_seconds() {
@@ -60,12 +62,16 @@ tests() {
     total=$((total + $(sed -n 's/.*tests passed, .* out of \([0-9]*\)$/\1/p' "build/$preset/ctest.out")))
 }
 
-# The tests and benchmarks are left to scripts/tidy.sh by itself: from nothing they take longer than
-# all of the rest.
-tidy_product() {
-    local files
-    mapfile -t files < <(find src board capture tools examples -name '*.cpp' -o -name '*.c' | sort)
-    scripts/tidy.sh "${files[@]}"
+# The next tree is built by what the tests that run leave of the processors.
+build_ahead() {
+    setsid nice -n 19 bash -c 'source scripts/common.sh; build "$@"' build_ahead "$@" >"build/$1.out" 2>&1 &
+    ahead=$!
+}
+
+built_ahead() {
+    wait "$ahead" || { cat "build/$1.out"; return 1; }
+    ahead=
+    tail -n 1 "build/$1.out"
 }
 
 total=0
@@ -75,14 +81,21 @@ run "What is needed" need "${BUILD_PACKAGES[@]}" "${TEST_PACKAGES[@]}"
 run "Style and layering" check_style
 run "Static analysis: cppcheck" scripts/analyze.sh cppcheck
 run "Build: release, g++" build release
-run "Tests: release" tests release
-if [ -z "$quick" ]; then
-    run "clang-tidy: the product" tidy_product
-    run "Build: AddressSanitizer + UndefinedBehaviorSanitizer, clang++" build asan tests_unit tests_board
+if [ -n "$quick" ]; then
+    run "Tests: release" tests release -E '^(Crash|Soak|ExampleScenario|RandomMoments)\.|Anomaly\.'
+else
+    build_ahead asan tests_unit tests_board
+    run "Tests: release" tests release
+    run "clang-tidy" scripts/tidy.sh
+    run "Build: AddressSanitizer + UndefinedBehaviorSanitizer, clang++" built_ahead asan
+    build_ahead tsan tests_unit tests_board
     run "Tests: AddressSanitizer + UndefinedBehaviorSanitizer" tests asan -L 'unit|board'
-    run "Fuzzing: each target for 20 s" scripts/fuzz.sh --seconds 20
-    run "Build: ThreadSanitizer, g++" build tsan tests_unit tests_board
+    run "Build: ThreadSanitizer, clang++" built_ahead tsan
+    build_ahead fuzz fuzz
     run "Tests: ThreadSanitizer" tests tsan -L 'unit|board'
+    run "Whole processes under valgrind" scripts/valgrind.sh
+    run "Build: fuzz targets, clang++" built_ahead fuzz
+    run "Fuzzing: each target for 20 s" scripts/fuzz.sh --seconds 20
 fi
 
 printf '\n%7s %7s   %s\n%s' seconds cpu step "$took"

@@ -6,13 +6,12 @@
 
 #include <algorithm>
 #include <cctype>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
 #include "VelaZceUtils.h"
 #include "run.h"
+#include "wholeFile.h"
 
 namespace {
 
@@ -202,10 +201,7 @@ class FileAnomaly : public testing::Test {
                     ElementsAre("Failed to load file test.ini", "Config file init fail.",
                                 "Vela inner init fail."));
     }
-    static std::string CacheText() {
-        std::ifstream file("bin", std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
+    static std::string CacheText() { return velatest::WholeFile("bin"); }
 };
 
 TEST_F(FileAnomaly, NoFileCanBeOpenedWhileLearning) {
@@ -305,9 +301,7 @@ TEST_P(TimeAnomaly, EveryReadingOfTheLocalTimeFails) {
                 EXPECT_TRUE(undecided || forGood);
             }
             if (GetParam()->cacheFile != nullptr) {
-                std::ifstream file("bin", std::ios::binary);
-                EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}),
-                          GetParam()->cacheFile);
+                EXPECT_EQ(velatest::WholeFile("bin"), GetParam()->cacheFile);
             }
         }
     }

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "points.h"
+#include "slowBuild.h"
 #include "tempDir.h"
 
 // Whole runs of the library (start, receive, stop), each in a process of its own.
@@ -32,17 +33,7 @@ extern const Scenario fromTables;
 extern const Scenario channel3;
 
 // Of many points every so many is tried: each run is some times as slow under a sanitizer.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr std::uint32_t step = 16;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-constexpr std::uint32_t step = 16;
-#else
-constexpr std::uint32_t step = 1;
-#endif
-#else
-constexpr std::uint32_t step = 1;
-#endif
+constexpr std::uint32_t step = velatest::slowBuild ? 16 : 1;
 
 // What one run left.
 struct Outcome {

@@ -7,7 +7,6 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
-#include <iterator>
 #include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -25,6 +24,7 @@
 #include "fakeClock.h"
 #include "scriptedBoard.h"
 #include "tempDir.h"
+#include "wholeFile.h"
 
 // What is inside a worker, and the flags of the process.
 struct ZceDmaChanTestPeer {
@@ -115,8 +115,7 @@ json FileResult() {
     if (!std::filesystem::is_regular_file(binName)) {
         return nullptr;
     }
-    std::ifstream file(binName, std::ios::binary);
-    return ToHex({std::istreambuf_iterator<char>(file), {}});
+    return ToHex(velatest::WholeFile(binName));
 }
 
 json CommonResult(const InstMap_t& insts) {

@@ -7,7 +7,6 @@
 #include <csignal>
 #include <cstring>
 #include <fstream>
-#include <iterator>
 #include <memory>
 #include <random>
 #include <thread>
@@ -17,6 +16,7 @@
 #include "memory/Control.h"
 #include "memory/CoreLock.h"
 #include "memory/Faults.h"
+#include "wholeFile.h"
 
 // What other processes may write over a board's memory, and what it does to those that use it.
 namespace {
@@ -57,8 +57,7 @@ class HostileMemory : public boardtest::BoardFixture {
             setrlimit(RLIMIT_CORE, &none);
             return work();
         });
-        std::ifstream file(m_errors);
-        errors.assign(std::istreambuf_iterator<char>(file), {});
+        errors = velatest::WholeFile(m_errors);
         return status;
     }
 

@@ -11,7 +11,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <memory>
 #include <string>
 #include <thread>
@@ -26,6 +25,7 @@
 #include "record/Recorder.h"
 #include "record/Settings.h"
 #include "tempDir.h"
+#include "wholeFile.h"
 
 extern "C" ZceCapturePrefix_t PrefixInC(const unsigned char* pPacket);
 
@@ -39,11 +39,6 @@ using ZceRecord::CMessageRecorder;
 
 using boardtest::SECOND;
 constexpr size_t HEAD = 24;  // of a message in a queue
-
-std::string ReadAll(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
 
 TEST(CaptureLayout, FieldsAreReadFromTheirBytesInCToo) {
     std::array<unsigned char, 16> bytes{};
@@ -86,12 +81,12 @@ TEST_F(Recorder, WritesPrefixAndMessageOfEachOpeningByteByByte) {
     CMessageQueue* again = m_recorder.Opened(2, 3);
     Put(again, 7 * SECOND, "h");
     m_recorder.Pass(true);
-    EXPECT_EQ(ReadAll(Path()), CaptureBytes()
-                                   .Add(5, 7, Prefix(1, 3, 1, 2, 1) + "abc")
-                                   .Add(5, 8, Prefix(1, 15, 1, 65535, 1) + "x")
-                                   .Add(6, 0, Prefix(1, 3, 2, 2, 1) + "defg")
-                                   .Add(7, 0, Prefix(1, 3, 1, 2, 2) + "h")
-                                   .Bytes());
+    EXPECT_EQ(velatest::WholeFile(Path()), CaptureBytes()
+                                               .Add(5, 7, Prefix(1, 3, 1, 2, 1) + "abc")
+                                               .Add(5, 8, Prefix(1, 15, 1, 65535, 1) + "x")
+                                               .Add(6, 0, Prefix(1, 3, 2, 2, 1) + "defg")
+                                               .Add(7, 0, Prefix(1, 3, 1, 2, 2) + "h")
+                                               .Bytes());
     EXPECT_EQ(m_recorder.Summary(), "day.pcap: 4 messages recorded, 0 lost");
 }
 
@@ -119,7 +114,7 @@ TEST_F(Recorder, SeveralStreamsAreInTheOrderOfTimeEvenIfOneIsLate) {
     Put(one, 10, "10");
     Put(one, 30, "30");
     m_recorder.Pass(false);  // nothing was there at a pass before
-    EXPECT_EQ(ReadAll(Path()), CaptureBytes().Bytes());
+    EXPECT_EQ(velatest::WholeFile(Path()), CaptureBytes().Bytes());
     Put(two, 20, "20");  // polled before the pass, by a thread that was held up
     Put(two, 40, "40");
     m_recorder.Pass(false);
@@ -128,7 +123,7 @@ TEST_F(Recorder, SeveralStreamsAreInTheOrderOfTimeEvenIfOneIsLate) {
     CaptureBytes expected;
     expected.Add(0, 10, Prefix(1, 1, 1) + "10").Add(0, 20, Prefix(1, 2, 1) + "20");
     expected.Add(0, 30, Prefix(1, 1, 2) + "30").Add(0, 40, Prefix(1, 2, 2) + "40");
-    EXPECT_EQ(ReadAll(Path()), expected.Bytes());
+    EXPECT_EQ(velatest::WholeFile(Path()), expected.Bytes());
 }
 
 TEST_F(Recorder, AClockThatWasSetBackKeepsNothingBack) {
@@ -139,10 +134,10 @@ TEST_F(Recorder, AClockThatWasSetBackKeepsNothingBack) {
     m_recorder.Pass(false);
     m_recorder.Pass(false);
     m_recorder.Pass(false);
-    EXPECT_EQ(ReadAll(Path()), CaptureBytes()
-                                   .Add(3600, 0, Prefix(1, 1, 1) + "a")
-                                   .Add(0, 1, Prefix(1, 1, 2) + "b")
-                                   .Bytes());
+    EXPECT_EQ(velatest::WholeFile(Path()), CaptureBytes()
+                                               .Add(3600, 0, Prefix(1, 1, 1) + "a")
+                                               .Add(0, 1, Prefix(1, 1, 2) + "b")
+                                               .Bytes());
 }
 
 TEST_F(Recorder, WhatHasNoRoomIsCountedAndToldInItsPlace) {
@@ -160,7 +155,7 @@ TEST_F(Recorder, WhatHasNoRoomIsCountedAndToldInItsPlace) {
     expected.Add(0, 1, Prefix(1, 5, 1) + "aaaa").Add(0, 2, Prefix(1, 5, 2) + "bbbb");
     expected.Add(0, 4, Prefix(2, 5, 2));
     expected.Add(0, 5, Prefix(1, 5, 5) + "eeee").Add(0, 6, Prefix(1, 5, 6) + "ffff");
-    EXPECT_EQ(ReadAll(Path()), expected.Bytes());
+    EXPECT_EQ(velatest::WholeFile(Path()), expected.Bytes());
     EXPECT_EQ(m_recorder.Summary(), "day.pcap: 4 messages recorded, 2 lost");
 }
 
@@ -171,7 +166,7 @@ TEST_F(Recorder, AMessageLargerThanTheQueueIsLostAndTheNextOneIsNot) {
     Put(queue, 2, "bbbb");
     m_recorder.Pass(true);
     EXPECT_EQ(
-        ReadAll(Path()),
+        velatest::WholeFile(Path()),
         CaptureBytes().Add(0, 2, Prefix(2, 5, 1)).Add(0, 2, Prefix(1, 5, 2) + "bbbb").Bytes());
 }
 
@@ -181,10 +176,11 @@ TEST_F(Recorder, AMessageLargerThanAPacketOfTheFileIsLost) {
     Put(queue, 1, std::string(262144 - 16, 'x'));
     Put(queue, 2, std::string(262144 - 15, 'y'));
     m_recorder.Pass(true);
-    EXPECT_EQ(ReadAll(Path()), CaptureBytes()
-                                   .Add(0, 1, Prefix(1, 5, 1) + std::string(262144 - 16, 'x'))
-                                   .Add(0, 2, Prefix(2, 5, 1))
-                                   .Bytes());
+    EXPECT_EQ(velatest::WholeFile(Path()),
+              CaptureBytes()
+                  .Add(0, 1, Prefix(1, 5, 1) + std::string(262144 - 16, 'x'))
+                  .Add(0, 2, Prefix(2, 5, 1))
+                  .Bytes());
 }
 
 TEST_F(Recorder, AnotherThreadsMessagesComeWholeInOrderOrAreCounted) {
@@ -282,12 +278,12 @@ TEST_F(Recorder, AFileThatIsRecordedToIsRefusedAndLeftAsItIs) {
     Open();
     Put(m_recorder.Opened(0, 0), 1, "a");
     m_recorder.Pass(true);
-    const std::string before = ReadAll(Path());
+    const std::string before = velatest::WholeFile(Path());
     CMessageRecorder second;
     std::string error;
     EXPECT_FALSE(second.Open("day.pcap", Path(), 4096, error));
     EXPECT_EQ(error, "another process is recording to it");
-    EXPECT_EQ(ReadAll(Path()), before);
+    EXPECT_EQ(velatest::WholeFile(Path()), before);
 }
 
 TEST_F(Recorder, AFullDiskEndsTheRecordingWithOneLine) {
@@ -314,7 +310,7 @@ TEST(OutputFile, IsReplacedAndAPipeThatNobodyReadsIsNotWaitedFor) {
     ASSERT_TRUE(file.Open(path, error)) << error;
     ASSERT_TRUE(file.Write("now", 3, error)) << error;
     file.Close();
-    EXPECT_EQ(ReadAll(path), "now");
+    EXPECT_EQ(velatest::WholeFile(path), "now");
     ASSERT_EQ(mkfifo((directory / "pipe").c_str(), 0600), 0);
     EXPECT_FALSE(file.Open(directory / "pipe", error));
     EXPECT_EQ(error, "No such device or address");

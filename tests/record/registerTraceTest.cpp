@@ -5,12 +5,11 @@
 #include <cerrno>
 #include <cstdlib>
 #include <ctime>
-#include <fstream>
-#include <iterator>
 #include <string>
 
 #include "nanoseconds.h"
 #include "tempDir.h"
+#include "wholeFile.h"
 
 namespace {
 
@@ -30,8 +29,7 @@ class RegisterTrace : public testing::Test {
     std::string Path() const { return m_directory / "day.pcap.registers"; }
     std::string Text() const { return TextOf("day.pcap.registers"); }
     std::string TextOf(const std::string& name) const {
-        std::ifstream file(m_directory / name);
-        return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+        return velatest::WholeFile(m_directory / name);
     }
     static RegisterAccess Access(int64_t timeNs, bool write, uint64_t index, uint64_t value) {
         RegisterAccess access;

@@ -1,4 +1,5 @@
 #include "logCapture.h"
+#include "wholeFile.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -6,19 +7,12 @@
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <optional>
 #include <sstream>
 
 namespace velatest {
 
 namespace {
-
-std::string ReadAll(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
 
 // Skips one "[...]" at `at`, if one is there.
 std::size_t SkipBracket(const std::string& line, std::size_t at) {
@@ -62,7 +56,7 @@ std::vector<std::string> LogCapture::AllLines() const {
     std::sort(files.begin(), files.end());  // by date
     std::vector<std::string> lines;
     for (const std::string& file : files) {
-        std::istringstream text(ReadAll(file));
+        std::istringstream text(WholeFile(file));
         for (std::string line; std::getline(text, line);) {
             if (const auto stripped = Strip(line)) {
                 lines.push_back(*stripped);
@@ -115,7 +109,7 @@ StdoutCapture::~StdoutCapture() {
 
 std::string StdoutCapture::Text() const {
     std::fflush(stdout);
-    return ReadAll(m_dir / "stdout");
+    return WholeFile(m_dir / "stdout");
 }
 
 void StdoutCapture::Stop() {

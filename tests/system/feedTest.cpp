@@ -9,9 +9,6 @@ namespace velatest {
 
 namespace {
 
-// Late enough that the call auction is over soon, early enough for a start of a few seconds.
-constexpr unsigned int shortlyBeforeExpiry = 85504;
-
 constexpr const char* l5Addresses =
     "L5_DSTMAC = 01:00:5e:01:01:05\nL5_DSTIP = 239.1.1.5\nL5_DSTPORT = 30005\n"
     "L5_SRCMAC = 00:1b:21:aa:bb:05\nL5_SRCIP = 192.168.5.10\nL5_SRCPORT = 31005\n";
@@ -23,6 +20,7 @@ constexpr const char* l1Addresses =
 // test says.
 class Feeds : public Market {
   protected:
+    Feeds() { LetReceiversRest(); }
     // A whole run, from the end of the call auction into market data until the board has said
     // `status`; the master's last line.
     std::string Run(const std::string& addresses, const std::string& status) {

@@ -77,6 +77,7 @@ std::unique_ptr<Process> Market::Receive(unsigned int channel, const std::vector
     WriteFile(Path(name) + "/config.ini", "[config]\ndevice = xilinx" + std::to_string(bus) + ":" +
                                               std::to_string(channel) + "\n" + m_rules);
     std::vector<std::string> command{ZCE_RECV_PROGRAM, "config.ini", "--print", "1"};
+    command.insert(command.end(), m_options.begin(), m_options.end());
     command.insert(command.end(), more.begin(), more.end());
     return std::make_unique<Process>(command, where);
 }

@@ -11,6 +11,10 @@
 
 namespace velatest {
 
+// The call auction is over in six seconds: soon, and still time enough for a start of a few
+// seconds.
+constexpr unsigned int shortlyBeforeExpiry = 85504;
+
 // A virtual market for one test: a software board on a bus that no other test sees, at a virtual
 // local time of day, and receivers on it.
 class Market : public ::testing::Test {
@@ -41,6 +45,10 @@ class Market : public ::testing::Test {
     void Enter() const;
     std::string Path(const std::string& name) const;
 
+    // The receivers of this market rest a little when there is nothing, instead of taking a whole
+    // CPU each from whatever else runs.
+    void LetReceiversRest() { m_options = {"--own-loop", "--nap", "100"}; }
+
     // What stands in every receiver's INI file below its `device`.
     std::string m_rules;
     std::unique_ptr<Process> m_board;
@@ -52,6 +60,7 @@ class Market : public ::testing::Test {
 
   private:
     TempDir m_directory;
+    std::vector<std::string> m_options;  // of every receiver
     unsigned int m_started = 0;
 };
 

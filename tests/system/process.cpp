@@ -1,4 +1,5 @@
 #include "process.h"
+#include "wholeFile.h"
 
 #include <fcntl.h>
 #include <signal.h>  // NOLINT(modernize-deprecated-headers): kill()
@@ -10,7 +11,6 @@
 #include <cstdlib>
 #include <ctime>
 #include <fstream>
-#include <iterator>
 #include <stdexcept>
 #include <thread>
 
@@ -144,8 +144,7 @@ std::string VirtualZone(unsigned int hhmmss) {
 }
 
 std::string ReadFile(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    return WholeFile(path);
 }
 
 void WriteFile(const std::string& path, const std::string& text) {

@@ -10,9 +10,6 @@ namespace velatest {
 
 namespace {
 
-// Late enough that the call auction is over soon, early enough for a start of a few seconds.
-constexpr unsigned int shortlyBeforeExpiry = 85504;
-
 class Receiving : public Market {};
 
 TEST_F(Receiving, EveryProcessGetsExactlyWhatTheBoardSentToItsChannel) {
@@ -167,7 +164,8 @@ TEST(Usage, AWrongArgumentOfTheReceiverIsNamedAndExits2) {
     for (const Case& wrong :
          {Case{{}, "CONFIG"}, Case{{"a.ini", "--rubbish"}, "--rubbish"},
           Case{{"a.ini", "--seconds"}, "--seconds"}, Case{{"a.ini", "--seconds", "x"}, "--seconds"},
-          Case{{"a.ini", "--print", "-3"}, "--print"}, Case{{"a.ini", "b.ini"}, "b.ini"}}) {
+          Case{{"a.ini", "--print", "-3"}, "--print"}, Case{{"a.ini", "b.ini"}, "b.ini"},
+          Case{{"a.ini", "--nap", "10"}, "--nap needs --own-loop"}}) {
         std::vector<std::string> command{ZCE_RECV_PROGRAM};
         command.insert(command.end(), wrong.arguments.begin(), wrong.arguments.end());
         Process receiver(command, {"", {}, output});

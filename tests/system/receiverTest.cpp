@@ -22,9 +22,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// The call auction is over in six seconds.
-constexpr unsigned int shortlyBeforeExpiry = 85504;
-
 std::vector<std::string> LinesOf(const std::string& text, const std::string& start) {
     std::vector<std::string> lines;
     std::istringstream stream(text);

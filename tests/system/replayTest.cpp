@@ -37,6 +37,7 @@ Messages ReadMessages(const std::string& path) {
 
 class Replay : public Market {
   protected:
+    Replay() { LetReceiversRest(); }
     // Receivers that are started from here on record what they poll to day.pcap, each in its own
     // directory, or no longer do.
     void Record(bool on) {

@@ -17,6 +17,7 @@ using std::chrono::seconds;
 // A board that plays one of the example scenarios, and receivers that have its clock.
 class ExampleScenario : public Market {
   protected:
+    ExampleScenario() { LetReceiversRest(); }
     // The board's clock is in `clock`, which the scenario writes into its working directory.
     void Play(const std::string& name) {
         const std::string path = std::string(ZCE_EXAMPLES) + "/scenarios/" + name;

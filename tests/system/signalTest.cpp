@@ -16,9 +16,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// The call auction is over in six seconds.
-constexpr unsigned int shortlyBeforeExpiry = 85504;
-
 class FullPipe : public Market {
   protected:
     // Starts a receiver on channel 0 that prints into a pipe.

@@ -134,7 +134,7 @@ constexpr Row rows[] = {
 constexpr unsigned int shards = 8;
 constexpr unsigned int noon = 120000;
 constexpr unsigned int afternoonEnd = 150000;
-constexpr const char* streamOpen = "Init dma channel :CUSTOM_CHAN0_DATA success.";
+constexpr const char* masterStreamOpen = "Init dma channel :CUSTOM_CHAN0_DATA success.";
 
 class StartSample : public StartDay, public testing::WithParamInterface<unsigned int> {
   protected:
@@ -145,7 +145,7 @@ class StartSample : public StartDay, public testing::WithParamInterface<unsigned
         ASSERT_FALSE(HasFatalFailure());
         m_clock.Set(today, row.time);
         auto master = Start(name);
-        ASSERT_TRUE(master->WaitFor(streamOpen)) << master->Output();
+        ASSERT_TRUE(master->WaitFor(masterStreamOpen)) << master->Output();
         EXPECT_EQ(m_clock.TimeOfDay(), TimeOfSeconds(DaySeconds(row.time) + row.seconds));
         ExpectBranch(row, master->Output());
         const bool night = row.time > noon;
@@ -248,13 +248,13 @@ class StartSample : public StartDay, public testing::WithParamInterface<unsigned
 TEST_P(StartSample, EndsAsTheTableSays) {
     const auto begun = std::chrono::steady_clock::now();
     unsigned int ends[6] = {};
-    unsigned int resets = 0;
+    unsigned int withReset = 0;
     unsigned int seconds = 0;
     for (std::size_t row = GetParam(); row < std::size(rows); row += shards) {
         Try(rows[row]);
         ASSERT_FALSE(HasFatalFailure()) << "start at " << rows[row].time;
         ++ends[static_cast<std::size_t>(rows[row].end)];
-        resets += rows[row].resets ? 1 : 0;
+        withReset += rows[row].resets ? 1 : 0;
         seconds += rows[row].seconds;
     }
     const std::chrono::duration<double> took = std::chrono::steady_clock::now() - begun;
@@ -262,7 +262,7 @@ TEST_P(StartSample, EndsAsTheTableSays) {
         "start sample %u of %u: %u starts, %u resets; %u learnt all, %u a part, %u nothing; %u "
         "recovered from the cache file, %u from the tables, %u found these empty; %u s of starting "
         "and waiting in %.1f s\n",
-        GetParam() + 1, shards, m_tried, resets, ends[0], ends[1], ends[2], ends[3], ends[4],
+        GetParam() + 1, shards, m_tried, withReset, ends[0], ends[1], ends[2], ends[3], ends[4],
         ends[5], seconds, took.count());
 }
 

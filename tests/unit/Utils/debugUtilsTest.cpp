@@ -3,13 +3,12 @@
 #include <unistd.h>
 
 #include <array>
-#include <fstream>
-#include <iterator>
 #include <string>
 
 #include "VelaZceUtils.h"
 #include "logCapture.h"
 #include "tempDir.h"
+#include "wholeFile.h"
 
 namespace {
 
@@ -35,8 +34,7 @@ Filled Fill(unsigned int bufLen, const unsigned char* data, unsigned int dataLen
         result.out = out.Text();
     }
     close(fd);
-    std::ifstream file(path);
-    result.file.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+    result.file = velatest::WholeFile(path);
     return result;
 }
 

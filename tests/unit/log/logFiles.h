@@ -2,17 +2,16 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
+
+#include "wholeFile.h"
 
 namespace velatest {
 
 // The bytes of a file; empty if there is none.
 inline std::string FileText(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    return WholeFile(path);
 }
 
 // The names in a directory, sorted.

@@ -125,12 +125,15 @@ TEST_P(LateStart, IsFoundToTheSecond) {
     const std::array<unsigned int, 3> last = {row.lastWhole, row.lastPart, row.lastNothing};
     std::array<unsigned int, 3> found{};
     const unsigned int first = SecondsOf(sessionBegin) - 430;
+    // Away from the bounds not every second of a start that resets the board: it writes a million
+    // words.
+    const unsigned int stride = row.tradeDate == today ? 1 : 7;
     unsigned int starts = 0;
     for (unsigned int second = first; second <= SecondsOf(sessionBegin) + 10; ++second) {
         const bool nearBound = std::any_of(last.begin(), last.end(), [second](unsigned int bound) {
             return SecondsOf(bound) <= second + 1 && second <= SecondsOf(bound) + 1;
         });
-        if (slowBuild && !nearBound) {
+        if (!nearBound && (slowBuild || second % stride != 0)) {
             continue;
         }
         ++starts;

@@ -8,7 +8,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <iterator>
 
 #include "DataType/ContractServ.h"
 #include "DataType/ZceConfigFile.h"
@@ -18,6 +17,7 @@
 #include "VelaZceBinFile.h"
 #include "fakeEnyx.h"
 #include "log/elog.h"
+#include "wholeFile.h"
 
 ZceDmaChanTestPeer::Services::Services(const CZceDmaChanImpl& chan)
     : fpgaServ(chan.m_pFpgaServ), contractServ(chan.m_pContractServ), binFile(chan.m_pBinFile) {}
@@ -92,8 +92,7 @@ std::string Shown(unsigned int hhmmss) {
 }
 
 std::string FileText(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return file ? std::string(std::istreambuf_iterator<char>(file), {}) : "(none)";
+    return access(path.c_str(), F_OK) == 0 ? WholeFile(path) : "(none)";
 }
 
 void PutFile(const std::string& path, std::string_view text) {

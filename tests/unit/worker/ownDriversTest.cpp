@@ -8,7 +8,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <iterator>
 #include <utility>
 
 #include "IVelaZceMdApi.h"
@@ -17,6 +16,7 @@
 #include "logCapture.h"
 #include "ownDrivers.h"
 #include "tempDir.h"
+#include "wholeFile.h"
 
 namespace velatest {
 namespace {
@@ -68,10 +68,6 @@ class OwnDrivers : public testing::Test {
 
     static void Put(const std::string& path, const std::string& text) {
         std::ofstream(path, std::ios::binary) << text;
-    }
-    static std::string Text(const std::string& path) {
-        std::ifstream file(path, std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
     }
     static Bytes_t Message(std::uint8_t type, std::uint8_t first) {
         return {type, 0, 0, 0, 1, 2, 3, 4, 5, 6, 7, 8, first, 0xEE};
@@ -140,7 +136,7 @@ TEST_F(OwnDrivers, AStartBeforeTheSessionLearnsSubscribesAndReceives) {
     drv->SetReg(0x104, 85511);
     QueueDma::s_packets = {packet};
     EXPECT_EQ(api->VelaRecv(), 0);  // finds the auction over
-    EXPECT_EQ(Text("bin"),
+    EXPECT_EQ(velatest::WholeFile("bin"),
               "5,SR301\n7,CF301\n2,SPD-SR301&SR303\n"
               "contract's_corresponding_time=20261120085511\nbin_file_over_tag");
     EXPECT_THAT(drv->Writes(), IsEmpty());

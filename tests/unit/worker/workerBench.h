@@ -1,11 +1,12 @@
 #pragma once
 
+#include <unistd.h>
+
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <csignal>
 #include <fstream>
-#include <iterator>
 #include <map>
 #include <string>
 #include <string_view>
@@ -22,6 +23,7 @@
 #include "fakeEnyx.h"
 #include "logCapture.h"
 #include "tempDir.h"
+#include "wholeFile.h"
 
 // What is inside a worker.
 struct ZceDmaChanTestPeer {
@@ -73,11 +75,7 @@ using Lines_t = std::vector<std::string>;
 
 // Text of a whole file; "(none)" if there is none.
 inline std::string FileText(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    if (!file) {
-        return "(none)";
-    }
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    return access(path.c_str(), F_OK) == 0 ? velatest::WholeFile(path) : "(none)";
 }
 
 inline void PutFile(const std::string& path, std::string_view text) {

@@ -1,7 +1,8 @@
 """The work of tidy.sh: which files are due, and clang-tidy on them, as many at once as processors.
 
-A file that was found clean leaves a stamp: what was read for it, and one hash over all of that. It
-is due when the hash over the same files is another, or the stamp is not there.
+A file that was found clean stands in a list with one hash over all that the look depends on. It is due
+when the hash is another. There are two lists: the one of this build folder, and the one that is in the
+repository, so that a fresh copy of the tree has to look at nothing that others have looked at.
 """
 
 import concurrent.futures
@@ -16,14 +17,18 @@ import shlex
 import shutil
 import subprocess
 import sys
-import tempfile
 import time
 
 BUILD = "build/tidy"
-STAMPS = BUILD + "/clean"
+RECORD = "scripts/tidy/clean.txt"
+LOCAL = BUILD + "/clean.txt"
 UNITS = BUILD + "/units"
 # So many files at most are looked at as one.
 TOGETHER = 24
+# What the compiler reads that is not in the tree comes from these.
+PACKAGES = ("clang-14", "clang-tidy-14", "libstdc++-12-dev", "libc6-dev", "libiniparser-dev", "libcli11-dev",
+            "libfmt-dev", "libpcap0.8-dev", "libboost1.74-dev", "libgtest-dev", "libgmock-dev",
+            "libbenchmark-dev", "libncurses-dev", "nlohmann-json3-dev", "valgrind")
 # Options that files looked at as one need not have in common.
 DIFFER = ("-D", "-I", "-isystem", "-fPIC", "-fPIE", "-O", "-fno-sanitize")
 
@@ -46,25 +51,67 @@ def settings(path):
         folder = os.path.dirname(folder)
 
 
-def key(entry, reads, version):
-    """One hash over all that a look at a file depends on."""
-    parts = [version, entry["command"]]
-    parts += [path + " " + content(path) for path in [*settings(entry["file"]), *reads]]
-    return hashlib.sha256("\n".join(parts).encode()).hexdigest()
+@functools.lru_cache(maxsize=None)
+def headers():
+    """The headers of the tree, by name."""
+    found = {}
+    for path in subprocess.run(["git", "ls-files", "-co", "--exclude-standard", "*.h"], check=True,
+                               capture_output=True, text=True).stdout.split():
+        found.setdefault(os.path.basename(path), []).append(path)
+    return found
 
 
-def stamp_of(entry):
-    return os.path.join(STAMPS, os.path.relpath(entry["file"]).replace("/", "+"))
-
-
-def stands(entry, version):
-    """Whether the last look at a file still stands."""
+@functools.lru_cache(maxsize=None)
+def includes(path):
+    """What a file of the tree includes of the tree: any header that the text may mean."""
     try:
-        with open(stamp_of(entry), encoding="utf-8") as file:
-            found, *reads = file.read().splitlines()
-    except (OSError, ValueError):
-        return False
-    return found == key(entry, reads, version)
+        with open(path, encoding="utf-8") as file:
+            texts = re.findall(r'^\s*#\s*include\s*["<]([^">]+)[">]', file.read(), re.MULTILINE)
+    except OSError:
+        return ()
+    return tuple(header for text in texts for header in headers().get(os.path.basename(text), ())
+                 if header.endswith("/" + os.path.normpath(text).lstrip("./")))
+
+
+def own_reads(path):
+    """A file and all of the tree's headers that it leads to."""
+    reads, left = set(), [path]
+    while left:
+        path = left.pop()
+        if path not in reads:
+            reads.add(path)
+            left += includes(path)
+    return sorted(reads)
+
+
+def versions():
+    """Of clang-tidy, and of all that is included and not in the tree."""
+    return subprocess.run(["dpkg-query", "-W", "-f", "${Package} ${Version} ${db:Status-Status}\n", *PACKAGES],
+                          capture_output=True, text=True, check=False).stdout
+
+
+def key(entry, version):
+    """One hash over all that a look at a file depends on, wherever the tree stands."""
+    path = os.path.relpath(entry["file"])
+    parts = [version, entry["command"].replace(os.getcwd(), ".")]
+    speak = [os.path.relpath(setting) for setting in settings(entry["file"])]
+    parts += [read + " " + content(read) for read in [*speak, *own_reads(path)]]
+    return hashlib.sha256("\n".join(parts).encode()).hexdigest()[:32]
+
+
+def known(path):
+    """A list of what was found clean: path and hash."""
+    try:
+        with open(path, encoding="utf-8") as file:
+            return dict(line.split() for line in file)
+    except OSError:
+        return {}
+
+
+def keep(path, clean):
+    """Writes such a list."""
+    with open(path, "w", encoding="utf-8") as file:
+        file.writelines(f"{name} {clean[name]}\n" for name in sorted(clean))
 
 
 def options(entry):
@@ -80,16 +127,11 @@ def options(entry):
     return kept
 
 
-def compiled(entry):
-    """What the compiler says of an entry, and every file that it reads for it, system headers too.
-    Errors alone: its warnings are the builds' own, and files looked at as one would give others."""
-    with tempfile.NamedTemporaryFile("r", dir=UNITS, encoding="utf-8") as made:
-        done = subprocess.run([*options(entry), "-w", "-ferror-limit=0", "-fsyntax-only",
-                               "-MD", "-MF", os.path.abspath(made.name), entry["file"]],
-                              cwd=entry["directory"], capture_output=True, text=True, check=False)
-        rule = made.read().partition(":")[2].replace("\\\n", " ")
-    reads = {os.path.normpath(os.path.join(entry["directory"], path)) for path in shlex.split(rule)}
-    return done.stderr, reads
+def errors(entry):
+    """What the compiler says of an entry. Errors alone: its warnings are the builds' own, and files
+    looked at as one would give others."""
+    return subprocess.run([*options(entry), "-w", "-ferror-limit=0", "-fsyntax-only", entry["file"]],
+                          cwd=entry["directory"], capture_output=True, text=True, check=False).stderr
 
 
 def definitions(words):
@@ -156,12 +198,12 @@ def prepare():
 
 
 def fitting(group):
-    """The part of a group that compiles as one, with what is read for it, and the others: two files
-    may use one name for two things. Alone a file fits, whatever the compiler says of it."""
+    """The part of a group that compiles as one, and the others: two files may use one name for two
+    things. Alone a file fits, whatever the compiler says of it."""
     entry = unit(group)
-    said, reads = compiled(entry)
-    if not said or len(group) == 1:
-        return group, entry, reads, []
+    said = errors(entry) if len(group) > 1 else ""
+    if not said:
+        return group, entry, []
     # The files of each error: where it is, and from where that is included.
     places, wrong = set(), set()
     for line in said.splitlines():
@@ -173,64 +215,63 @@ def fitting(group):
             places = set()
     out = [member for member in group[1:] if member["file"] in wrong] or group[len(group) // 2:]
     group = [member for member in group if member not in out]
-    return group, unit(group), reads, out
+    return group, unit(group), out
 
 
-def look(group, entry, reads, version):
-    """Looks at a group and stamps the clean ones. What was found, and the files that it is found in."""
+def look(group, entry):
+    """Looks at a group. What was found, and the files that it is found in."""
     own = {member["file"] for member in group}
-    kept = {member["file"]: sorted(reads - own - {entry["file"]} | {member["file"]})
-            for member in group}
-    keys = {member["file"]: key(member, kept[member["file"]], version) for member in group}
     done = subprocess.run(["clang-tidy", "--quiet", entry["file"], "--", *options(entry)[1:], "-w"],
                           cwd=entry["directory"], capture_output=True, text=True, check=False)
     places = re.findall(r"^(/[^:]+):\d+:\d+: (?:error|warning): ", done.stdout, re.MULTILINE)
     if len(group) > 1 and not own.issuperset(places):
         # In a header: perhaps only because another file of the group has the same name.
         half = len(group) // 2
-        halves = [look(part, unit(part), reads, version) for part in (group[:half], group[half:])]
+        halves = [look(part, unit(part)) for part in (group[:half], group[half:])]
         return "".join(text for text, _ in halves), [path for _, paths in halves for path in paths]
     failed = []
     if done.returncode != 0 or "warning:" in done.stdout:
         failed = [path for path in own if path in done.stdout] or sorted(own)
-    for member in group:
-        if member["file"] not in failed:
-            with open(stamp_of(member), "w", encoding="utf-8") as file:
-                file.write("\n".join([keys[member["file"]], *kept[member["file"]]]) + "\n")
     return (done.stdout + done.stderr if failed else ""), failed
 
 
 def main(arguments):
     started = time.time()
-    everything = "--all" in arguments
-    wanted = {os.path.abspath(path) for path in arguments if path != "--all"}
-    os.makedirs(STAMPS, exist_ok=True)
-    version = subprocess.run(["clang-tidy", "--version"], capture_output=True, text=True,
-                             check=True).stdout
+    flags = {argument for argument in arguments if argument.startswith("--")}
+    wanted = {os.path.abspath(path) for path in arguments if path not in flags}
+    version = versions()
     with open(BUILD + "/compile_commands.json", encoding="utf-8") as file:
         # A file that several programs share is looked at once.
-        entries = {entry["file"]: entry for entry in reversed(json.load(file))}
+        entries = {entry["file"]: entry for entry in reversed(json.load(file))
+                   if entry["file"].startswith(os.getcwd() + "/")}
     unknown = wanted - entries.keys()
-    if unknown:
-        print("tidy: not compiled by this tree: " + " ".join(sorted(unknown)))
-        return 1
-    entries = [entry for path, entry in sorted(entries.items())
-               if path.startswith(os.getcwd() + "/") and (not wanted or path in wanted)]
-    due = [entry for entry in entries if everything or not stands(entry, version)]
-    failed = []
+    if unknown or flags - {"--all", "--record"}:
+        print("tidy: not compiled by this tree: " + " ".join(sorted(unknown)) if unknown
+              else "tidy: there are --all and --record")
+        return 2
+    keys = {os.path.relpath(path): key(entry, version) for path, entry in sorted(entries.items())}
+    lists = [] if "--all" in flags else [known(RECORD), known(LOCAL)]
+    clean = {name: found for name, found in keys.items() if any(one.get(name) == found for one in lists)}
+    due = [entry for path, entry in sorted(entries.items())
+           if os.path.relpath(path) not in clean and (not wanted or path in wanted)]
+    failed, fits, left = [], [], due
     prepare()
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
-        fits, left = [], due
         while left:
             tried = list(pool.map(fitting, groups(left)))
-            fits += [found[:3] for found in tried]
-            left = [entry for found in tried for entry in found[3]]
+            fits += [found[:2] for found in tried]
+            left = [entry for found in tried for entry in found[2]]
         fits.sort(key=lambda fit: -len(fit[0]))
-        for found, paths in pool.map(lambda fit: look(*fit, version), fits):
+        for found, paths in pool.map(lambda fit: look(*fit), fits):
             print(found, end="", flush=True)
             failed += [os.path.relpath(path) for path in paths]
+    looked = {os.path.relpath(entry["file"]) for entry in due} - set(failed)
+    clean.update((name, keys[name]) for name in looked)
+    keep(LOCAL, clean)
+    if "--record" in flags:
+        keep(RECORD, clean)
     used = resource.getrusage(resource.RUSAGE_CHILDREN)
-    print(f"tidy: {len(entries)} files, {len(due)} looked at as {len(fits)}, {len(failed)} with findings, "
+    print(f"tidy: {len(keys)} files, {len(due)} looked at as {len(fits)}, {len(failed)} with findings, "
           f"{time.time() - started:.0f} s, {used.ru_utime + used.ru_stime:.0f} CPU s")
     for path in sorted(failed):
         print("tidy: findings in " + path)
