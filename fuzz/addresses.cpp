@@ -55,8 +55,8 @@ void CheckRegisters(CFuzzBoard& board, const std::string& mac, const std::string
         FUZZ_CHECK(board.Reg(0x302) ==
                    (bytes[2] << 24 | bytes[3] << 16 | bytes[4] << 8 | bytes[5]));
     }
-    if (IsValidIp(ip.c_str()) && std::sscanf(ip.c_str(), "%u.%u.%u.%u", &bytes[0], &bytes[1],
-                                             &bytes[2], &bytes[3]) == 4) {
+    if (IsValidIp(ip.c_str()) &&
+        std::sscanf(ip.c_str(), "%u.%u.%u.%u", &bytes[0], &bytes[1], &bytes[2], &bytes[3]) == 4) {
         FUZZ_CHECK(board.Reg(0x303) ==
                    (bytes[0] << 24 | bytes[1] << 16 | bytes[2] << 8 | bytes[3]));
     }

@@ -59,6 +59,7 @@ def names():
     for name, (mac, ip, port) in {
         "good": (b"01:00:5e:01:01:05", b"239.1.1.5", b"30005"),
         "odd": (b"01-00:5e:01:01:0g", b"1..2.3.34", b"-1"),
+        "zeros": (b"00:00:5e:00:01:05", b"001.2.3.0004", b"030005"),
         "large": (b"aa:bb:cc:dd:ee:ff", b"255.255.255.256", b"99999999999"),
     }.items():
         put("addresses", name, bytes([len(mac)]) + mac + bytes([len(ip)]) + ip + port)

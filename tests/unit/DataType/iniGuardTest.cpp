@@ -203,8 +203,8 @@ class IniGuard : public testing::Test {
         EXPECT_EQ(OpenFiles(), filesBefore);
         return result == 0;
     }
-    // Every allocation of a load failing, one after the other; how many there are. In a slow build the
-    // first fifty, and then every seventh.
+    // Every allocation of a load failing, one after the other; how many there are. In a slow build
+    // the first fifty, and then every seventh.
     int FailEach(bool forGood) {
         for (int failing = 1;; failing += velatest::slowBuild && failing > 50 ? 7 : 1) {
             const bool loaded = Load(failing, forGood);
