@@ -1,20 +1,15 @@
 #include "vendor/BoardWatch.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <utility>
 
 #include "vendor/enyxHandles.h"
 
 namespace ZceBoard {
 
 namespace {
-
-constexpr double LOOK_PASSES = 100;
-constexpr double MOST_POLLS = 1U << 26;
 
 bool IsQuiet() {
     const char* const quiet = getenv("ZCE_BOARD_QUIET");
@@ -27,10 +22,14 @@ void TellOnce(std::atomic<bool>& told, uint32_t bus, const char* text) {
     }
 }
 
-void LookForBoard(enyx_hw_accelerator& accelerator, const CBoardFile& holder) {
+// Whether the board that the process has mapped still runs.
+bool LookForBoard(enyx_hw_accelerator& accelerator, const CBoardFile& holder) {
     const uint32_t bus = accelerator.memory.Bus();
-    if (accelerator.watch.newTold.load() || holder.IsLocked(LOCK_BOARD)) {
-        return;
+    if (accelerator.watch.newTold.load()) {
+        return false;
+    }
+    if (holder.IsLocked(LOCK_BOARD)) {
+        return true;
     }
     TellOnce(accelerator.watch.goneTold, bus,
              "the board has gone; this process gets nothing more from it");
@@ -39,34 +38,21 @@ void LookForBoard(enyx_hw_accelerator& accelerator, const CBoardFile& holder) {
                  "a new board is running, but this process has the memory of the old one: start "
                  "it anew");
     }
+    return false;
 }
 
 }  // namespace
 
-bool IdleCount::Restart(uint64_t passesNow) {
-    const uint64_t made = passesNow - std::exchange(passes, passesNow);
-    double wanted = 2.0 * interval;
-    if (made != 0) {
-        wanted = std::min(wanted, interval * LOOK_PASSES / static_cast<double>(made));
-        paced = static_cast<double>(made) * 4 >= LOOK_PASSES;
-    } else if (paced) {
-        wanted = interval;
-    }
-    interval = static_cast<uint32_t>(std::clamp(wanted, 1.0, MOST_POLLS));
-    left = interval;
-    // Too soon to tell while the pace is not found.
-    return made != 0 || (!paced && interval < MOST_POLLS);
-}
-
 void LookAfter(enyx_hw_a2c_stream& stream) {
     const int err = errno;
-    const bool bAlive =
+    const bool bMoves =
         stream.idle.Restart(stream.shm->stats.passes.load(std::memory_order_relaxed));
     if (stream.holder.Fd() >= 0) {  // else a forked child's, whose the stream is not
         stream.consumer.TellPosition();
         stream.ring.control->generation.store(stream.generation, std::memory_order_release);
-        if (!bAlive) {  // the kernel is asked about a board that stands still, and about no other
-            LookForBoard(*stream.accelerator, stream.holder);
+        // The kernel is asked about a board that does not move, and about no other.
+        if (!bMoves && !LookForBoard(*stream.accelerator, stream.holder)) {
+            stream.idle.Keep();
         }
     }
     errno = err;

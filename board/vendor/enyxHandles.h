@@ -19,6 +19,7 @@
 #include "memory/RegisterFile.h"
 #include "memory/Ring.h"
 #include "vendor/BoardWatch.h"
+#include "vendor/IdleCount.h"
 
 // What is behind the opaque handles of the vendor's C interface.
 
