@@ -96,7 +96,7 @@ tests/anomaly       include src/* tests/support
 tests/capture       capture tests/support
 tests/record        tools/record capture tests/support
 tests/memory        memory tests/support
-tests/vendor        memory src/enyxHw device tests/memory
+tests/vendor        vendor memory src/enyxHw device tests/memory
 tests/exchange      exchange memory board/include
 tests/device        device exchange memory board/include src/* tests/unit tests/support
 tests/traffic       traffic device exchange memory capture board/include tests/support

@@ -1,7 +1,7 @@
 // How often a process that polls looks after its board: the board makes a pass a millisecond, the
 // process polls at a pace of its own.
 
-#include "board/vendor/IdleCount.h"
+#include "vendor/IdleCount.h"
 
 #include <gtest/gtest.h>
 
