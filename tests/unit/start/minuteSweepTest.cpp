@@ -14,7 +14,7 @@ namespace {
 
 // A slow build tries every so many minutes alone, and one in so many of the states everywhere.
 constexpr unsigned int minuteStep = slowBuild ? 60 : 1;
-constexpr unsigned int stateStep = 6;
+constexpr unsigned int stateStep = 12;
 
 constexpr unsigned int today = 20261120;
 constexpr unsigned int yesterday = 20261119;
@@ -214,7 +214,7 @@ TEST_P(MinuteSweep, TakesTheBranchOfTheTable) {
     std::printf(
         "minute sweep, hour %02u%s: starts %u, resets %u, keeps %u, learns %u, from the cache file "
         "%u, from the tables %u, waits %u (%lu s)\n",
-        hour, slowBuild ? " (reduced: every hour, a sixth of the states)" : "", counts.starts,
+        hour, slowBuild ? " (reduced: every hour, a twelfth of the states)" : "", counts.starts,
         counts.resets, counts.keeps, counts.learns, counts.fromCache, counts.fromTables,
         counts.waits, counts.waitSeconds);
     EXPECT_EQ(counts.starts, counts.resets + counts.keeps);

@@ -17,7 +17,7 @@ namespace {
 
 constexpr unsigned int today = 20261120;
 constexpr std::size_t recordsPerPacket = 60;
-constexpr int roundsPerSeed = slowBuild ? 1 : 12;
+constexpr int roundsPerSeed = slowBuild ? 3 : 12;
 
 struct Tables_t {
     std::vector<unsigned int> sgl;
@@ -137,7 +137,7 @@ class SelectionModel : public testing::TestWithParam<unsigned int> {
 TEST_P(SelectionModel, GivesTheSameWordsInTheTables) {
     Random_t random(GetParam());
     for (int round = 0; round < roundsPerSeed && !HasFailure(); ++round) {
-        Round(random, slowBuild ? 100 : 300);
+        Round(random, slowBuild ? 40 : 300);
     }
     std::printf("selection model, seed %u: selections %lu, names %lu, entries selected %lu\n",
                 GetParam(), selections, names, selected);
