@@ -75,8 +75,8 @@ function(velazce_add_test name)
                        PROPERTIES LABELS "${ARG_LABELS}" TIMEOUT 120 COST ${cost})
 endfunction()
 
-# velazce_own_new(TARGET): it brings its own operator new, which the ThreadSanitizer of clang has too; the
-# program's comes first.
+# velazce_own_new(TARGET): it brings its own operator new, which the ThreadSanitizer of clang has too. That
+# one is taken: what needs the program's own is left out there (tests/support/sanitizers.h).
 function(velazce_own_new target)
   if(VELAZCE_SANITIZE STREQUAL "thread" AND CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
     target_link_options(${target} PRIVATE LINKER:--allow-multiple-definition)

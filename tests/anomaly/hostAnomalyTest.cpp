@@ -11,6 +11,7 @@
 
 #include "VelaZceUtils.h"
 #include "run.h"
+#include "sanitizers.h"
 #include "wholeFile.h"
 
 namespace {
@@ -130,6 +131,9 @@ INSTANTIATE_TEST_SUITE_P(Scenarios, HostAnomaly,
 
 // The first allocation of the life of an API object is the object itself.
 TEST(HostAnomalyLine, AnApiObjectThatCannotBeMadeIsNull) {
+    if (velatest::newIsTheSanitizers) {
+        GTEST_SKIP() << "a failing operator new is passed by";
+    }
     Runner runner(anomaly::channel3);
     const Outcome outcome = runner.Run({Kind::Memory, 1, false});
     CheckEnd(outcome);
@@ -155,6 +159,9 @@ TEST(HostAnomalyLine, AFailedLockInADestructorIsALine) {
 // A map packet whose instruments do not fit into memory is dropped with a line; the exchange sends
 // it again.
 TEST(HostAnomalyLine, AMapPacketWithoutMemoryIsDropped) {
+    if (velatest::newIsTheSanitizers) {
+        GTEST_SKIP() << "a failing operator new is passed by";
+    }
     Runner runner(anomaly::outside);
     const std::uint32_t allocations = runner.Run({}).Count(Kind::Memory);
     std::uint32_t dropped = 0;

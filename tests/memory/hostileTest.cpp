@@ -16,22 +16,11 @@
 #include "memory/Control.h"
 #include "memory/CoreLock.h"
 #include "memory/Faults.h"
+#include "sanitizers.h"
 #include "wholeFile.h"
 
 // What other processes may write over a board's memory, and what it does to those that use it.
 namespace {
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool sanitizerHandlesFaults = true;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-constexpr bool sanitizerHandlesFaults = true;
-#else
-constexpr bool sanitizerHandlesFaults = false;
-#endif
-#else
-constexpr bool sanitizerHandlesFaults = false;
-#endif
 
 using ZceBoard::CBoardMemory;
 using ZceBoard::CCoreLock;
@@ -247,7 +236,7 @@ TEST_F(HostileApplication, TheBoardsMemoryCutShortIsNotItsHandlersBusiness) {
 }
 
 TEST_F(HostileMemory, WithoutAnyHandlerTheOtherFaultsEndTheProcessAsEver) {
-    if (sanitizerHandlesFaults) {
+    if (velatest::underSanitizer) {
         GTEST_SKIP() << "the sanitizer has a handler of its own for every fault";
     }
     EXPECT_EQ(boardtest::InChild([this] { return ReadBehindAFile(m_errors + ".other"); }), -SIGBUS);
@@ -255,7 +244,7 @@ TEST_F(HostileMemory, WithoutAnyHandlerTheOtherFaultsEndTheProcessAsEver) {
 }
 
 TEST_F(HostileMemory, MemoryThatIsMappedNoMoreIsWatchedNoMore) {
-    if (sanitizerHandlesFaults) {
+    if (velatest::underSanitizer) {
         GTEST_SKIP() << "the sanitizer has a handler of its own for every fault";
     }
     std::string errors;

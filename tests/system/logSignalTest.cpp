@@ -22,6 +22,7 @@
 #include "log/CRwLogger.h"
 #include "log/elog.h"
 #include "process.h"
+#include "sanitizers.h"
 #include "stalledOutput.h"
 #include "tempDir.h"
 
@@ -29,11 +30,7 @@ namespace velatest {
 
 namespace {
 
-#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
-constexpr unsigned int signalCount = 60;
-#else
-constexpr unsigned int signalCount = 1000;
-#endif
+constexpr unsigned int signalCount = underSanitizer ? 60 : 1000;
 constexpr unsigned int atOnce = 10;  // processes
 constexpr int goodEnd = 0;
 constexpr int flagUnset = 3;
@@ -254,9 +251,10 @@ TEST_F(LogSignal, BeforeTheHandlersAreThereAStalledOutputKeepsNoSignalFromEnding
 }
 
 TEST_F(LogSignal, AThreadThatPrintsAndOneThatLogsAreNoDeadlockForTheHandler) {
-#if defined(__SANITIZE_THREAD__)
-    GTEST_SKIP() << "ThreadSanitizer itself holds the signal back until the thread has printed.";
-#endif
+    if (underThreadSanitizer) {
+        GTEST_SKIP()
+            << "ThreadSanitizer itself holds the signal back until the thread has printed.";
+    }
     const StalledOutput pipe(m_dir / "pipe");
     const int output = OpenFile(m_dir / "pipe");
     Child child(output, [&](const std::function<void(int)>& ready) {

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "apiBench.h"
+#include "sanitizers.h"
 #include "wrappedCalls.h"
 
 namespace {
@@ -121,6 +122,9 @@ TEST_F(ApiObject, ThreadsThatStartAtOnceMakeOneLogger) {
 }
 
 TEST_F(ApiObject, AConfigurationThatCannotBeMadeEndsTheProcess) {
+    if (velatest::newIsTheSanitizers) {
+        GTEST_SKIP() << "a failing operator new is passed by";
+    }
     EXPECT_EXIT(
         {
             OpenApi api(nullptr);
