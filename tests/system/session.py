@@ -103,8 +103,13 @@ class Session:
                            dict(self.environment, **clock))
 
     def ctl(self, *arguments):
-        done = subprocess.run([self.programs + "/zce-board", "ctl", *arguments],
-                              env=self.environment, capture_output=True, text=True, check=False)
+        # What is asked for stays the same if it is asked again: on a loaded machine a board may take
+        # longer to answer than ctl waits.
+        for _ in range(10):
+            done = subprocess.run([self.programs + "/zce-board", "ctl", *arguments],
+                                  env=self.environment, capture_output=True, text=True, check=False)
+            if "does not answer" not in done.stderr:
+                break
         if done.returncode != 0:
             raise Failure(f"zce-board ctl {' '.join(arguments)}: {done.stderr}")
         return done.stdout
