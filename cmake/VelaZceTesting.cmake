@@ -29,18 +29,10 @@ if(VELAZCE_QUICK_TESTS)
 endif()
 
 # velazce_add_test(NAME SOURCES files... [LIBS targets...] [LABELS label] [OPTIMISED] [LONG])
-# LONG: its cases are started before the others, so that nobody waits for them at the end. The label is by default the name of the folder below tests/: unit or system.
-# The target tests_<label> builds all programs of a label.
 # One test program; each of its test cases becomes a ctest of its own, in a process of its own, so
-# that the library's process-wide state starts afresh every time.
-# GCC bugs 105329 and 105651: false alarms of these two at texts that -O1 puts together, as the
-# sanitizer builds have it. For the files that they hit, there alone.
-function(velazce_quiet_false_alarms)
-  if(VELAZCE_SANITIZE AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
-    set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS "-Wno-array-bounds;-Wno-stringop-overflow")
-  endif()
-endfunction()
-
+# that the library's process-wide state starts afresh every time. The label is by default the name of
+# the folder below tests/: unit or system. The target tests_<label> builds all programs of a label.
+# LONG: its cases are started before the others, so that nobody waits for them at the end.
 function(velazce_add_test name)
   cmake_parse_arguments(ARG "OPTIMISED;LONG" "" "SOURCES;LIBS;LABELS" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
@@ -75,8 +67,8 @@ function(velazce_add_test name)
                        PROPERTIES LABELS "${ARG_LABELS}" TIMEOUT 120 COST ${cost})
 endfunction()
 
-# velazce_own_new(TARGET): it brings its own operator new, which the ThreadSanitizer of clang has too. That
-# one is taken: what needs the program's own is left out there (tests/support/sanitizers.h).
+# velazce_own_new(TARGET): it brings its own operator new, which the ThreadSanitizer of clang has too.
+# That one is taken: what needs the program's own is left out there (tests/support/sanitizers.h).
 function(velazce_own_new target)
   if(VELAZCE_SANITIZE STREQUAL "thread" AND CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
     target_link_options(${target} PRIVATE LINKER:--allow-multiple-definition)

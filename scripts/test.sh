@@ -3,17 +3,22 @@
 # tests under AddressSanitizer + UndefinedBehaviorSanitizer and under ThreadSanitizer, the fuzz targets
 # for 20 s each, whole processes under valgrind. docs/testing.md has the steps and their times.
 # Installs what is missing (apt), builds what changed, ends with one line "test: ok ..." or
-# "test: FAILED: ...". Exit status 0 only if everything passed.
-# Usage: scripts/test.sh [--quick]   (--quick: style, the release build and its tests alone, without
-#                                     those that take long)
+# "test: FAILED: ...". Exit status 0 only if everything passed. The tests of the release build are run
+# each time; what passed under a sanitizer, under valgrind or as a fuzz target is not repeated as long
+# as nothing that it depends on has changed (scripts/passed/main.py).
+# Usage: scripts/test.sh [--quick | --again]
+#          --quick   style, the release build and its tests alone, without those that take long
+#          --again   everything, also what passed before and has not changed
 source "$(dirname "$0")/common.sh"
 
 quick=
+again=()
 case "${*-}" in
 '') ;;
 --quick) quick=yes ;;
+--again) again=(--again) ;;
 *)
-    echo "Usage: scripts/test.sh [--quick]"
+    echo "Usage: scripts/test.sh [--quick | --again]"
     exit 2
     ;;
 esac
@@ -53,14 +58,37 @@ check_style() {
     scripts/check-includes.sh
 }
 
-# More at once than there are processors: most tests of whole processes wait.
+# tests PRESET AT_ONCE CTEST_OPTIONS...
 tests() {
-    local preset=$1
-    shift
-    ctest --test-dir "build/$preset" --output-on-failure --no-tests=error -j$((2 * $(nproc))) "$@" |
+    local preset=$1 at_once=$2
+    shift 2
+    ctest --test-dir "build/$preset" --output-on-failure --no-tests=error -j"$at_once" "$@" |
         tee "build/$preset/ctest.out" | { grep -vE '^ *(Start|[0-9]+/[0-9]+ Test +#.*Passed)' || true; }
     total=$((total + $(sed -n 's/.*tests passed, .* out of \([0-9]*\)$/\1/p' "build/$preset/ctest.out")))
 }
+
+# Those of the labels unit and board, as far as they have not passed with these very programs.
+tests_once() {
+    local preset=$1 status=0
+    passed due "build/$preset" "$LABELS" "${again[@]}" || status=$?
+    [ $status -ne 3 ] || return 0
+    [ $status -eq 0 ] || return 1
+    tests "$preset" $((2 * $(nproc))) -I "build/$preset/due.txt"
+    passed passed "build/$preset" "$LABELS"
+}
+
+# step_once NAME PRESET COMMAND...: what the preset has built is in it.
+step_once() {
+    local name=$1 preset=$2 status=0
+    shift 2
+    passed step "$name" "build/$preset" "${again[@]}" || status=$?
+    [ $status -ne 3 ] || return 0
+    [ $status -eq 0 ] || return 1
+    "$@"
+    passed step-passed "$name" "build/$preset"
+}
+
+passed() { python3 -B scripts/passed/main.py "$@"; }
 
 # The next tree is built by what the tests that run leave of the processors.
 build_ahead() {
@@ -74,6 +102,7 @@ built_ahead() {
     tail -n 1 "build/$1.out"
 }
 
+LABELS='^(unit|board)$'
 total=0
 took=
 scratch=$(mktemp)
@@ -81,21 +110,22 @@ run "What is needed" need "${BUILD_PACKAGES[@]}" "${TEST_PACKAGES[@]}"
 run "Style and layering" check_style
 run "Static analysis: cppcheck" scripts/analyze.sh cppcheck
 run "Build: release, g++" build release
+# Most tests of whole processes wait: three for each processor.
 if [ -n "$quick" ]; then
-    run "Tests: release" tests release -E '^(Crash|Soak|ExampleScenario|RandomMoments)\.|Anomaly\.'
+    run "Tests: release" tests release $((3 * $(nproc))) -E '^(Crash|Soak|ExampleScenario|RandomMoments)\.|Anomaly\.'
 else
     build_ahead asan tests_unit tests_board
-    run "Tests: release" tests release
+    run "Tests: release" tests release $((3 * $(nproc)))
     run "clang-tidy" scripts/tidy.sh
     run "Build: AddressSanitizer + UndefinedBehaviorSanitizer, clang++" built_ahead asan
     build_ahead tsan tests_unit tests_board
-    run "Tests: AddressSanitizer + UndefinedBehaviorSanitizer" tests asan -L 'unit|board'
+    run "Tests: AddressSanitizer + UndefinedBehaviorSanitizer" tests_once asan
     run "Build: ThreadSanitizer, clang++" built_ahead tsan
     build_ahead fuzz fuzz
-    run "Tests: ThreadSanitizer" tests tsan -L 'unit|board'
-    run "Whole processes under valgrind" scripts/valgrind.sh
+    run "Tests: ThreadSanitizer" tests_once tsan
+    run "Whole processes under valgrind" step_once valgrind release scripts/valgrind.sh
     run "Build: fuzz targets, clang++" built_ahead fuzz
-    run "Fuzzing: each target for 20 s" scripts/fuzz.sh --seconds 20
+    run "Fuzzing: each target for 20 s" step_once fuzzing fuzz scripts/fuzz.sh --seconds 20
 fi
 
 printf '\n%7s %7s   %s\n%s' seconds cpu step "$took"

@@ -1,4 +1,4 @@
-// What most tests include; only a build with VELAZCE_TEST_PCH reads it. A test includes what it
+// What most tests include; only a build with VELAZCE_QUICK_TESTS reads it. A test includes what it
 // uses all the same.
 #pragma once
 

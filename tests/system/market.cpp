@@ -50,6 +50,14 @@ void Market::Enter() const {
     EnterEnvironment({m_directory.path(), m_environment, ""});
 }
 
+std::string Market::Resting(const std::string& library) {
+#ifdef RESTING_POLL_LIBRARY
+    return "LD_PRELOAD=" + library + (library.empty() ? "" : ":") + RESTING_POLL_LIBRARY;
+#else
+    return "LD_PRELOAD=" + library;
+#endif
+}
+
 void Market::StartClock(unsigned int hhmmss) {
     m_environment.push_back("TZ=" + VirtualZone(hhmmss));
 }
@@ -77,7 +85,6 @@ std::unique_ptr<Process> Market::Receive(unsigned int channel, const std::vector
     WriteFile(Path(name) + "/config.ini", "[config]\ndevice = xilinx" + std::to_string(bus) + ":" +
                                               std::to_string(channel) + "\n" + m_rules);
     std::vector<std::string> command{ZCE_RECV_PROGRAM, "config.ini", "--print", "1"};
-    command.insert(command.end(), m_options.begin(), m_options.end());
     command.insert(command.end(), more.begin(), more.end());
     return std::make_unique<Process>(command, where);
 }

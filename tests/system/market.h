@@ -45,9 +45,12 @@ class Market : public ::testing::Test {
     void Enter() const;
     std::string Path(const std::string& name) const;
 
-    // The receivers of this market rest a little when there is nothing, instead of taking a whole
-    // CPU each from whatever else runs.
-    void LetReceiversRest() { m_options = {"--own-loop", "--nap", "100"}; }
+    // The receivers that are started from now on rest a little when there is nothing, instead of
+    // taking a whole CPU each from whatever else runs.
+    void LetReceiversRest() { m_environment.push_back(Resting()); }
+    // The entry of the environment for that; `library` is loaded as well, before the one that
+    // rests.
+    static std::string Resting(const std::string& library = "");
 
     // What stands in every receiver's INI file below its `device`.
     std::string m_rules;
@@ -60,7 +63,6 @@ class Market : public ::testing::Test {
 
   private:
     TempDir m_directory;
-    std::vector<std::string> m_options;  // of every receiver
     unsigned int m_started = 0;
 };
 

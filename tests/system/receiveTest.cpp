@@ -10,7 +10,10 @@ namespace velatest {
 
 namespace {
 
-class Receiving : public Market {};
+class Receiving : public Market {
+  protected:
+    Receiving() { LetReceiversRest(); }
+};
 
 TEST_F(Receiving, EveryProcessGetsExactlyWhatTheBoardSentToItsChannel) {
     StartClock(shortlyBeforeExpiry);

@@ -35,6 +35,8 @@ std::vector<std::string> LinesOf(const std::string& text, const std::string& sta
 
 class Receiver : public Market {
   protected:
+    Receiver() { LetReceiversRest(); }
+
     // A master that has subscribed, and a receiver on channel 3 that gets messages.
     void StartBoth(const std::vector<std::string>& more) {
         m_master = Receive(0);

@@ -43,7 +43,7 @@ class Replay : public Market {
     void Record(bool on) {
         if (on) {
             m_environment.insert(m_environment.end(),
-                                 {"LD_PRELOAD=" ZCE_RECORD_LIBRARY, "ZCE_RECORD=day.pcap"});
+                                 {Resting(ZCE_RECORD_LIBRARY), "ZCE_RECORD=day.pcap"});
         } else {
             m_environment.resize(m_environment.size() - 2);
         }

@@ -18,6 +18,7 @@ using std::chrono::seconds;
 class ExampleScenario : public Market {
   protected:
     ExampleScenario() { LetReceiversRest(); }
+
     // The board's clock is in `clock`, which the scenario writes into its working directory.
     void Play(const std::string& name) {
         const std::string path = std::string(ZCE_EXAMPLES) + "/scenarios/" + name;
@@ -27,10 +28,10 @@ class ExampleScenario : public Market {
         ASSERT_TRUE(m_board->WaitFor("ready")) << m_board->Output();
     }
     void FollowTheBoardsClock(const std::string& file) {
-        m_environment.insert(m_environment.end(),
-                             {std::string("LD_PRELOAD=") + LIBFAKETIME, "FAKETIME_NO_CACHE=1",
-                              "DONT_FAKE_MONOTONIC=1", "FAKETIME_DONT_FAKE_MONOTONIC=1",
-                              "FAKETIME_TIMESTAMP_FILE=" + Path("board/" + file)});
+        m_environment.insert(
+            m_environment.end(),
+            {Resting(LIBFAKETIME), "FAKETIME_NO_CACHE=1", "DONT_FAKE_MONOTONIC=1",
+             "FAKETIME_DONT_FAKE_MONOTONIC=1", "FAKETIME_TIMESTAMP_FILE=" + Path("board/" + file)});
     }
     void ExpectCounts(const std::string& line, long type17, long type18, long type19, long type20) {
         EXPECT_EQ(Field(line, "type17"), type17) << line;

@@ -18,6 +18,8 @@ using Clock = std::chrono::steady_clock;
 
 class FullPipe : public Market {
   protected:
+    FullPipe() { LetReceiversRest(); }
+
     // Starts a receiver on channel 0 that prints into a pipe.
     void StartReceiver(const std::vector<std::string>& more = {}) {
         const std::string directory = Path("receiver" + std::to_string(m_number++));

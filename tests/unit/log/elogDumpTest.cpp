@@ -21,7 +21,7 @@ class ElogDump : public testing::Test {
         EXPECT_EQ(m_logger.Init(0, m_dir.path().c_str(), "fpga"), 0);
         m_start = File().size();
     }
-    std::string File() const { return velatest::FileText(m_dir / "fpga_20261115.log"); }
+    std::string File() const { return velatest::WholeFile(m_dir / "fpga_20261115.log"); }
     std::string Written() const { return File().substr(m_start); }
 
     velatest::TempDir m_dir;

@@ -24,9 +24,9 @@ namespace {
 
 using testing::ElementsAre;
 using velatest::FakeClock;
-using velatest::FileText;
 using velatest::NamesIn;
 using velatest::TempDir;
+using velatest::WholeFile;
 
 const char* const FIRST_LINE =
     "[INFO   ][20261115-23:59:58][log]log is initialized successfully.\n";
@@ -58,14 +58,14 @@ mode_t ModeOf(const std::string& path) {
 TEST_F(ElogFile, NameIsDirSlashNameAndDate) {
     ASSERT_EQ(Init(m_dir.path() + "/"), 0);  // a slash of the directory is kept
     EXPECT_THAT(NamesIn(m_dir.path()), ElementsAre("fpga_20261115.log"));
-    EXPECT_EQ(FileText(m_dir / "fpga_20261115.log"), FIRST_LINE);
+    EXPECT_EQ(WholeFile(m_dir / "fpga_20261115.log"), FIRST_LINE);
     EXPECT_EQ(m_error, "");
 }
 
 TEST_F(ElogFile, ExistingFileIsAppendedTo) {
     std::ofstream(m_dir / "fpga_20261115.log") << "before\n";
     ASSERT_EQ(Init(m_dir.path()), 0);
-    EXPECT_EQ(FileText(m_dir / "fpga_20261115.log"), std::string("before\n") + FIRST_LINE);
+    EXPECT_EQ(WholeFile(m_dir / "fpga_20261115.log"), std::string("before\n") + FIRST_LINE);
 }
 
 TEST_F(ElogFile, MissingDirectoriesAreMadeWithMode0755) {
@@ -178,7 +178,7 @@ TEST_F(ElogFile, NullArgumentsFail) {
 TEST_F(ElogFile, FailedInitCanBeTriedAgain) {
     EXPECT_EQ(Init(""), -1);
     EXPECT_EQ(Init(m_dir.path()), 0);
-    EXPECT_EQ(FileText(m_dir / "fpga_20261115.log"), FIRST_LINE);
+    EXPECT_EQ(WholeFile(m_dir / "fpga_20261115.log"), FIRST_LINE);
 }
 
 TEST_F(ElogFile, PercentSignsInDirAndNameAreOrdinaryCharacters) {
@@ -199,7 +199,7 @@ TEST_F(ElogFile, LongerNameIsCutAndOpened) {
     ASSERT_EQ(Init(m_dir.path(), name.c_str()), 0);
     EXPECT_EQ(m_error, "");
     EXPECT_THAT(NamesIn(m_dir.path()), ElementsAre(name + "_20261115.lo"));
-    EXPECT_EQ(FileText(m_dir / (name + "_20261115.lo")), FIRST_LINE);
+    EXPECT_EQ(WholeFile(m_dir / (name + "_20261115.lo")), FIRST_LINE);
 }
 
 // The date is cut too: what is left of it names the file, and here the next day's as well.
@@ -209,7 +209,7 @@ TEST_F(ElogFile, NameCutInItsDateIsOpened) {
     FakeClock::AdvanceSeconds(2);
     LOG_INFO("a");
     EXPECT_THAT(NamesIn(m_dir.path()), ElementsAre(name + "_202611"));
-    EXPECT_EQ(FileText(m_dir / (name + "_202611")),
+    EXPECT_EQ(WholeFile(m_dir / (name + "_202611")),
               std::string(FIRST_LINE) + "[INFO   ][20261116-00:00:00][fpga]a\n");
 }
 
@@ -234,7 +234,7 @@ TEST_F(ElogFile, PatternCutInTheNameIsTheName) {
     const std::string cut(255 - m_dir.path().size() - 1, 'n');
     ASSERT_EQ(Init(m_dir.path(), name.c_str()), 0);
     EXPECT_THAT(NamesIn(m_dir.path()), ElementsAre(cut));
-    EXPECT_EQ(FileText(m_dir / cut), FIRST_LINE);
+    EXPECT_EQ(WholeFile(m_dir / cut), FIRST_LINE);
 }
 
 TEST_F(ElogFile, PatternCutInTheDirectoryNamesAFileBesideIt) {
@@ -243,7 +243,7 @@ TEST_F(ElogFile, PatternCutInTheDirectoryNamesAFileBesideIt) {
     const std::string last = cut + "eeee";
     ASSERT_EQ(Init(dir + "/" + last), 0);
     EXPECT_THAT(NamesIn(dir), ElementsAre(cut, last));
-    EXPECT_EQ(FileText(dir + "/" + cut), FIRST_LINE);
+    EXPECT_EQ(WholeFile(dir + "/" + cut), FIRST_LINE);
     EXPECT_THAT(NamesIn(dir + "/" + last), ElementsAre());
 }
 
@@ -254,7 +254,7 @@ TEST_F(ElogFile, SecondInitKeepsTheFileAndInstallsTheFormatsAgain) {
     EXPECT_EQ(Init(m_dir / "other", "other"), 0);
     LOG_INFO("a");
     EXPECT_THAT(NamesIn(m_dir.path()), ElementsAre("fpga_20261115.log"));
-    EXPECT_EQ(FileText(m_dir / "fpga_20261115.log"),
+    EXPECT_EQ(WholeFile(m_dir / "fpga_20261115.log"),
               std::string(FIRST_LINE) + FIRST_LINE + "[INFO   ][20261115-23:59:58][fpga]a\n");
 }
 
@@ -268,7 +268,7 @@ TEST_F(ElogFile, DestructorClosesTheFileAndOutputGoesOnToStandardOutput) {
     EXPECT_EQ(out.Text(),
               "[INFO   ][20261115-23:59:58][fpga]after\n"
               "[INFO   ][20261116-00:00:00][fpga]next day\n");
-    EXPECT_EQ(FileText(m_dir / "fpga_20261115.log"), FIRST_LINE);
+    EXPECT_EQ(WholeFile(m_dir / "fpga_20261115.log"), FIRST_LINE);
     EXPECT_THAT(NamesIn(m_dir.path()), ElementsAre("fpga_20261115.log"));
 }
 
@@ -277,7 +277,7 @@ TEST_F(ElogFile, CanBeOpenedAgainAfterTheClose) {
     m_logger = std::make_unique<CRwLogger>();
     elog_log_file_close();
     ASSERT_EQ(Init(m_dir / "second"), 0);
-    EXPECT_EQ(FileText(m_dir / "second/fpga_20261115.log"), FIRST_LINE);
+    EXPECT_EQ(WholeFile(m_dir / "second/fpga_20261115.log"), FIRST_LINE);
 }
 
 TEST_F(ElogFile, FirstLineAfterMidnightGoesIntoTheNewDaysFile) {
@@ -287,9 +287,9 @@ TEST_F(ElogFile, FirstLineAfterMidnightGoesIntoTheNewDaysFile) {
     FakeClock::AdvanceSeconds(1);
     LOG_INFO("new");
     LOG_INFO("newer");
-    EXPECT_EQ(FileText(m_dir / "fpga_20261115.log"),
+    EXPECT_EQ(WholeFile(m_dir / "fpga_20261115.log"),
               std::string(FIRST_LINE) + "[INFO   ][20261115-23:59:59][fpga]old\n");
-    EXPECT_EQ(FileText(m_dir / "fpga_20261116.log"),
+    EXPECT_EQ(WholeFile(m_dir / "fpga_20261116.log"),
               "[INFO   ][20261116-00:00:00][fpga]new\n[INFO   ][20261116-00:00:00][fpga]newer\n");
 }
 
@@ -322,7 +322,7 @@ TEST_F(ElogFile, FirstLineGoesIntoTheFileOpenedAtTheStart) {
     elog_set_filter_level(ELOG_LVL_VERBOSE);
     elog_start();
     EXPECT_THAT(NamesIn(m_dir.path()), ElementsAre("moved"));
-    EXPECT_EQ(FileText(m_dir / "moved"), "log is initialized successfully.\n");
+    EXPECT_EQ(WholeFile(m_dir / "moved"), "log is initialized successfully.\n");
 }
 
 TEST_F(ElogFile, FileChangesOverMonthAndYear) {
@@ -340,7 +340,7 @@ TEST_F(ElogFile, ClockSetBackKeepsTheFile) {
     FakeClock::Set(20261115, 120000);
     LOG_INFO("again");
     EXPECT_THAT(NamesIn(m_dir.path()), ElementsAre("fpga_20261115.log"));
-    EXPECT_EQ(FileText(m_dir / "fpga_20261115.log"),
+    EXPECT_EQ(WholeFile(m_dir / "fpga_20261115.log"),
               std::string(FIRST_LINE) +
                   "[INFO   ][20261114-12:00:00][fpga]back\n"
                   "[INFO   ][20261115-12:00:00][fpga]again\n");
@@ -353,7 +353,7 @@ TEST_F(ElogFile, DayIsTheMostRecentStampNotTheClock) {
     EXPECT_THAT(NamesIn(m_dir.path()), ElementsAre("fpga_20261115.log"));
     LOG_INFO("a");
     elog_write_raw("raw\n");
-    EXPECT_EQ(FileText(m_dir / "fpga_20261116.log"), "[INFO   ][20261116-00:00:01][fpga]a\nraw\n");
+    EXPECT_EQ(WholeFile(m_dir / "fpga_20261116.log"), "[INFO   ][20261116-00:00:01][fpga]a\nraw\n");
 }
 
 TEST_F(ElogFile, FailedReopenLeavesStandardOutputAndTheNextDayTriesAgain) {
@@ -373,7 +373,7 @@ TEST_F(ElogFile, FailedReopenLeavesStandardOutputAndTheNextDayTriesAgain) {
     ASSERT_EQ(mkdir(dir.c_str(), 0755), 0);
     FakeClock::Set(20261117, 0);
     LOG_INFO("c");
-    EXPECT_EQ(FileText(dir + "/fpga_20261117.log"), "[INFO   ][20261117-00:00:00][fpga]c\n");
+    EXPECT_EQ(WholeFile(dir + "/fpga_20261117.log"), "[INFO   ][20261117-00:00:00][fpga]c\n");
     EXPECT_THAT(NamesIn(dir), ElementsAre("fpga_20261117.log"));
 }
 
@@ -396,7 +396,7 @@ TEST_F(ElogFile, FullDiskLosesTheLineAndNothingElse) {
     LOG_INFO("next day");
     EXPECT_EQ(m_error, "");
     EXPECT_EQ(std::filesystem::file_size(m_dir / "fpga_20261115.log"), full);
-    EXPECT_EQ(FileText(m_dir / "fpga_20261116.log"),
+    EXPECT_EQ(WholeFile(m_dir / "fpga_20261116.log"),
               "[INFO   ][20261116-00:00:00][fpga]next day\n");
     EXPECT_EQ(out.Text().size(),
               std::string(FIRST_LINE).size() + std::size_t{100} * (34 + 200 + 1) + 34 + 8 + 1);

@@ -28,7 +28,7 @@ class ElogLine : public testing::Test {
         m_start = File().size();
     }
     ~ElogLine() override { FakeClock::FailLocalTime(false); }
-    std::string File() const { return velatest::FileText(m_dir / "fpga_20261115.log"); }
+    std::string File() const { return velatest::WholeFile(m_dir / "fpga_20261115.log"); }
     std::string Written() const { return File().substr(m_start); }
 
     velatest::TempDir m_dir;

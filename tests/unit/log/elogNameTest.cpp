@@ -18,8 +18,8 @@ namespace {
 
 using testing::ElementsAre;
 using velatest::FakeClock;
-using velatest::FileText;
 using velatest::NamesIn;
+using velatest::WholeFile;
 
 const std::string g_first = "[INFO   ][20261116-12:00:00][log]log is initialized successfully.\n";
 
@@ -88,7 +88,7 @@ TEST_F(ElogName, EveryLengthFromWholeToCutWithinTheName) {
         ASSERT_EQ(Init(dir, at.length), 0);
         EXPECT_EQ(m_error, "");
         EXPECT_THAT(NamesIn(dir), ElementsAre(at.file));
-        EXPECT_EQ(FileText(dir + "/" + at.file), g_first);
+        EXPECT_EQ(WholeFile(dir + "/" + at.file), g_first);
         elog_log_file_close();
     }
 }
@@ -110,7 +110,7 @@ TEST_F(ElogName, ACutNameWithItsDateChangesWithTheDay) {
     FakeClock::Set(20261117, 1);
     LOG_INFO("b");
     EXPECT_THAT(NamesIn(dir), ElementsAre(N(42) + "_20261116.lo", N(42) + "_20261117.lo"));
-    EXPECT_EQ(FileText(dir + "/" + N(42) + "_20261117.lo"),
+    EXPECT_EQ(WholeFile(dir + "/" + N(42) + "_20261117.lo"),
               "[INFO   ][20261117-00:00:01][fpga]b\n");
 }
 
@@ -120,7 +120,7 @@ TEST_F(ElogName, ACutNameWithoutItsWholeDayIsOneFileForSeveralDays) {
     FakeClock::Set(20261117, 1);
     LOG_INFO("a");
     EXPECT_THAT(NamesIn(month), ElementsAre(N(47) + "_202611"));
-    EXPECT_EQ(FileText(month + "/" + N(47) + "_202611"),
+    EXPECT_EQ(WholeFile(month + "/" + N(47) + "_202611"),
               g_first + "[INFO   ][20261117-00:00:01][fpga]a\n");
     FakeClock::Set(20261201, 1);
     LOG_INFO("b");
@@ -133,7 +133,7 @@ TEST_F(ElogName, ACutNameWithoutItsWholeDayIsOneFileForSeveralDays) {
     FakeClock::Set(20261117, 1);
     LOG_INFO("c");
     EXPECT_THAT(NamesIn(never), ElementsAre(N(54)));
-    EXPECT_EQ(FileText(never + "/" + N(54)), g_first + "[INFO   ][20261117-00:00:01][fpga]c\n");
+    EXPECT_EQ(WholeFile(never + "/" + N(54)), g_first + "[INFO   ][20261117-00:00:01][fpga]c\n");
 }
 
 TEST_F(ElogName, ACutNameThatCannotBeOpenedFailsTheStart) {

@@ -19,9 +19,9 @@
 namespace {
 
 using velatest::FakeClock;
-using velatest::FileText;
 using velatest::NamesIn;
 using velatest::TempDir;
+using velatest::WholeFile;
 
 // A descriptor of the test's own.
 class Descriptor {
@@ -78,7 +78,7 @@ class ElogPlanted : public testing::Test {
 TEST_F(ElogPlanted, ALinkIsNotFollowed) {
     ASSERT_EQ(symlink(m_victim.c_str(), m_today.c_str()), 0);
     ExpectRefused("Too many levels of symbolic links");
-    EXPECT_EQ(FileText(m_victim), "theirs\n");
+    EXPECT_EQ(WholeFile(m_victim), "theirs\n");
 }
 
 TEST_F(ElogPlanted, ALinkToNothingMakesNoFile) {
@@ -110,7 +110,7 @@ TEST_F(ElogPlanted, ADirectoryIsRefused) {
 TEST_F(ElogPlanted, TheDirectoryItselfMayBeALink) {
     ASSERT_EQ(symlink("log", (m_dir / "link").c_str()), 0);
     ASSERT_EQ(Init(m_dir / "link"), 0);
-    EXPECT_EQ(FileText(m_today),
+    EXPECT_EQ(WholeFile(m_today),
               "[INFO   ][20261115-23:59:58][log]log is initialized successfully.\n");
 }
 
@@ -126,7 +126,7 @@ TEST_F(ElogPlanted, ALinkInTheNextDaysPlaceLeavesStandardOutput) {
         "Error! Create file " + m_tomorrow + " fail, errmsg:Too many levels of symbolic links. \n");
     EXPECT_EQ(out.Text(),
               "[INFO   ][20261116-00:00:00][fpga]a\n[INFO   ][20261116-00:00:00][fpga]b\n");
-    EXPECT_EQ(FileText(m_victim), "theirs\n");
+    EXPECT_EQ(WholeFile(m_victim), "theirs\n");
 }
 
 TEST_F(ElogPlanted, ASignalHandlersLineFollowsNoLinkAtTheChangeOfDay) {
@@ -135,7 +135,7 @@ TEST_F(ElogPlanted, ASignalHandlersLineFollowsNoLinkAtTheChangeOfDay) {
     const velatest::StdoutCapture out;
     LOG_WARN_IN_SIGNAL("a", 1, "");
     EXPECT_EQ(out.Text(), "[WARN   ][20261116-00:00:00][fpga]a1\n");
-    EXPECT_EQ(FileText(m_victim), "theirs\n");
+    EXPECT_EQ(WholeFile(m_victim), "theirs\n");
 }
 
 TEST_F(ElogPlanted, ASignalHandlersLineGoesIntoNoFifoAtTheChangeOfDay) {

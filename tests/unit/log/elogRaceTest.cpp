@@ -52,7 +52,7 @@ void Log(int thread) {
 std::vector<std::string> Texts(const std::string& dir) {
     std::vector<std::string> texts;
     for (const std::string& name : velatest::NamesIn(dir)) {
-        std::istringstream file(velatest::FileText((std::filesystem::path(dir) / name).string()));
+        std::istringstream file(velatest::WholeFile((std::filesystem::path(dir) / name).string()));
         for (std::string line; std::getline(file, line);) {
             EXPECT_TRUE(line.starts_with("[INFO   ][20") || line.starts_with("[WARN   ][20"))
                 << line;

@@ -73,7 +73,7 @@ TEST(ElogRotating, LineFromWithinTheRotationIsDroppedFromTheFileWithANotice) {
               "======================log file is rotating, exit log file!===================\n"
               "[INFO   ][20261116-00:00:00][fpga]after\n");
     // The line that caused the rotation keeps its text.
-    EXPECT_EQ(velatest::FileText(dir / "fpga_20261116.log"),
+    EXPECT_EQ(velatest::WholeFile(dir / "fpga_20261116.log"),
               "[INFO   ][20261116-00:00:00][fpga]outside\n"
               "[INFO   ][20261116-00:00:00][fpga]after\n");
 }
@@ -92,7 +92,7 @@ TEST(ElogRotating, LineOfASignalInTheRotationGoesIntoTheNewDaysFile) {
     s_signalWhileOpening = true;
     LOG_INFO("outside");
     LOG_INFO("after");
-    EXPECT_EQ(velatest::FileText(dir / "fpga_20261116.log"),
+    EXPECT_EQ(velatest::WholeFile(dir / "fpga_20261116.log"),
               "[WARN   ][20261116-00:00:00][fpga]Received signal 2 !!\n"
               "[INFO   ][20261116-00:00:00][fpga]outside\n"
               "[INFO   ][20261116-00:00:00][fpga]after\n");
@@ -113,7 +113,7 @@ TEST(ElogRotating, CloseLeavesTheDescriptorToAHandlerThatIsAtTheFile) {
     CSignalProcess::SignalHandler(SIGINT, nullptr, nullptr);
     EXPECT_EQ(velatest::OpenDescriptors(), before + 1);
     LOG_INFO("to standard output alone");
-    EXPECT_EQ(velatest::FileText(dir / "fpga_20261116.log"),
+    EXPECT_EQ(velatest::WholeFile(dir / "fpga_20261116.log"),
               "[WARN   ][20261116-12:00:00][fpga]Received signal 2 !!\n");
     elog_log_file_close();
     EXPECT_EQ(velatest::OpenDescriptors(), before);
@@ -130,7 +130,7 @@ TEST(ElogRotating, StartAfterSuchACloseTakesTheDescriptorOver) {
     CSignalProcess::SignalHandler(SIGINT, nullptr, nullptr);
     ASSERT_EQ(logger.Init(0, (dir / "second").c_str(), "fpga"), 0);
     EXPECT_EQ(velatest::OpenDescriptors(), open);
-    EXPECT_EQ(velatest::FileText(dir / "second/fpga_20261116.log"),
+    EXPECT_EQ(velatest::WholeFile(dir / "second/fpga_20261116.log"),
               "[INFO   ][20261116-12:00:00][log]log is initialized successfully.\n");
 }
 

@@ -84,7 +84,7 @@ TEST(ElogSignal, GoesIntoTheFileOfItsDayAndOrdinaryLinesFollow) {
     ASSERT_EQ(CSignalProcess::InitSignal(), 0);
     raise(SIGINT);
     raise(SIGTERM);
-    EXPECT_EQ(velatest::FileText(capture.Dir() + "/fpga_20261121.log"),
+    EXPECT_EQ(velatest::WholeFile(capture.Dir() + "/fpga_20261121.log"),
               "[WARN   ][20261121-00:00:00][fpga]Received signal 2 !!\n"
               "[WARN   ][20261121-00:00:00][fpga]Received signal 15 !!\n");
     LOG_INFO("after");
@@ -93,11 +93,11 @@ TEST(ElogSignal, GoesIntoTheFileOfItsDayAndOrdinaryLinesFollow) {
     EXPECT_EQ(
         velatest::NamesIn(capture.Dir()),
         (std::vector<std::string>{"fpga_20261120.log", "fpga_20261121.log", "fpga_20261122.log"}));
-    EXPECT_EQ(velatest::FileText(capture.Dir() + "/fpga_20261121.log"),
+    EXPECT_EQ(velatest::WholeFile(capture.Dir() + "/fpga_20261121.log"),
               "[WARN   ][20261121-00:00:00][fpga]Received signal 2 !!\n"
               "[WARN   ][20261121-00:00:00][fpga]Received signal 15 !!\n"
               "[INFO   ][20261121-00:00:00][fpga]after\n");
-    EXPECT_EQ(velatest::LastLine(velatest::FileText(capture.Dir() + "/fpga_20261120.log")),
+    EXPECT_EQ(velatest::LastLine(velatest::WholeFile(capture.Dir() + "/fpga_20261120.log")),
               "[INFO   ][20261120-23:59:59][fpga]before\n");
 }
 
@@ -110,7 +110,7 @@ TEST(ElogSignal, StaysInTheFileOfTheSameDayAndOfAClockSetBack) {
     FakeClock::Set(20261115, 120000);
     LOG_WARN_IN_SIGNAL("back ", 2, "");
     EXPECT_EQ(velatest::NamesIn(capture.Dir()), std::vector<std::string>{"fpga_20261116.log"});
-    EXPECT_TRUE(velatest::FileText(capture.Dir() + "/fpga_20261116.log")
+    EXPECT_TRUE(velatest::WholeFile(capture.Dir() + "/fpga_20261116.log")
                     .ends_with("[INFO   ][20261116-23:59:58][fpga]before\n"
                                "[WARN   ][20261116-23:59:59][fpga]same 1\n"
                                "[WARN   ][20261115-12:00:00][fpga]back 2\n"));
@@ -152,7 +152,7 @@ TEST(ElogSignal, FileThatCannotBeOpenedIsLeftToTheNextOrdinaryLine) {
     LOG_WARN_IN_SIGNAL("d", 1, "");
     LOG_WARN("e");
     EXPECT_EQ(velatest::NamesIn(dir), std::vector<std::string>{"fpga_20261122.log"});
-    EXPECT_EQ(velatest::FileText(dir + "/fpga_20261122.log"),
+    EXPECT_EQ(velatest::WholeFile(dir + "/fpga_20261122.log"),
               "[WARN   ][20261122-00:00:00][fpga]d1\n[WARN   ][20261122-00:00:00][fpga]e\n");
 }
 

@@ -9,11 +9,6 @@
 
 namespace velatest {
 
-// The bytes of a file; empty if there is none.
-inline std::string FileText(const std::string& path) {
-    return WholeFile(path);
-}
-
 // The names in a directory, sorted.
 inline std::vector<std::string> NamesIn(const std::string& dir) {
     std::vector<std::string> names;

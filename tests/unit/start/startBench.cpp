@@ -7,7 +7,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 
 #include "DataType/ContractServ.h"
 #include "DataType/ZceConfigFile.h"
@@ -17,7 +16,6 @@
 #include "VelaZceBinFile.h"
 #include "fakeEnyx.h"
 #include "log/elog.h"
-#include "wholeFile.h"
 
 ZceDmaChanTestPeer::Services::Services(const CZceDmaChanImpl& chan)
     : fpgaServ(chan.m_pFpgaServ), contractServ(chan.m_pContractServ), binFile(chan.m_pBinFile) {}
@@ -89,14 +87,6 @@ std::string Shown(unsigned int hhmmss) {
     std::snprintf(text.data(), text.size(), "%02u:%02u:%02u", hhmmss / 10000 % 100,
                   hhmmss / 100 % 100, hhmmss % 100);
     return text.data();
-}
-
-std::string FileText(const std::string& path) {
-    return access(path.c_str(), F_OK) == 0 ? WholeFile(path) : "(none)";
-}
-
-void PutFile(const std::string& path, std::string_view text) {
-    std::ofstream(path, std::ios::binary) << text;
 }
 
 std::vector<std::uint8_t> MapPacket(const Insts_t& insts) {

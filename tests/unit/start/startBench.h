@@ -21,6 +21,7 @@
 #include "fakeClock.h"
 #include "logCapture.h"
 #include "tempDir.h"
+#include "wholeFile.h"
 
 // What is inside a worker, and the flags of the process.
 struct ZceDmaChanTestPeer {
@@ -75,9 +76,6 @@ unsigned int LocalNow();
 
 // "08:59:57".
 std::string Shown(unsigned int hhmmss);
-
-std::string FileText(const std::string& path);
-void PutFile(const std::string& path, std::string_view text);
 
 using Insts_t = std::vector<std::pair<unsigned short, std::string>>;
 // An instrument-map packet with these records.

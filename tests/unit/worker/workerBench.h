@@ -1,12 +1,9 @@
 #pragma once
 
-#include <unistd.h>
-
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <csignal>
-#include <fstream>
 #include <map>
 #include <string>
 #include <string_view>
@@ -72,15 +69,6 @@ namespace velatest {
 
 using Peer = ZceDmaChanTestPeer;
 using Lines_t = std::vector<std::string>;
-
-// Text of a whole file; "(none)" if there is none.
-inline std::string FileText(const std::string& path) {
-    return access(path.c_str(), F_OK) == 0 ? velatest::WholeFile(path) : "(none)";
-}
-
-inline void PutFile(const std::string& path, std::string_view text) {
-    std::ofstream(path, std::ios::binary) << text;
-}
 
 // Remembers what was delivered: the slot and the first byte of the body, and the body's address.
 class RecordingSpi : public IVelaZceMdSpi {
