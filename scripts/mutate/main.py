@@ -20,6 +20,8 @@ ROOT = Path(__file__).resolve().parent.parent.parent
 BOARD = ("Ring", "CoreLock", "RegisterFile")
 GOAL = 95.0
 CASE_SECONDS = 20.0  # and ten times what the unchanged program takes
+FIRST_CASES = 12  # of a program, and
+FIRST_PROGRAMS = 2  # so many of these: what is asked before all others
 
 
 class Plan:
@@ -34,6 +36,7 @@ class Plan:
         self.programs = list(dict.fromkeys(program for program, _ in self.tests))
         self.steps: dict[int, tuple[list[str], list[str], float]] = {}
         self.seen: set[tuple[str, str]] = set()
+        self.caught: list[tuple[str, str]] = []  # program and case, the last to catch one first
         self.lock = threading.Lock()
         if not self.tests:
             raise SystemExit(f"mutate: {path} reaches no test in scripts/mutate/table.py")
@@ -44,6 +47,24 @@ class Plan:
             if number not in self.steps:
                 self.steps[number] = self._first(shop, *self.tests[number])
             return self.steps[number]
+
+    def noted(self, program: str, case: str) -> str:
+        """That this case caught a change: changes of one file are often caught by the same."""
+        with self.lock:
+            if (program, case) in self.caught:
+                self.caught.remove((program, case))
+            if not any(case in alone for _, alone, _ in self.steps.values()):
+                self.caught.insert(0, (program, case))
+        return f"{program} {case}"
+
+    def first_asked(self) -> dict[str, list[str]]:
+        """By program, the cases that caught the last changes of this file."""
+        asked: dict[str, list[str]] = {}
+        with self.lock:
+            for program, case in self.caught:
+                if program in asked or len(asked) < FIRST_PROGRAMS:
+                    asked.setdefault(program, []).append(case)
+        return {program: cases[:FIRST_CASES] for program, cases in asked.items()}
 
     def _first(self, shop: Workshop, program: str,
                pattern: str) -> tuple[list[str], list[str], float]:
@@ -81,6 +102,13 @@ def judge(shop: Workshop, plan: Plan, mutant: Mutant) -> tuple[str, str]:
         objects = shop.compile(mutant.path, changed, plan.programs)
         if objects is None:
             return "invalid", ""
+        for program, cases in plan.first_asked().items():
+            binary = shop.link(program, objects)
+            if binary is None:
+                return "invalid", ""
+            passed, first = shop.run_cases(binary, cases, CASE_SECONDS)
+            if not passed and first and not shop.run_cases(binary, [first], CASE_SECONDS)[0]:
+                return "caught", plan.noted(program, first)
         for number, (program, _) in enumerate(plan.tests):
             together, alone, seconds = plan.step(shop, number)
             binary = shop.link(program, objects)
@@ -94,7 +122,7 @@ def judge(shop: Workshop, plan: Plan, mutant: Mutant) -> tuple[str, str]:
                 rest = ([first] if first else []) + rest + together
             for case in dict.fromkeys(rest):
                 if not shop.run_cases(binary, [case], limit)[0]:
-                    return "caught", f"{program} {case}"
+                    return "caught", plan.noted(program, case)
     except Timeout:
         return "time", ""
     return "survived", ""

@@ -388,7 +388,8 @@ TEST_F(Recording, WhatCannotBeWrittenInTimeIsCountedAndToldInItsPlace) {
     ASSERT_TRUE(app->WaitFor("polled 20000")) << app->Output();
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
     Capture first;
-    while (first.lost == 0 && std::chrono::steady_clock::now() < deadline) {
+    while (first.messages.size() + first.lost < count &&
+           std::chrono::steady_clock::now() < deadline) {
         EXPECT_FALSE(pipe.Read());
         WriteFile(Path("first.pcap"), pipe.All());
         first = ReadCapture(Path("first.pcap"));
@@ -413,10 +414,12 @@ TEST_F(Recording, WhatCannotBeWrittenInTimeIsCountedAndToldInItsPlace) {
         ASSERT_EQ(capture.heads[k].number, number);
         ASSERT_TRUE(capture.messages[k] == polled[number - 1]) << number;
     }
-    // The first gap ends where the application waited.
+    // A gap ends where the application waited. It is the first one, unless the thread that writes
+    // was itself kept waiting for a processor.
     const uint64_t behindTheGap = first.messages.size();
     ASSERT_GT(capture.heads.size(), behindTheGap);
-    EXPECT_EQ(capture.heads[behindTheGap].lostBefore, first.lost);
+    EXPECT_GT(capture.heads[behindTheGap].lostBefore, 0U);
+    EXPECT_LE(capture.heads[behindTheGap].lostBefore, first.lost);
     EXPECT_EQ(capture.heads[behindTheGap].number, count + 1);
     EXPECT_THAT(RecorderLines(app->Output()),
                 testing::ElementsAre(
