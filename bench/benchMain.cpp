@@ -137,4 +137,8 @@ void PrintRatioAtMost(const std::string& name, double value, double bound) {
     PrintValue(name, value, "at-most", bound);
 }
 
+void PrintPoint(const std::string& plot, const std::string& series, double x, double y) {
+    std::printf("point %s %s %.9g %.9g\n", plot.c_str(), series.c_str(), x, y);
+}
+
 }  // namespace velabench

@@ -46,4 +46,8 @@ void PrintRatio(const std::string& name, double value);
 void PrintRatioAtLeast(const std::string& name, double value, double bound);
 void PrintRatioAtMost(const std::string& name, double value, double bound);
 
+// One line "point PLOT SERIES X Y", as bench.sh reads it: a dot of a plot in docs/performance.md.
+// PLOT and SERIES are single words.
+void PrintPoint(const std::string& plot, const std::string& series, double x, double y);
+
 }  // namespace velabench
