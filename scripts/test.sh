@@ -73,7 +73,7 @@ tests_once() {
     passed due "build/$preset" "$LABELS" "${again[@]}" || status=$?
     [ $status -ne 3 ] || return 0
     [ $status -eq 0 ] || return 1
-    tests "$preset" $((2 * $(nproc))) -I "build/$preset/due.txt"
+    tests "$preset" $((2 * $(nproc))) -I "$(cat "build/$preset/due.txt")"
     passed passed "build/$preset" "$LABELS"
 }
 

@@ -1,4 +1,5 @@
-// What lies between the board's ring and the callback: no allocation, no system call, no copy.
+// What lies between the board's ring and the callback, for messages of all four types and for idle
+// polls: no allocation, no lock, no system call, no copy.
 
 #include <gmock/gmock.h>
 #include <linux/seccomp.h>
@@ -8,46 +9,16 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <atomic>
+#include <algorithm>
+#include <array>
 #include <cstdint>
 #include <cstdlib>
+#include <mutex>
 #include <sstream>
 
 #include "IVelaZceMdApi.h"
+#include "callCounters.h"
 #include "market.h"
-
-extern "C" {
-void* __libc_malloc(std::size_t size);                      // NOLINT: glibc's names
-void* __libc_calloc(std::size_t count, std::size_t size);   // NOLINT
-void* __libc_realloc(void* pointer, std::size_t size);      // NOLINT
-void* __libc_memalign(std::size_t alignment, std::size_t);  // NOLINT
-}
-
-namespace {
-
-std::atomic<unsigned long> g_allocations{0};
-
-}  // namespace
-
-// Every allocation of the process, the C++ runtime's operator new included, comes through these:
-// the runtime finds them only if they are visible.
-#define EXPORTED __attribute__((visibility("default")))
-extern "C" EXPORTED void* malloc(std::size_t size) {
-    g_allocations.fetch_add(1, std::memory_order_relaxed);
-    return __libc_malloc(size);
-}
-extern "C" EXPORTED void* calloc(std::size_t count, std::size_t size) {
-    g_allocations.fetch_add(1, std::memory_order_relaxed);
-    return __libc_calloc(count, size);
-}
-extern "C" EXPORTED void* realloc(void* pointer, std::size_t size) {
-    g_allocations.fetch_add(1, std::memory_order_relaxed);
-    return __libc_realloc(pointer, size);
-}
-extern "C" EXPORTED void* aligned_alloc(std::size_t alignment, std::size_t size) {
-    g_allocations.fetch_add(1, std::memory_order_relaxed);
-    return __libc_memalign(alignment, size);
-}
 
 namespace velatest {
 
@@ -57,17 +28,19 @@ constexpr unsigned long manyMessages = 5'000;
 
 class CountingSpi : public IVelaZceMdSpi {
   public:
-    void OnDmaType17Msg(const unsigned char* body) override { Count(body); }
-    void OnDmaType18Msg(const unsigned char* body) override { Count(body); }
-    void OnDmaType19Msg(const unsigned char* body) override { Count(body); }
-    void OnDmaType20Msg(const unsigned char* body) override { Count(body); }
+    void OnDmaType17Msg(const unsigned char* body) override { Count(0, body); }
+    void OnDmaType18Msg(const unsigned char* body) override { Count(1, body); }
+    void OnDmaType19Msg(const unsigned char* body) override { Count(2, body); }
+    void OnDmaType20Msg(const unsigned char* body) override { Count(3, body); }
     unsigned long m_ulCount = 0;
-    const unsigned char* m_pLast = nullptr;
+    std::array<unsigned long, 4> m_counts{};       // of each type
+    std::array<const unsigned char*, 4> m_last{};  // body of each type
 
   private:
-    void Count(const unsigned char* body) {
+    void Count(std::size_t type, const unsigned char* body) {
         ++m_ulCount;
-        m_pLast = body;
+        ++m_counts[type];
+        m_last[type] = body;
     }
 };
 
@@ -112,15 +85,25 @@ class HotPath : public Market {
         return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
     }
 
-    // Polls until this many messages have come in all; false if they do not.
-    bool PollUntil(unsigned long count) {
+    // Polls until this many more messages have come, some of each type, and as many polls found
+    // nothing; false if they do not.
+    bool Poll(unsigned long messages) {
         constexpr unsigned long patience = 4'000'000'000;  // polls: some ten seconds
-        for (unsigned long polls = 0; polls < patience && m_spi.m_ulCount < count; ++polls) {
-            if (m_api->VelaRecv() == -1) {
+        const CountingSpi before = m_spi;
+        unsigned long idle = 0;
+        for (unsigned long polls = 0; polls < patience; ++polls) {
+            const int got = m_api->VelaRecv();
+            if (got == -1) {
                 return false;
             }
+            idle += got == 0 ? 1 : 0;
+            if (idle >= messages && m_spi.m_ulCount >= before.m_ulCount + messages &&
+                std::equal(before.m_counts.begin(), before.m_counts.end(), m_spi.m_counts.begin(),
+                           std::less<>())) {
+                return true;
+            }
         }
-        return m_spi.m_ulCount >= count;
+        return false;
     }
 
     static constexpr int good = 0;
@@ -134,14 +117,14 @@ class HotPath : public Market {
     bool StartMaster() {
         Enter();
         m_api = IVelaZceMdApi::CreateVelaZceMdApi();
-        return m_api->VelaStart(m_spi, "config.ini") == 0 && PollUntil(10);
+        return m_api->VelaStart(m_spi, "config.ini") == 0 && Poll(10);
     }
 };
 
 TEST_F(HotPath, NothingIsAllocatedBetweenPollAndCallback) {
     EXPECT_EQ(InMaster([this] {
                   const unsigned long before = g_allocations.load();
-                  const bool arrived = PollUntil(m_spi.m_ulCount + manyMessages);
+                  const bool arrived = Poll(manyMessages);
                   const unsigned long made = g_allocations.load() - before;
                   std::printf("%lu allocations\n", made);
                   return arrived && made == 0 ? good : bad;
@@ -156,15 +139,33 @@ TEST_F(HotPath, TheAllocationCounterDoesCount) {
     EXPECT_EQ(g_allocations.load() - before, 1U);
 }
 
+TEST_F(HotPath, NoLockIsTakenBetweenPollAndCallback) {
+    EXPECT_EQ(InMaster([this] {
+                  const unsigned long before = g_locks.load();
+                  const bool arrived = Poll(manyMessages);
+                  const unsigned long taken = g_locks.load() - before;
+                  std::printf("%lu locks\n", taken);
+                  return arrived && taken == 0 ? good : bad;
+              }),
+              good);
+}
+
+TEST_F(HotPath, TheLockCounterDoesCount) {
+    std::mutex mutex;
+    const unsigned long before = g_locks.load();
+    mutex.lock();
+    mutex.unlock();
+    EXPECT_EQ(g_locks.load() - before, 1U);
+}
+
 // From the change to strict mode on the kernel kills the process at any system call but read, write
 // and exit.
 TEST_F(HotPath, NoSystemCallIsMadeBetweenPollAndCallback) {
     EXPECT_EQ(InMaster([this] {
-                  const unsigned long target = m_spi.m_ulCount + manyMessages;
                   if (prctl(PR_SET_SECCOMP, SECCOMP_MODE_STRICT) != 0) {
                       return notStarted;
                   }
-                  syscall(SYS_exit, PollUntil(target) ? good : bad);
+                  syscall(SYS_exit, Poll(manyMessages) ? good : bad);
                   return bad;
               }),
               good);
@@ -184,7 +185,7 @@ TEST_F(HotPath, TheKernelWouldSeeASystemCall) {
 TEST_F(HotPath, TheCallbackGetsAPointerIntoTheRingItself) {
     EXPECT_EQ(InMaster([this] {
                   int local = 0;
-                  return IsInBoardMemory(m_spi.m_pLast) &&
+                  return std::all_of(m_spi.m_last.begin(), m_spi.m_last.end(), IsInBoardMemory) &&
                                  !IsInBoardMemory(reinterpret_cast<unsigned char*>(&local))
                              ? good
                              : bad;

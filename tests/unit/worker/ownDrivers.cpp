@@ -8,6 +8,7 @@ std::vector<std::string> QueueDma::s_opened;
 std::vector<std::string> QueueDma::s_closed;
 std::vector<DrvDmaInitParms_t> QueueDma::s_records;
 std::deque<Bytes_t> QueueDma::s_packets;
+const std::vector<Bytes_t>* QueueDma::s_pRepeated = nullptr;
 int QueueDma::s_initResult = 0;
 std::function<void()> QueueDma::s_onInit;
 const unsigned char* QueueDma::s_lastData = nullptr;
@@ -31,6 +32,15 @@ int QueueDma::Send(void* /*packet*/, unsigned int /*size*/) {
 }
 
 int QueueDma::RecvOnce(void* handler, void* context) {
+    if (s_pRepeated != nullptr) {
+        if (++m_ulPolls % 2 == 0) {
+            return 0;
+        }
+        const Bytes_t& packet = (*s_pRepeated)[m_ulPolls / 2 % s_pRepeated->size()];
+        reinterpret_cast<DrvDmaHandler_t>(handler)(
+            packet.data(), static_cast<unsigned int>(packet.size()), context);
+        return 1;
+    }
     if (s_packets.empty()) {
         return 0;
     }

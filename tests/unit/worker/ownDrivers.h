@@ -22,6 +22,9 @@ class QueueDma final : public IDrvDMA {
     static std::vector<DrvDmaInitParms_t> s_records;
     // What the next polls of whatever stream deliver.
     static std::deque<Bytes_t> s_packets;
+    // If set, what the next polls deliver in turns instead, without end and without a copy; every
+    // other poll finds nothing.
+    static const std::vector<Bytes_t>* s_pRepeated;
     // What every opening answers.
     static int s_initResult;
     // Called in the middle of every opening.
@@ -40,6 +43,7 @@ class QueueDma final : public IDrvDMA {
   private:
     std::string m_strName;
     Bytes_t m_packet;
+    unsigned long m_ulPolls = 0;
     void* m_pHandler = nullptr;
     void* m_pContext = nullptr;
 };
