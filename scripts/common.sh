@@ -13,6 +13,8 @@ BUILD_PACKAGES=(g++ cmake ninja-build libiniparser-dev libcli11-dev libfmt-dev
 TEST_PACKAGES=(clang-14 lld clang-tidy clang-format libclang-rt-14-dev faketime strace binutils
                pkg-config make git procps tmux tshark
                abigail-tools cppcheck)
+# Plots, and what the ring is measured beside.
+BENCH_PACKAGES=(gnuplot-nox git)
 
 say() { printf '\n== %s\n' "$*"; }
 

@@ -22,7 +22,8 @@ awk -v message=$bound_message -v idle=$bound_idle '
             if (!(("library-" kind) in total) || !(("vendor-" kind) in total)) { print "no count of " kind; exit 1 }
             above = (total["library-" kind] - total["vendor-" kind]) / 1000
             bound = kind == "idle" ? idle : message
-            printf "instructions-%-5s %7.2f above %7.2f  at-most %d  %s\n", kind, above, total["vendor-" kind] / 1000, bound, above <= bound ? "ok" : "MISSED"
+            printf "ratio instructions-%s %.2f at-most %d\n", kind, above, bound
+            printf "figure instructions, %s: %.2f above the %.2f of the vendor\x27s poll and a direct call, %s\n", kind == "idle" ? "an idle poll" : "a message of type " kind, above, total["vendor-" kind] / 1000, above <= bound ? "ok" : "MISSED"
             missed += above > bound
         }
         exit missed > 0

@@ -22,7 +22,7 @@
 // producer reads the consumer's only when the ring seems full.
 //
 // What makes it fast when messages come without a gap is that neither side waits for a cache line
-// more than it must: docs/benchmarks.md tells what was measured.
+// more than it must: docs/performance.md tells what was measured.
 namespace ZceBoard {
 
 constexpr uint64_t RECORD_ALIGN = 16;
