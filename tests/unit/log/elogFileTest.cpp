@@ -160,8 +160,7 @@ TEST_F(ElogFile, FileInTheDirectorysPlaceFails) {
                            "Error! log init fail.\n");
     testing::internal::CaptureStderr();
     EXPECT_EQ(elog_log_file_init(dir.c_str(), "fpga"), -1);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "Error! Create file " + dir + "/fpga_20261115.log fail, errmsg:Not a directory. \n");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), m_error);
 }
 
 TEST_F(ElogFile, TimeThatCannotBeConvertedFails) {
