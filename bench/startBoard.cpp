@@ -1,8 +1,8 @@
 #include "startBoard.h"
 
-#include <sys/mman.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -27,11 +27,27 @@ constexpr std::uint8_t registerBits = 32;
 
 // Of the whole program: what its end removes.
 std::string g_directory;
+std::string g_boardFile;
+pid_t g_program = 0;
 
 void RemoveAll() {
-    shm_unlink(ZceBoard::ShmName(busIndex).c_str());
+    unlink(g_boardFile.c_str());
     std::error_code ignored;
     std::filesystem::remove_all(g_directory, ignored);
+}
+
+// A signal that ends the program: the board's name has to stay while it runs, since each start
+// looks for it. Nothing but calls that a handler may make.
+void OnSignal(int signal) {
+    if (getpid() == g_program) {
+        unlink(g_boardFile.c_str());
+        for (const char* const name : {configName, "bin"}) {
+            unlink(name);
+        }
+        rmdir(g_directory.c_str());
+    }
+    std::signal(signal, SIG_DFL);
+    raise(signal);
 }
 
 std::string NameOf(std::uint32_t table, unsigned int entry) {
@@ -73,7 +89,12 @@ CStartBoard::CStartBoard() {
     g_directory = directory;
     setenv("ZCE_BOARD_SHM_PREFIX", ("bench" + std::to_string(getpid()) + "-").c_str(), 1);
     setenv("TZ", "UTC0", 1);
+    g_boardFile = "/dev/shm" + ZceBoard::ShmName(busIndex);
+    g_program = getpid();
     AtEnd(RemoveAll);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
+        std::signal(signal, OnSignal);
+    }
     WriteConfig();
     std::int32_t pid = 0;
     if (m_memory.Create(busIndex, pid) != 0) {

@@ -303,7 +303,7 @@ TEST_F(LibraryCore, AnAccessTakesAsLongAsTheBoardsAccessesTake) {
 }
 
 TEST_F(LibraryCore, AccessesThatTakeTimeTakeTurns) {
-    constexpr int accesses = 20;
+    constexpr int64_t accesses = 20;
     constexpr int64_t ns = 500'000;
     m_board->Shm().header.accessNs = ns;
     Read(0x106);
