@@ -57,7 +57,7 @@ run_gcc() {
         command=${command#*ccache }
         (cd "$directory" && eval "${command% -o *} -O1 -Wno-error -fanalyzer ${NOT_FOR_CPP[*]} -o /dev/null -c '$ROOT/$name'") 2>&1 |
             grep -E 'Wanalyzer' && status=1
-    done < <(commands release src board/memory board/vendor)
+    done < <(commands debug src board/memory board/vendor)
     return $status
 }
 

@@ -37,9 +37,11 @@ CBoardMemory::~CBoardMemory() {
     }
 }
 
-int CBoardMemory::Create(uint32_t bus, int32_t& pid, std::optional<gid_t> group) {
+int CBoardMemory::Create(uint32_t bus, int32_t& pid, std::optional<gid_t> group,
+                         uint32_t accessNs) {
     pid = 0;
     m_bus = bus;
+    m_accessNs = accessNs;
     m_name = ShmName(bus);
     if (m_name.empty()) {
         return EINVAL;
@@ -125,6 +127,7 @@ int CBoardMemory::InitShm() {
     header.bus.store(m_bus, std::memory_order_relaxed);
     header.size.store(sizeof(BoardShm), std::memory_order_relaxed);
     header.boardPid.store(getpid(), std::memory_order_relaxed);
+    header.accessNs.store(m_accessNs, std::memory_order_relaxed);
     m_shm->registers[REG_LINK_STATUS].store(LINK_ALL_CONNECTED, std::memory_order_relaxed);
     header.magic.store(SHM_MAGIC, std::memory_order_release);
     return 0;
@@ -143,6 +146,7 @@ uint32_t CBoardMemory::MendHeader() {
     keep(header.bus, m_bus);
     keep(header.size, uint64_t{sizeof(BoardShm)});
     keep(header.boardPid, getpid());
+    keep(header.accessNs, m_accessNs);
     keep(header.magic, SHM_MAGIC);
     return mended;
 }

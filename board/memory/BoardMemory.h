@@ -23,8 +23,10 @@ class CBoardMemory {
     // memory's name. What a crashed board left behind under that name is removed first. 0; EBUSY if
     // another process is the bus's board (`pid` says which, 0: unknown); or another errno. The
     // memory is the user's alone, or with `group` also that group's; ENOTSUP if it could not be
-    // given to the group (the user is not in it).
-    int Create(uint32_t bus, int32_t& pid, std::optional<gid_t> group = std::nullopt);
+    // given to the group (the user is not in it). Each access to a register of the board takes
+    // `accessNs` at least, up to MAX_ACCESS_NS.
+    int Create(uint32_t bus, int32_t& pid, std::optional<gid_t> group = std::nullopt,
+               uint32_t accessNs = 0);
 
     // Maps the living board of a bus: 0; ENODEV if there is none; EPROTO if it is one of another
     // version; or another errno (EACCES: another user's).
@@ -62,6 +64,7 @@ class CBoardMemory {
     std::string m_name;
     uint32_t m_bus = 0;
     uint64_t m_inode = 0;
+    uint32_t m_accessNs = 0;  // of a board that was made here
     bool m_creator = false;
 };
 

@@ -15,7 +15,7 @@
 namespace ZceBoard {
 
 constexpr uint64_t SHM_MAGIC = 0x3144524142455a43;  // "CZEBARD1"
-constexpr uint32_t SHM_VERSION = 3;
+constexpr uint32_t SHM_VERSION = 4;
 
 constexpr size_t CHANNELS = 16;
 constexpr uint32_t STREAM_MTU = 2048;
@@ -78,6 +78,8 @@ struct alignas(PAGE) ShmHeader {
     std::atomic<uint32_t> boardResets;
     std::atomic<uint32_t> coreResets;
     std::atomic<uint32_t> ignoredTableWrites;
+    // What an access to a register takes at least (AccessTime.h); the board's to write.
+    std::atomic<uint32_t> accessNs;
 
     // The core lock: 0, or the token of the process that holds it (CoreLock.h).
     alignas(CACHE_LINE) std::atomic<uint32_t> coreLock;

@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 #include <cmath>
 
+#include "memory/AccessTime.h"
 #include "memory/Values.h"
 
 namespace ZceBoard {
@@ -95,6 +96,11 @@ Given Describe(CLI::App& app, Options& options, Words& words) {
         ->excludes(app.get_option("--scenario"));
     given.group = app.add_option("--group", words.group,
                                  "A group, name or number, whose members may use the board too");
+    app.add_option("--access-ns", options.accessNs,
+                   "What each read and write of a register takes at least, in nanoseconds of real "
+                   "time: about 1000 is a board on a bus")
+        ->check(CLI::Range(0U, MAX_ACCESS_NS))
+        ->capture_default_str();
     app.add_flag("--list-instruments", options.bList,
                  "Print the instruments, one index,type,name a line, and end")
         ->excludes(app.get_option("--replay"));

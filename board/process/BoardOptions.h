@@ -23,6 +23,7 @@ struct Options {
     int64_t speedMilli = 1000;  // 0: as fast as can be
     std::string clockFile;
     std::optional<gid_t> group;  // which may use the board beside the user
+    uint32_t accessNs = 0;       // what an access to a register takes at least
     bool bList = false;
 };
 

@@ -31,7 +31,7 @@ bool CBoardSet::Add(uint32_t bus, const CFeeds& feeds, std::unique_ptr<CTraffic>
                     const std::string& clockFile, std::string& error) {
     auto one = std::make_unique<One>();
     int32_t pid = 0;
-    if (const int err = one->memory.Create(bus, pid, m_group); err != 0) {
+    if (const int err = one->memory.Create(bus, pid, m_group, m_accessNs); err != 0) {
         error = WhyNotMade(bus, err, pid);
         return false;
     }

@@ -21,8 +21,10 @@ namespace ZceBoard {
 // with the object.
 class CBoardSet {
   public:
-    // With `group` its members may use the boards too, else only the user himself.
-    explicit CBoardSet(std::optional<gid_t> group = std::nullopt) : m_group(group) {}
+    // With `group` its members may use the boards too, else only the user himself. Each access to a
+    // register takes `accessNs` at least.
+    explicit CBoardSet(std::optional<gid_t> group = std::nullopt, uint32_t accessNs = 0)
+        : m_group(group), m_accessNs(accessNs) {}
 
     // Makes the board of a bus. False: `error` says why there is none.
     bool Add(uint32_t bus, const CFeeds& feeds, std::unique_ptr<CTraffic> traffic,
@@ -38,6 +40,7 @@ class CBoardSet {
         std::unique_ptr<CBoardLoop> loop;
     };
     std::optional<gid_t> m_group;
+    uint32_t m_accessNs;
     std::vector<std::unique_ptr<One>> m_boards;
 };
 

@@ -69,7 +69,7 @@ int PlayLive(const Options& options) {
         PrintInstruments(list);
         return 0;
     }
-    CBoardSet boards(options.group);
+    CBoardSet boards(options.group, options.accessNs);
     if (!boards.Add(options.bus.value_or(0), feeds,
                     std::make_unique<ZceBoard::CLiveTraffic>(list, options.live), options.clockFile,
                     error)) {
@@ -89,7 +89,7 @@ int PlayScenario(const Options& options) {
         PrintInstruments(scenario.instruments);
         return 0;
     }
-    CBoardSet boards(options.group);
+    CBoardSet boards(options.group, options.accessNs);
     const uint32_t today = ZceBoard::BoardTimeAt(ZceBoard::ReadHostTime().wallNs).date;
     std::string clockFile = scenario.clockFile;
     for (const uint32_t bus : scenario.buses) {
@@ -114,7 +114,7 @@ int PlayCapture(const Options& options) {
         return NotStarted(options.replay +
                           ": it holds messages of several buses: --bus cannot rename them");
     }
-    CBoardSet boards(options.group);
+    CBoardSet boards(options.group, options.accessNs);
     std::string clockFile = options.clockFile;
     for (const auto& [bus, content] : summary.buses) {
         auto traffic = std::make_unique<ZceBoard::CReplayTraffic>(options.replay, summary, bus,

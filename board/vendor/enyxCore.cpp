@@ -2,6 +2,7 @@
 #include <memory>
 #include <mutex>
 
+#include "memory/AccessTime.h"
 #include "vendor/enyxHandles.h"
 
 using ZceBoard::Fail;
@@ -37,6 +38,16 @@ bool CanAccess(const enyx_hw_core* core, bool argumentsThere) {
         return false;
     }
     return true;
+}
+
+// An access under the lock, which is held for the board's access time as well: accesses take turns,
+// as on a bus.
+template <class Call>
+int Access(const enyx_hw_core& core, Call call) {
+    enyx_hw_accelerator& accelerator = *core.accelerator;
+    const ZceBoard::CCoreLockGuard guard(*accelerator.lock);
+    return ZceBoard::TakeTime(accelerator.memory.Shm(),
+                              [&] { return call(*accelerator.registers); });
 }
 
 }  // namespace
@@ -121,13 +132,13 @@ ENYX_HW_EXPORT int enyx_hw_read(enyx_hw_core* core, const enyx_hw_register_descr
     if (!CanAccess(core, description != nullptr && value != nullptr)) {
         return -1;
     }
-    const ZceBoard::CCoreLockGuard guard(*core->accelerator->lock);
-    ZceBoard::CRegisterFile& registers = *core->accelerator->registers;
-    const ZceBoard::RegisterField field = FieldOf(*description);
-    if (registers.FailsByFault(ZceBoard::Fault::ReadFails, field)) [[unlikely]] {
-        return Fail(EIO);
-    }
-    return registers.Read(field, *value) ? 0 : Fail(EINVAL);
+    return Access(*core, [&](ZceBoard::CRegisterFile& registers) {
+        const ZceBoard::RegisterField field = FieldOf(*description);
+        if (registers.FailsByFault(ZceBoard::Fault::ReadFails, field)) [[unlikely]] {
+            return Fail(EIO);
+        }
+        return registers.Read(field, *value) ? 0 : Fail(EINVAL);
+    });
 }
 
 ENYX_HW_EXPORT int enyx_hw_write(enyx_hw_core* core,
@@ -135,13 +146,13 @@ ENYX_HW_EXPORT int enyx_hw_write(enyx_hw_core* core,
     if (!CanAccess(core, description != nullptr)) {
         return -1;
     }
-    const ZceBoard::CCoreLockGuard guard(*core->accelerator->lock);
-    ZceBoard::CRegisterFile& registers = *core->accelerator->registers;
-    const ZceBoard::RegisterField field = FieldOf(*description);
-    if (registers.FailsByFault(ZceBoard::Fault::WriteFails, field)) [[unlikely]] {
-        return Fail(EIO);
-    }
-    return registers.Write(field, value) ? 0 : Fail(EINVAL);
+    return Access(*core, [&](ZceBoard::CRegisterFile& registers) {
+        const ZceBoard::RegisterField field = FieldOf(*description);
+        if (registers.FailsByFault(ZceBoard::Fault::WriteFails, field)) [[unlikely]] {
+            return Fail(EIO);
+        }
+        return registers.Write(field, value) ? 0 : Fail(EINVAL);
+    });
 }
 
 }  // extern "C"

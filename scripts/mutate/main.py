@@ -4,6 +4,7 @@ import argparse
 import os
 import random
 import re
+import signal
 import sys
 import threading
 import time
@@ -232,8 +233,8 @@ def main() -> int:
                for m in mutants_of(path, (ROOT / path).read_text())
                if re.search(options.match, str(m))]
     if options.sample is not None and options.sample < len(mutants):
-        drawn = random.Random(options.seed).sample(range(len(mutants)), options.sample)
-        mutants = [mutants[i] for i in sorted(drawn)]
+        # In the order of the draw: a run that is ended early has judged a sample too.
+        mutants = random.Random(options.seed).sample(mutants, options.sample)
     if options.list:
         print("\n".join(map(str, mutants)))
         return 0
@@ -249,11 +250,18 @@ def main() -> int:
     print(f"{len(mutants)} mutants in {len({m.path for m in mutants})} files", flush=True)
     workers = [threading.Thread(target=run.work, args=(Workshop(tree, place / str(n)),))
                for n in range(options.jobs)]
-    for worker in workers:
-        worker.start()
-    for worker in workers:
-        worker.join()
-    if run.stopped is not None:
+    signal.signal(signal.SIGTERM, signal.default_int_handler)
+    try:
+        for worker in workers:
+            worker.start()
+        for worker in workers:
+            worker.join()
+    except KeyboardInterrupt as ended:
+        print(f"ended early: {len(run.mutants)} are left", flush=True)
+        run.stopped = ended
+        for worker in workers:
+            worker.join()
+    if run.stopped is not None and not isinstance(run.stopped, KeyboardInterrupt):
         raise run.stopped
     return report(run, time.monotonic() - began, place / "report.txt")
 

@@ -6,7 +6,8 @@ from fnmatch import fnmatch
 LOG = [("elogTest", "*"), ("elogRotatingTest", "*"), ("elogZoneTest", "*"),
        ("elogAllocationTest", "*"), ("elogRaceTest", "*")]
 WORKER = [("worker_test", "*"), ("own_drivers_test", "*"), ("api_test", "*"),
-          ("startSequenceTest", "*"), ("lateStartTest", "*"), ("dayChangeTest", "*")]
+          ("startSequenceTest", "*"), ("lateStartTest", "*"), ("dayChangeTest", "*"),
+          ("minuteSweepTest", "*")]
 DATA = [("dataType_test", "*"), ("worker_test", "*"), ("configDoc_test", "*"),
         ("startSequenceTest", "*"), ("selectionModelTest", "*")]
 
@@ -21,6 +22,7 @@ TABLE = [
     ("src/Utils/*", [("utilsTest", "*"), ("envCheckTest", "*"), ("worker_test", "*"),
                      ("api_test", "*")]),
     ("src/DrvEnyx/*", [("drvEnyxTests", "*"), ("api_test", "*"), ("startSequenceTest", "*")]),
+    ("src/DataType/ZceIniGuard*", [("iniGuard_test", "*"), *DATA]),
     ("src/DataType/*", DATA),
     ("src/VelaZceBin*", [("worker_test", "BinFile*"), ("dataType_test", "*"),
                          ("worker_test", "*")]),

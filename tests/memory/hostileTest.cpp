@@ -163,11 +163,13 @@ TEST_F(HostileMemory, TheBoardPutsItsHeaderRight) {
     header.bus = 7;
     header.size = 3;
     header.boardPid = 1;
+    header.accessNs = 500;
     EXPECT_EQ(CBoardMemory::Probe(0), ENODEV);
-    EXPECT_EQ(m_memory->MendHeader(), 5U);
+    EXPECT_EQ(m_memory->MendHeader(), 6U);
     EXPECT_EQ(CBoardMemory::Probe(0), 0);
     EXPECT_EQ(header.boardPid.load(), getpid());
     EXPECT_EQ(header.bus.load(), 0U);
+    EXPECT_EQ(header.accessNs.load(), 0U);
 }
 
 TEST_F(HostileMemory, ABoardWhoseNameWasTakenKnowsItAndLeavesTheOthersAlone) {

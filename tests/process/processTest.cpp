@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "ZceBoardMsg.h"
+#include "memory/HostClock.h"
 #include "sanitizers.h"
 #include "tests/vendor/libraryFixture.h"
 
@@ -204,11 +205,18 @@ TEST_F(Process, AUsageErrorSaysWhichAndExits2) {
     EXPECT_NE(text.find("--rate"), std::string::npos) << text;
     EXPECT_EQ(Refused({"--products", "all", "--seed", "x"}, text), 2);
     EXPECT_NE(text.find("--seed"), std::string::npos) << text;
+    for (const char* bad : {"-1", "1000001", "4294967297", "1e3", "1us", ""}) {
+        EXPECT_EQ(Refused({"--products", "all", "--access-ns", bad}, text), 2) << bad;
+        EXPECT_NE(text.find("--access-ns"), std::string::npos) << text;
+    }
+    EXPECT_EQ(Refused({"--products", "all", "--access-ns", "1000001"}, text), 2);
+    EXPECT_NE(text.find("Value 1000001 not in range 0 to 1000000"), std::string::npos) << text;
     EXPECT_EQ(Refused({"--products", "all", "--what"}, text), 2);
     EXPECT_NE(text.find("--what"), std::string::npos) << text;
     EXPECT_EQ(Refused({"--products", "all", "--instruments", m_dir + "/list"}, text), 2);
     EXPECT_EQ(Refused({"--help"}, text), 0);
-    for (const char* option : {"--bus", "--instruments", "--products", "--seed", "--rate"}) {
+    for (const char* option :
+         {"--bus", "--instruments", "--products", "--seed", "--rate", "--access-ns"}) {
         EXPECT_NE(text.find(option), std::string::npos) << option;
     }
     EXPECT_FALSE(NameExists());
@@ -265,6 +273,35 @@ TEST_F(Process, ItsClockIsTheLocalTimeUnderItsTZ) {
     EXPECT_GE(Read(core, 0x105), Read(core, 0x104) - 1);
     EXPECT_TRUE(board->WaitFor("status bus=0 time=08:54:")) << "one line a second";
     EXPECT_TRUE(board->WaitFor(" phase=auction learnt=")) << board->Output();
+}
+
+TEST_F(Process, AccessesToItsRegistersTakeAsLongAsItsOptionSays) {
+    constexpr int64_t nearly = 199'900;  // two clocks
+    auto board = Start({"--access-ns", "200000"});
+    ASSERT_TRUE(board->WaitFor("ready"));
+    enyx_hw_core* core = Core(Accelerator());
+    for (int k = 0; k < 5; ++k) {
+        int64_t begin = ZceBoard::RealNs();
+        Write(core, 0x106, 20261120);
+        EXPECT_GE(ZceBoard::RealNs() - begin, nearly);
+        begin = ZceBoard::RealNs();
+        EXPECT_EQ(Read(core, 0x106), 20261120U);
+        EXPECT_GE(ZceBoard::RealNs() - begin, nearly);
+    }
+}
+
+TEST_F(Process, AllBoardsOfAScenarioHaveTheAccessTime) {
+    std::ofstream(m_dir + "/list") << "[board]\nbus = 2,5\n[exchange]\nproducts = all\n"
+                                      "[clock]\nstart = 08:55:00\n";
+    const BoardProcess boards(m_dir + "/out",
+                              {"--scenario", m_dir + "/list", "--access-ns", "1000000"});
+    ASSERT_TRUE(boards.WaitFor("bus=5")) << boards.Output();
+    for (const uint32_t bus : {2U, 5U}) {
+        enyx_hw_core* core = Core(Accelerator(bus));
+        const int64_t begin = ZceBoard::RealNs();
+        Read(core, 0x106);
+        EXPECT_GE(ZceBoard::RealNs() - begin, 999'900);
+    }
 }
 
 TEST_F(Process, WhatItSaysItSentIsWhatTheReaderGot) {

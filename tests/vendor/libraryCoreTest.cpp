@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstring>
@@ -6,6 +7,7 @@
 
 #include "libraryFixture.h"
 #include "memory/CoreLock.h"
+#include "memory/HostClock.h"
 
 namespace {
 
@@ -273,6 +275,49 @@ TEST_F(LibraryCore, TheLockOfAKilledProcessIsFree) {
     holder.Kill();
     Write(0x106, 4);
     EXPECT_EQ(Read(0x106), 4U);
+}
+
+TEST_F(LibraryCore, AnAccessTakesAsLongAsTheBoardsAccessesTake) {
+    constexpr int64_t ns = 300'000;
+    constexpr int64_t nearly = ns - ns / 10'000;  // two clocks
+    m_board->Shm().header.accessNs = ns;
+    const enyx_hw_register_description beyond{uint64_t{4} * 0x20000, 0, 32};
+    for (int k = 0; k < 10; ++k) {
+        int64_t begin = ZceBoard::RealNs();
+        Write(0x106, 20261120);
+        EXPECT_GE(ZceBoard::RealNs() - begin, nearly);
+        begin = ZceBoard::RealNs();
+        EXPECT_EQ(Read(0x106), 20261120U);
+        EXPECT_GE(ZceBoard::RealNs() - begin, nearly);
+        EXPECT_LT(enyx_hw_write(m_core, &beyond, 1), 0);
+        EXPECT_EQ(errno, EINVAL) << "the reason of the access";
+    }
+    m_board->Shm().header.accessNs = 0;
+    int64_t shortest = ns;
+    for (int k = 0; k < 100; ++k) {
+        const int64_t begin = ZceBoard::RealNs();
+        Read(0x106);
+        shortest = std::min(shortest, ZceBoard::RealNs() - begin);
+    }
+    EXPECT_LT(shortest, nearly) << "no longer than it takes";
+}
+
+TEST_F(LibraryCore, AccessesThatTakeTimeTakeTurns) {
+    constexpr int64_t accesses = 20;
+    constexpr int64_t ns = 500'000;
+    m_board->Shm().header.accessNs = ns;
+    Read(0x106);
+    const int64_t begin = ZceBoard::RealNs();
+    std::thread other([this] {
+        for (int k = 0; k < accesses; ++k) {
+            Write(0x12, 0);
+        }
+    });
+    for (int k = 0; k < accesses; ++k) {
+        Read(0x106);
+    }
+    other.join();
+    EXPECT_GE(ZceBoard::RealNs() - begin, 2 * accesses * ns - accesses * ns / 1'000);
 }
 
 TEST_F(LibraryCore, RegistersGoOnInTheOrphanedMemoryOfADeadBoard) {

@@ -158,6 +158,9 @@ TEST_F(ElogFile, FileInTheDirectorysPlaceFails) {
     EXPECT_EQ(m_error, "Error! Create file " + dir +
                            "/fpga_20261115.log fail, errmsg:Not a directory. \n"
                            "Error! log init fail.\n");
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(elog_log_file_init(dir.c_str(), "fpga"), -1);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), m_error);
 }
 
 TEST_F(ElogFile, TimeThatCannotBeConvertedFails) {

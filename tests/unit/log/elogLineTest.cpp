@@ -229,6 +229,17 @@ TEST_F(ElogLine, LevelBeyondTheLastIsWrittenAsVerboseBehindAWarning) {
               "[VERBOSE]a\n");
 }
 
+TEST_F(ElogLine, TheFirstLevelBeyondTheLastHasNoFormatToo) {
+    elog_set_filter_level(255);
+    elog_set_level_format(ELOG_LVL_VERBOSE, ELOG_FMT_LVL);
+    elog_set_level_format(7, 0);
+    elog_write_line(7, "fpga", "f", "F", 1, "a");
+    EXPECT_EQ(Written(),
+              "[WARN   ][20261115-09:30:05][log]There is no log level 7, its line follows as "
+              "VERBOSE.\n"
+              "[VERBOSE]a\n");
+}
+
 TEST_F(ElogLine, GoesToStandardOutputToo) {
     const velatest::StdoutCapture out;
     LOG_INFO("both");

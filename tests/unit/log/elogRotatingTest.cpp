@@ -19,6 +19,7 @@ namespace {
 bool s_logWhileOpening = false;
 bool s_signalWhileOpening = false;
 bool s_closeWhileOpening = false;
+int s_openings = 0;
 
 bool IsHeldBack(int sig) {
     sigset_t mask;
@@ -34,6 +35,7 @@ bool IsHeldBack(int sig) {
 // NOLINTBEGIN(bugprone-reserved-identifier): the linker's names
 extern "C" int __real_open(const char* path, int flags, ...);
 extern "C" int __wrap_open(const char* path, int flags, mode_t mode) {
+    ++s_openings;
     if (s_logWhileOpening) {
         s_logWhileOpening = false;
         EXPECT_EQ(flags, O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
@@ -76,6 +78,19 @@ TEST(ElogRotating, LineFromWithinTheRotationIsDroppedFromTheFileWithANotice) {
     EXPECT_EQ(velatest::WholeFile(dir / "fpga_20261116.log"),
               "[INFO   ][20261116-00:00:00][fpga]outside\n"
               "[INFO   ][20261116-00:00:00][fpga]after\n");
+}
+
+TEST(ElogRotating, TheNewDaysFileIsOpenedOnce) {
+    const velatest::TempDir dir;
+    velatest::FakeClock::Set(20261115, 235959);
+    CRwLogger logger;
+    ASSERT_EQ(logger.Init(0, dir.path().c_str(), "fpga"), 0);
+    velatest::FakeClock::AdvanceSeconds(1);
+    s_openings = 0;
+    LOG_INFO("first");
+    LOG_INFO("second");
+    LOG_INFO("third");
+    EXPECT_EQ(s_openings, 1);
 }
 
 // The handler finds the lock taken and the day's file about to be opened by the thread that it
