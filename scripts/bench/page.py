@@ -66,11 +66,19 @@ def machine() -> list[str]:
             f"| commit | {commit} |"]
 
 
+def row(name: str) -> tuple[int, str, str, str]:
+    """Place in the table, what, beside what, unit."""
+    for place, (pattern, what, beside, unit) in enumerate(ROWS):
+        match = re.fullmatch(pattern, name)
+        if match:
+            return place, match.expand(what), match.expand(beside), unit
+    raise SystemExit(f"bench: the ratio {name} has no row in scripts/bench/rows.py")
+
+
 def table(ratios: dict[str, list[str]]) -> list[str]:
     lines = ["| what | beside | measured | bound | |", "|---|---|---|---|---|"]
-    for name, what, beside, unit in ROWS:
-        if name not in ratios:
-            raise SystemExit(f"bench: no figure {name} in this run: was it a part of the benchmarks only?")
+    for name in sorted(ratios, key=lambda n: row(n)[0]):
+        _, what, beside, unit = row(name)
         ratio = ratios[name]
         bound = f"{ratio[1].replace('-', ' ')} {float(ratio[2]):g}{unit}" if len(ratio) >= 3 else ""
         verdict = "" if not bound else "**missed**" if misses(ratio) else "kept"
