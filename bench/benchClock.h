@@ -27,8 +27,7 @@ double NsOfTick();
 // Spins for so many ticks without touching memory.
 inline void SpinFor(std::uint64_t ticks) {
     const std::uint64_t begin = Ticks();
-    while (Ticks() - begin < ticks) {
-    }
+    while (Ticks() - begin < ticks) {}
 }
 
 }  // namespace velabench

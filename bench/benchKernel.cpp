@@ -57,8 +57,7 @@ void CKernelCounts::ReadStolen() {
         }
         constexpr int stealColumn = 8;
         std::uint64_t value = 0;
-        for (int column = 0; column < stealColumn && words >> value; ++column) {
-        }
+        for (int column = 0; column < stealColumn && words >> value; ++column) {}
         m_stolen[std::stoi(name.substr(3))] = value;
     }
 }

@@ -121,7 +121,7 @@ struct Findings {
     CHistogram gaps;       // between two polls
     CHistogram emptyLoop;  // the same loop without the poll
     CHistogram oneWay;
-    std::uint64_t late = 0;         // messages whose way was long
+    std::uint64_t late = 0;          // messages whose way was long
     std::uint64_t receiverGone = 0;  // of these: the polling thread was away
 };
 
@@ -197,10 +197,11 @@ void Print(const Findings& findings) {
     PrintTimes("between two polls", findings.gaps);
     PrintTimes("between two rounds of the same loop without the poll", findings.emptyLoop);
     PrintTimes("one way of a message", findings.oneWay);
-    std::printf("%llu messages took longer than %.0f us: in %llu of these the polling thread was "
-                "away, else the sender was, or the memory between them\n",
-                static_cast<unsigned long long>(findings.late), longNs / 1000,
-                static_cast<unsigned long long>(findings.receiverGone));
+    std::printf(
+        "%llu messages took longer than %.0f us: in %llu of these the polling thread was "
+        "away, else the sender was, or the memory between them\n",
+        static_cast<unsigned long long>(findings.late), longNs / 1000,
+        static_cast<unsigned long long>(findings.receiverGone));
     findings.gaps.PrintPoints("jitter-gaps", "polls", findings.gaps.Seconds());
     findings.emptyLoop.PrintPoints("jitter-gaps", "empty-loop", findings.emptyLoop.Seconds());
     findings.oneWay.PrintPoints("jitter-latency", "board-to-callback", 1);

@@ -252,7 +252,9 @@ Figures OverCacheLines() {
             std::uint64_t sent = 0;
             Measure(
                 run, count,
-                [&](std::uint64_t n) { there->number.store(sent = n + 1, std::memory_order_release); },
+                [&](std::uint64_t n) {
+                    there->number.store(sent = n + 1, std::memory_order_release);
+                },
                 [&] { return back->number.load(std::memory_order_acquire) == sent; });
             return true;
         });

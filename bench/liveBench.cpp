@@ -76,10 +76,11 @@ void Print(const CMedians& medians, const Kind& kind) {
     const std::string bench = kind.name;
     for (const char* part : {"median", "99"}) {
         const std::string text = part;
-        std::printf("%s, one way of a live message, %s: VelaRecv %.1f ns, the vendor's poll and a "
-                    "direct call %.1f ns\n",
-                    kind.name, part, medians.Counter(bench, "VelaRecv " + text),
-                    medians.Counter(bench, "bare " + text));
+        std::printf(
+            "%s, one way of a live message, %s: VelaRecv %.1f ns, the vendor's poll and a "
+            "direct call %.1f ns\n",
+            kind.name, part, medians.Counter(bench, "VelaRecv " + text),
+            medians.Counter(bench, "bare " + text));
         PrintRatioAtMost("live-" + bench + "-" + text, medians.Counter(bench, "ratio " + text),
                          bound);
     }
@@ -91,7 +92,8 @@ void Print(const CMedians& medians, const Kind& kind) {
 
 int main(int argc, char** argv) {
     using namespace velabench;
-    ReadOptions(argc, argv);
+    constexpr int repetitions = 15;
+    ReadOptions(argc, argv, repetitions);
     GoAhead();
     g_cpus = PickCpus();
     Register(l1.name, Compare<false>);

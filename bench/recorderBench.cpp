@@ -3,7 +3,8 @@
 //
 // The two processes are this program once more. Both stay; stretches of polls take turns on one
 // processor, and the recorder's own thread runs on another one. In the end the capture must have
-// every message.
+// every message. Beside it stands what a message costs without the recorder if the callback does no
+// more than ask for the time of day, which is what a message's record begins with.
 
 #include <fcntl.h>
 #include <sys/wait.h>
@@ -14,6 +15,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <filesystem>
 #include <string>
 
@@ -36,11 +38,29 @@ constexpr auto drainUs = 3000;  // the recorder's thread writes what it got, bet
 
 // The parent asks with one byte, the child answers with the ns of a poll.
 constexpr char askMessages = 'm';
+constexpr char askClock = 'c';  // messages whose callback asks for the time
 constexpr char askIdle = 'i';
 
 // ---- The polling process ----
 
-CSink g_sink;
+class CPollSink final : public IVelaZceMdSpi {
+  public:
+    void OnDmaType17Msg(const unsigned char* body) override {
+        if (m_bAsksForTime) {
+            timespec now{};
+            clock_gettime(CLOCK_REALTIME, &now);
+            benchmark::DoNotOptimize(now);
+        }
+        m_sink.OnDmaType17Msg(body);
+    }
+    void OnDmaType18Msg(const unsigned char* body) override { m_sink.OnDmaType18Msg(body); }
+    void OnDmaType19Msg(const unsigned char* body) override { m_sink.OnDmaType19Msg(body); }
+    void OnDmaType20Msg(const unsigned char* body) override { m_sink.OnDmaType20Msg(body); }
+
+    bool m_bAsksForTime = false;
+    CSink m_sink;
+};
+CPollSink g_sink;
 
 class CPolls {
   public:
@@ -75,7 +95,8 @@ class CPolls {
             delivered += m_board.Recv();
         }
         const std::uint64_t ticks = Ticks() - begin;
-        if (delivered != expected || g_sink.m_ulBack != 0 || g_sink.m_ulLast != m_ulPut) {
+        if (delivered != expected || g_sink.m_sink.m_ulBack != 0 ||
+            g_sink.m_sink.m_ulLast != m_ulPut) {
             Die("messages are missing");
         }
         return static_cast<double>(ticks) * NsOfTick() / polls;
@@ -88,14 +109,15 @@ class CPolls {
 };
 
 int PollForParent(int questions, int answers, int cpu) {
-    CBenchBoard board(g_sink);  // the recorder's thread starts here, where the parent put it
     GoAhead();
+    CBenchBoard board(g_sink);  // the recorder's thread starts here, where the parent put it
     Pin(cpu);
     CPolls polls(board);
     char question = 0;
     while (read(questions, &question, 1) == 1) {
         double ns = 0;
-        if (question == askMessages) {
+        if (question != askIdle) {
+            g_sink.m_bAsksForTime = question == askClock;
             ns = polls.Messages();
             board.Recv();  // the ring stays away once after a burst: not a part of an idle poll
         } else {
@@ -170,7 +192,6 @@ class CPollingProcess {
         if (!capture.empty()) {
             setenv("LD_PRELOAD", VELAZCE_RECORDER, 1);
             setenv("ZCE_RECORD", capture.c_str(), 1);
-            setenv("ZCE_RECORD_BUFFER", "64", 1);
         }
         execl("/proc/self/exe", "recorder_bench", childOption, std::to_string(questions).c_str(),
               std::to_string(answers).c_str(), std::to_string(g_cpus.application).c_str(),
@@ -193,9 +214,11 @@ void Compare(benchmark::State& state) {
     while (state.KeepRunning()) {
         double message[2] = {};
         double idle[2] = {};
+        double clock = 0;
         for (int k = 0; k < stretches; ++k) {
             message[0] += g_without->Ask(askMessages);
             message[1] += g_with->Ask(askMessages);
+            clock += g_without->Ask(askClock);
             g_ulRecorded += messagesOfAStretch;
             usleep(drainUs);
             idle[0] += g_without->Ask(askIdle);
@@ -205,6 +228,7 @@ void Compare(benchmark::State& state) {
         state.counters["message without"] = message[0] / stretches;
         state.counters["message with"] = message[1] / stretches;
         state.counters["message more"] = (message[1] - message[0]) / stretches;
+        state.counters["clock more"] = (clock - message[0]) / stretches;
         state.counters["idle without"] = idle[0] / stretches;
         state.counters["idle with"] = idle[1] / stretches;
         state.counters["idle more"] = (idle[1] - idle[0]) / stretches;
@@ -253,6 +277,7 @@ void Print(const CMedians& medians) {
     }
     PrintRatioAtMost("recorder-message-ns", medians.Counter("recorder", "message more"),
                      messageBound);
+    PrintRatio("recorder-clock-alone-ns", medians.Counter("recorder", "clock more"));
     PrintRatioAtMost("recorder-idle-ns", medians.Counter("recorder", "idle more"), idleBound);
 }
 

@@ -36,7 +36,8 @@ constexpr int messagesOfAChannel = 64;
 
 // How many messages of this size are in a stretch.
 int BatchOf(std::uint32_t size) {
-    return static_cast<int>(std::min<std::uint64_t>(4096, stretchBytes / ZceBoard::RecordSize(size)));
+    return static_cast<int>(
+        std::min<std::uint64_t>(4096, stretchBytes / ZceBoard::RecordSize(size)));
 }
 
 class SumSpi final : public IVelaZceMdSpi {
@@ -216,19 +217,16 @@ std::string ChannelsName(unsigned int count) {
 void RegisterAll() {
     Register("idle", CompareIdle);
     for (const std::uint32_t size : sizes) {
-        Register(SizeName(size), [size](benchmark::State& state) {
-            CompareMessages(state, size, BatchOf(size));
-        });
+        Register(SizeName(size),
+                 [size](benchmark::State& state) { CompareMessages(state, size, BatchOf(size)); });
     }
     for (const int count : bursts) {
-        Register(BurstName(count), [count](benchmark::State& state) {
-            CompareMessages(state, plainSize, count);
-        });
+        Register(BurstName(count),
+                 [count](benchmark::State& state) { CompareMessages(state, plainSize, count); });
     }
     for (const unsigned int count : channelCounts) {
-        Register(ChannelsName(count), [count](benchmark::State& state) {
-            MeasureChannels(state, count);
-        });
+        Register(ChannelsName(count),
+                 [count](benchmark::State& state) { MeasureChannels(state, count); });
     }
 }
 
@@ -282,7 +280,8 @@ void PinHere() {
 
 int main(int argc, char** argv) {
     using namespace velabench;
-    ReadOptions(argc, argv, 15);
+    constexpr int repetitions = 15;
+    ReadOptions(argc, argv, repetitions);
     GoAhead();
     PinHere();
     RegisterAll();

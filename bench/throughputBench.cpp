@@ -32,7 +32,7 @@ constexpr std::uint64_t datagramsOfARun = 10'000;
 // A run of which other processes have taken more than this part is repeated, so many times at most;
 // the one that was disturbed least counts.
 constexpr double lostAtMost = 0.02;
-constexpr int attempts = 10;
+constexpr int attempts = 5;
 
 // How many messages a run takes: those before the clock starts, and those that are measured.
 struct Load {
@@ -372,7 +372,8 @@ void PrintKind(const CMedians& medians, const Kind& kind) {
 
 int main(int argc, char** argv) {
     using namespace velabench;
-    ReadOptions(argc, argv);
+    constexpr int repetitions = 9;
+    ReadOptions(argc, argv, repetitions);
     GoAhead();
     g_cpus = PickCpus();
     CShared<Samples> samples;
