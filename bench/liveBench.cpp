@@ -76,13 +76,13 @@ void Print(const CMedians& medians, const Kind& kind) {
     const std::string bench = kind.name;
     for (const char* part : {"median", "99"}) {
         const std::string text = part;
+        const std::string name = std::string("live-").append(bench).append("-").append(text);
         std::printf(
             "%s, one way of a live message, %s: VelaRecv %.1f ns, the vendor's poll and a "
             "direct call %.1f ns\n",
             kind.name, part, medians.Counter(bench, "VelaRecv " + text),
             medians.Counter(bench, "bare " + text));
-        PrintRatioAtMost("live-" + bench + "-" + text, medians.Counter(bench, "ratio " + text),
-                         bound);
+        PrintRatioAtMost(name, medians.Counter(bench, "ratio " + text), bound);
     }
 }
 
