@@ -27,7 +27,7 @@ namespace {
 
 // Short runs, so that on a busy machine some of them are not interrupted.
 constexpr std::uint64_t messagesOfARun = 200'000;
-constexpr std::uint64_t samplesOfARun = 50'000;  // iceoryx
+constexpr std::uint64_t samplesOfARun = 20'000;  // iceoryx
 constexpr std::uint64_t datagramsOfARun = 10'000;
 // A run of which other processes have taken more than this part is repeated, so many times at most;
 // the one that was disturbed least counts.
