@@ -1,5 +1,6 @@
 #include "benchBoard.h"
 
+#include <dlfcn.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -10,6 +11,22 @@
 #include "benchMain.h"
 #include "benchMessage.h"
 #include "exchange/Exchange.h"
+
+namespace {
+
+enyx_hw_a2c_stream* g_lastOpened = nullptr;
+
+}  // namespace
+
+// Stands in front of the vendor's call in the whole program, so that the program knows the stream
+// that the library opens.
+extern "C" __attribute__((visibility("default"))) enyx_hw_a2c_stream* enyx_hw_a2c_stream_create(
+    const enyx_hw_a2c_stream_descriptor* descriptor, uint32_t flags) {
+    static const auto next = reinterpret_cast<decltype(&enyx_hw_a2c_stream_create)>(
+        dlsym(RTLD_NEXT, "enyx_hw_a2c_stream_create"));
+    g_lastOpened = next(descriptor, flags);
+    return g_lastOpened;
+}
 
 namespace velabench {
 
@@ -34,13 +51,17 @@ class CNoSignals {
     sigset_t m_before{};
 };
 
+std::string StreamName(unsigned int channel) {
+    return "CUSTOM_CHAN" + std::to_string(channel) + "_DATA";
+}
+
 void RemoveBoardName() {
     shm_unlink(ZceBoard::ShmName(0).c_str());
 }
 
 }  // namespace
 
-CBenchBoard::CBenchBoard(IVelaZceMdSpi& spi) {
+CBenchBoard::CBenchBoard(IVelaZceMdSpi& spi, bool bAllStreams) {
     const CNoSignals guard;
     setenv("ZCE_BOARD_SHM_PREFIX", ("bench" + std::to_string(getpid()) + "-").c_str(), 1);
     AtEnd(RemoveBoardName);
@@ -49,13 +70,17 @@ CBenchBoard::CBenchBoard(IVelaZceMdSpi& spi) {
         Die("no shared memory for a board");
     }
     StartLibrary(spi);
-    OpenStreams();
+    OpenStreams(bAllStreams);
     RemoveBoardName();  // whoever is to use it has it
 }
 
 CBenchBoard::~CBenchBoard() {
     enyx_hw_c2a_stream_destroy(m_c2a);
-    enyx_hw_a2c_stream_destroy(m_a2c);
+    for (unsigned int channel = 0; channel < m_streams.size(); ++channel) {
+        if (channel != libraryChannel) {
+            enyx_hw_a2c_stream_destroy(m_streams[channel]);  // null is no stream, and taken
+        }
+    }
     IVelaZceMdApi::DestroyVelaZceMdApi(*m_pApi);
 }
 
@@ -72,9 +97,13 @@ void CBenchBoard::StartLibrary(IVelaZceMdSpi& spi) {
         Die("VelaStart failed");
     }
     close(fd);
+    m_streams[libraryChannel] = g_lastOpened;
+    if (g_lastOpened == nullptr) {
+        Die("the library has opened no stream");
+    }
 }
 
-void CBenchBoard::OpenStreams() {
+void CBenchBoard::OpenStreams(bool bAllStreams) {
     enyx_hw_filter* filter = enyx_hw_filter_create();
     enyx_hw_filter_set_index(filter, 0);
     enyx_hw_accelerator_descriptor* accelerator = nullptr;
@@ -82,29 +111,41 @@ void CBenchBoard::OpenStreams() {
         Die("no accelerator");
     }
     enyx_hw_filter_destroy(filter);
-    enyx_hw_accelerator* board = enyx_hw_accelerator_get(accelerator);
+    m_accelerator = enyx_hw_accelerator_get(accelerator);
     enyx_hw_free_accelerator_descriptors(&accelerator, 1);
 
-    const auto name = [](unsigned int channel) {
-        return "CUSTOM_CHAN" + std::to_string(channel) + "_DATA";
-    };
-    filter = enyx_hw_filter_create();
-    enyx_hw_filter_set_name(filter, name(vendorChannel).c_str());
-    enyx_hw_a2c_stream_descriptor* a2c = nullptr;
-    if (enyx_hw_accelerator_enumerate_a2c_streams(board, filter, &a2c, 1) == 1) {
-        m_a2c = enyx_hw_a2c_stream_create(a2c, 0);
-        enyx_hw_free_a2c_stream_descriptors(&a2c, 1);
+    for (unsigned int channel = 0; channel < m_streams.size(); ++channel) {
+        if (channel == vendorChannel || (bAllStreams && channel != libraryChannel)) {
+            m_streams[channel] = OpenStream(channel);
+        }
     }
-    enyx_hw_filter_set_name(filter, name(answerChannel).c_str());
+    filter = enyx_hw_filter_create();
+    enyx_hw_filter_set_name(filter, StreamName(answerChannel).c_str());
     enyx_hw_c2a_stream_descriptor* c2a = nullptr;
-    if (enyx_hw_accelerator_enumerate_c2a_streams(board, filter, &c2a, 1) == 1) {
+    if (enyx_hw_accelerator_enumerate_c2a_streams(m_accelerator, filter, &c2a, 1) == 1) {
         m_c2a = enyx_hw_c2a_stream_create(c2a, 0);
         enyx_hw_free_c2a_stream_descriptors(&c2a, 1);
     }
     enyx_hw_filter_destroy(filter);
-    if (m_a2c == nullptr || m_c2a == nullptr) {
+    if (m_c2a == nullptr) {
         Die("a stream cannot be opened");
     }
+}
+
+enyx_hw_a2c_stream* CBenchBoard::OpenStream(unsigned int channel) const {
+    enyx_hw_filter* filter = enyx_hw_filter_create();
+    enyx_hw_filter_set_name(filter, StreamName(channel).c_str());
+    enyx_hw_a2c_stream_descriptor* found = nullptr;
+    enyx_hw_a2c_stream* stream = nullptr;
+    if (enyx_hw_accelerator_enumerate_a2c_streams(m_accelerator, filter, &found, 1) == 1) {
+        stream = enyx_hw_a2c_stream_create(found, 0);
+        enyx_hw_free_a2c_stream_descriptors(&found, 1);
+    }
+    enyx_hw_filter_destroy(filter);
+    if (stream == nullptr) {
+        Die("a stream cannot be opened");
+    }
+    return stream;
 }
 
 void CBenchBoard::Interrupted() {

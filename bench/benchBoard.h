@@ -1,11 +1,13 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 
 #include "DrvEnyx/enyxHw.h"
 #include "IVelaZceMdApi.h"
 #include "ZceBoardMsg.h"
 #include "memory/BoardMemory.h"
+#include "memory/ShmLayout.h"
 
 // A board of the program's own, and the library on one of its channels.
 namespace velabench {
@@ -19,7 +21,8 @@ class CBenchBoard {
   public:
     // The board is this process, which also receives: `spi` through the library. The board's name
     // in the file system is gone when this returns, whatever ends the program later.
-    explicit CBenchBoard(IVelaZceMdSpi& spi);
+    // With bAllStreams the streams of all other channels are opened as well, by the vendor's calls.
+    explicit CBenchBoard(IVelaZceMdSpi& spi, bool bAllStreams = false);
     ~CBenchBoard();
     CBenchBoard(const CBenchBoard&) = delete;
     CBenchBoard& operator=(const CBenchBoard&) = delete;
@@ -34,17 +37,24 @@ class CBenchBoard {
         return got;
     }
     IVelaZceMdApi* Api() const { return m_pApi; }
-    enyx_hw_a2c_stream* VendorStream() const { return m_a2c; }
+    // The stream that the library holds, for polls of the same ring by the vendor's call: on the
+    // thread that calls Recv, and not during it.
+    enyx_hw_a2c_stream* LibraryStream() const { return m_streams[libraryChannel]; }
+    enyx_hw_a2c_stream* VendorStream() const { return m_streams[vendorChannel]; }
+    // Any channel's.
+    enyx_hw_a2c_stream* Stream(unsigned int channel) const { return m_streams.at(channel); }
     enyx_hw_c2a_stream* AnswerStream() const { return m_c2a; }
 
   private:
     [[noreturn]] static void Interrupted();
     void StartLibrary(IVelaZceMdSpi& spi);
-    void OpenStreams();
+    void OpenStreams(bool bAllStreams);
+    enyx_hw_a2c_stream* OpenStream(unsigned int channel) const;
 
     ZceBoard::CBoardMemory m_memory;
     IVelaZceMdApi* m_pApi = nullptr;
-    enyx_hw_a2c_stream* m_a2c = nullptr;
+    enyx_hw_accelerator* m_accelerator = nullptr;
+    std::array<enyx_hw_a2c_stream*, ZceBoard::CHANNELS> m_streams{};  // the library's among them
     enyx_hw_c2a_stream* m_c2a = nullptr;
 };
 

@@ -9,8 +9,6 @@ namespace velabench {
 
 namespace {
 
-constexpr int repetitions = 25;
-
 pid_t g_program = 0;
 bool g_bFinished = false;
 bool g_bSmoke = false;
@@ -31,7 +29,7 @@ void OnExit() {
 }
 
 void PrintValue(const std::string& name, double value, const char* relation, double bound) {
-    std::printf("ratio %s %.2f %s %.2f\n", name.c_str(), value, relation, bound);
+    std::printf("ratio %s %.3f %s %.2f\n", name.c_str(), value, relation, bound);
 }
 
 }  // namespace
@@ -55,10 +53,6 @@ void Finish() {
 
 bool IsSmokeRun() {
     return g_bSmoke;
-}
-
-void Register(const std::string& name, void (*bench)(benchmark::State&)) {
-    benchmark::RegisterBenchmark(name.c_str(), bench)->UseManualTime()->Iterations(1);
 }
 
 CMedians::CMedians() : ConsoleReporter(OO_Tabular), m_single(IsSmokeRun()) {}
@@ -87,7 +81,7 @@ double CMedians::Counter(const std::string& name, const std::string& counter) co
     return found->second.at(counter);
 }
 
-void ReadOptions(int argc, char** argv) {
+void ReadOptions(int argc, char** argv, int repetitions) {
     std::vector<std::string> arguments;
     for (int i = 0; i < argc; ++i) {
         const std::string argument = argv[i];
@@ -126,7 +120,7 @@ void RunAll(CMedians& medians) {
 }
 
 void PrintRatio(const std::string& name, double value) {
-    std::printf("ratio %s %.2f\n", name.c_str(), value);
+    std::printf("ratio %s %.3f\n", name.c_str(), value);
 }
 
 void PrintRatioAtLeast(const std::string& name, double value, double bound) {

@@ -22,7 +22,10 @@ void Finish();
 bool IsSmokeRun();
 
 // A benchmark of one iteration, which sets its time and its counters itself.
-void Register(const std::string& name, void (*bench)(benchmark::State&));
+template <class Bench>
+void Register(const std::string& name, Bench bench) {
+    benchmark::RegisterBenchmark(name.c_str(), bench)->UseManualTime()->Iterations(1);
+}
 
 // The console's table, and from it the median of each counter of each benchmark.
 class CMedians : public benchmark::ConsoleReporter {
@@ -37,7 +40,8 @@ class CMedians : public benchmark::ConsoleReporter {
 };
 
 // Reads the options (Google Benchmark's, and --smoke); everything else ends the program with 2.
-void ReadOptions(int argc, char** argv);
+// `repetitions` is how often each benchmark runs if no option says.
+void ReadOptions(int argc, char** argv, int repetitions = 25);
 // Runs the registered benchmarks, the repetitions of all of them mixed.
 void RunAll(CMedians& medians);
 

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <boost/lockfree/spsc_queue.hpp>
-
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -9,7 +7,6 @@
 
 #include "ZceBoardMsg.h"
 #include "benchBoard.h"
-#include "memory/ShmLayout.h"
 
 // The board's messages of the two sizes, for the board and for what stands beside it.
 namespace velabench {
@@ -68,10 +65,5 @@ class CMessages {
     std::array<Message<Body>, bodyCount> m_messages;
     std::uint64_t m_ulSent = 0;
 };
-
-// A queue of about a ring's bytes.
-template <class Body>
-using Queue = boost::lockfree::spsc_queue<
-    Message<Body>, boost::lockfree::capacity<ZceBoard::A2C_RING_BYTES / sizeof(Message<Body>)>>;
 
 }  // namespace velabench

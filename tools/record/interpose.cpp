@@ -5,6 +5,7 @@
 #include <pthread.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
@@ -102,10 +103,27 @@ struct Poll {
     void* context;
 };
 
+// What each poll needs, found once, by the first one.
+struct PollNeeds {
+    decltype(&enyx_hw_a2c_stream_poll_once) next;
+    const ZceRecord::CStreamTable* streams;
+};
+constinit std::atomic<const PollNeeds*> g_pollNeeds{nullptr};
+
 void OnPacket(const unsigned char* data, unsigned int size, void* context) {
     const Poll& poll = *static_cast<const Poll*>(context);
     poll.queue->Put(Now(), data, size);
     poll.handler(data, size, poll.context);
+}
+
+// A function of its own, and the last thing that a poll does: so an ordinary poll saves no
+// register.
+[[gnu::cold, gnu::noinline]] int FirstPoll(enyx_hw_a2c_stream* stream, enyx_hw_a2c_handler handler,
+                                           void* context) {
+    static const PollNeeds needs{
+        Next(&enyx_hw_a2c_stream_poll_once, "enyx_hw_a2c_stream_poll_once"), &Get().streams};
+    g_pollNeeds.store(&needs, std::memory_order_release);
+    return enyx_hw_a2c_stream_poll_once(stream, handler, context);
 }
 
 void AddAccess(const enyx_hw_register_description* description, bool write, int64_t timeNs,
@@ -291,14 +309,16 @@ ZCE_RECORD_EXPORT void enyx_hw_a2c_stream_destroy(enyx_hw_a2c_stream* stream) {
 
 ZCE_RECORD_EXPORT int enyx_hw_a2c_stream_poll_once(enyx_hw_a2c_stream* stream,
                                                    enyx_hw_a2c_handler handler, void* context) {
-    NEXT(enyx_hw_a2c_stream_poll_once);
-    static State& state = Get();
-    CMessageQueue* queue = state.streams.Find(stream);
+    const PollNeeds* needs = g_pollNeeds.load(std::memory_order_acquire);
+    if (needs == nullptr) [[unlikely]] {
+        return FirstPoll(stream, handler, context);
+    }
+    CMessageQueue* queue = needs->streams->Find(stream);
     if (queue == nullptr || handler == nullptr) [[unlikely]] {
-        return next(stream, handler, context);
+        return needs->next(stream, handler, context);
     }
     Poll poll{queue, handler, context};
-    return next(stream, &OnPacket, &poll);
+    return needs->next(stream, &OnPacket, &poll);
 }
 
 ZCE_RECORD_EXPORT int enyx_hw_read(enyx_hw_core* core,

@@ -1,0 +1,318 @@
+// What the recorder (libzce-record.so, LD_PRELOAD) costs the polling thread: a delivered message
+// and an idle poll through VelaRecv in a process with it, and in one without it.
+//
+// The two processes are this program once more. Both stay; stretches of polls take turns on one
+// processor, and the recorder's own thread runs on another one. In the end the capture must have
+// every message. Beside it stands what a message costs without the recorder if the callback does no
+// more than ask for the time of day, which is what a message's record begins with.
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <filesystem>
+#include <string>
+
+#include "benchBoard.h"
+#include "benchClock.h"
+#include "benchMain.h"
+#include "benchMessage.h"
+#include "benchProcess.h"
+#include "capture/CaptureReader.h"
+#include "memory/Ring.h"
+
+namespace velabench {
+
+namespace {
+
+constexpr const char* childOption = "--polls-for-its-parent";
+constexpr int messagesOfAStretch = 512;
+constexpr int idlePolls = 4096;
+constexpr auto drainUs = 3000;  // the recorder's thread writes what it got, between two stretches
+
+// The parent asks with one byte, the child answers with the ns of a poll.
+constexpr char askMessages = 'm';
+constexpr char askClock = 'c';  // messages whose callback asks for the time
+constexpr char askIdle = 'i';
+
+// ---- The polling process ----
+
+class CPollSink final : public IVelaZceMdSpi {
+  public:
+    void OnDmaType17Msg(const unsigned char* body) override {
+        if (m_bAsksForTime) {
+            timespec now{};
+            clock_gettime(CLOCK_REALTIME, &now);
+            benchmark::DoNotOptimize(now);
+        }
+        m_sink.OnDmaType17Msg(body);
+    }
+    void OnDmaType18Msg(const unsigned char* body) override { m_sink.OnDmaType18Msg(body); }
+    void OnDmaType19Msg(const unsigned char* body) override { m_sink.OnDmaType19Msg(body); }
+    void OnDmaType20Msg(const unsigned char* body) override { m_sink.OnDmaType20Msg(body); }
+
+    bool m_bAsksForTime = false;
+    CSink m_sink;
+};
+CPollSink g_sink;
+
+class CPolls {
+  public:
+    explicit CPolls(CBenchBoard& board) : m_board(board) {
+        const ZceBoard::RingView ring = ZceBoard::ViewOf(board.Shm().a2c[libraryChannel]);
+        m_ring = ZceBoard::CRingProducer(ring);
+        m_ring.Begin(ring.control->generation.load());
+    }
+
+    double Messages() {
+        for (int k = 0; k < messagesOfAStretch; ++k) {
+            PutMessage();
+        }
+        return Time(messagesOfAStretch, messagesOfAStretch);
+    }
+    double Idle() { return Time(idlePolls, 0); }
+
+  private:
+    void PutMessage() {
+        unsigned char* place = m_ring.PrepareWrite(l1.Size());
+        if (place == nullptr) {
+            Die("the ring is full");
+        }
+        std::memcpy(place, &m_messages.Next(), l1.Size());
+        m_ring.CommitWrite(l1.Size());
+        ++m_ulPut;
+    }
+    double Time(int polls, int expected) {
+        const std::uint64_t begin = Ticks();
+        int delivered = 0;
+        for (int k = 0; k < polls; ++k) {
+            delivered += m_board.Recv();
+        }
+        const std::uint64_t ticks = Ticks() - begin;
+        if (delivered != expected || g_sink.m_sink.m_ulBack != 0 ||
+            g_sink.m_sink.m_ulLast != m_ulPut) {
+            Die("messages are missing");
+        }
+        return static_cast<double>(ticks) * NsOfTick() / polls;
+    }
+
+    CBenchBoard& m_board;
+    ZceBoard::CRingProducer m_ring;
+    CMessages<ZceBoardL1_t> m_messages{l1};
+    std::uint64_t m_ulPut = 0;
+};
+
+int PollForParent(int questions, int answers, int cpu) {
+    GoAhead();
+    CBenchBoard board(g_sink);  // the recorder's thread starts here, where the parent put it
+    Pin(cpu);
+    CPolls polls(board);
+    char question = 0;
+    while (read(questions, &question, 1) == 1) {
+        double ns = 0;
+        if (question != askIdle) {
+            g_sink.m_bAsksForTime = question == askClock;
+            ns = polls.Messages();
+            board.Recv();  // the ring stays away once after a burst: not a part of an idle poll
+        } else {
+            ns = polls.Idle();
+        }
+        if (write(answers, &ns, sizeof(ns)) != sizeof(ns)) {
+            break;
+        }
+    }
+    Finish();
+    return 0;
+}
+
+// ---- The parent ----
+
+Cpus g_cpus{};
+
+class CPollingProcess {
+  public:
+    // With the recorder if `capture` is not empty.
+    explicit CPollingProcess(const std::string& capture) {
+        int questions[2];
+        int answers[2];
+        if (pipe2(questions, O_CLOEXEC) != 0 || pipe2(answers, O_CLOEXEC) != 0) {
+            Die("no pipe");
+        }
+        std::fflush(nullptr);
+        m_pid = fork();
+        if (m_pid < 0) {
+            Die("fork failed");
+        }
+        if (m_pid == 0) {
+            Become(questions[0], answers[1], capture);
+        }
+        close(questions[0]);
+        close(answers[1]);
+        m_questions = questions[1];
+        m_answers = answers[0];
+    }
+    ~CPollingProcess() {
+        if (m_pid > 0) {
+            kill(m_pid, SIGKILL);
+            waitpid(m_pid, nullptr, 0);
+        }
+    }
+    CPollingProcess(const CPollingProcess&) = delete;
+    CPollingProcess& operator=(const CPollingProcess&) = delete;
+
+    double Ask(char question) const {
+        double ns = 0;
+        if (write(m_questions, &question, 1) != 1 ||
+            read(m_answers, &ns, sizeof(ns)) != sizeof(ns)) {
+            Die("a polling process has ended");
+        }
+        return ns;
+    }
+    void End() {
+        close(m_questions);
+        close(m_answers);
+        int status = 0;
+        if (waitpid(m_pid, &status, 0) != m_pid || status != 0) {
+            Die("a polling process failed");
+        }
+        m_pid = -1;
+    }
+
+  private:
+    [[noreturn]] static void Become(int questions, int answers, const std::string& capture) {
+        fcntl(questions, F_SETFD, 0);
+        fcntl(answers, F_SETFD, 0);
+        Pin(g_cpus.board);
+        if (!capture.empty()) {
+            setenv("LD_PRELOAD", VELAZCE_RECORDER, 1);
+            setenv("ZCE_RECORD", capture.c_str(), 1);
+        }
+        execl("/proc/self/exe", "recorder_bench", childOption, std::to_string(questions).c_str(),
+              std::to_string(answers).c_str(), std::to_string(g_cpus.application).c_str(),
+              IsSmokeRun() ? "--smoke" : static_cast<char*>(nullptr), static_cast<char*>(nullptr));
+        _exit(1);
+    }
+
+    pid_t m_pid = -1;
+    int m_questions = -1;
+    int m_answers = -1;
+};
+
+std::string g_folder;
+CPollingProcess* g_without = nullptr;
+CPollingProcess* g_with = nullptr;
+std::uint64_t g_ulRecorded = 0;
+
+void Compare(benchmark::State& state) {
+    const int stretches = IsSmokeRun() ? 2 : 40;
+    while (state.KeepRunning()) {
+        double message[2] = {};
+        double idle[2] = {};
+        double clock = 0;
+        for (int k = 0; k < stretches; ++k) {
+            message[0] += g_without->Ask(askMessages);
+            message[1] += g_with->Ask(askMessages);
+            clock += g_without->Ask(askClock);
+            g_ulRecorded += messagesOfAStretch;
+            usleep(drainUs);
+            idle[0] += g_without->Ask(askIdle);
+            idle[1] += g_with->Ask(askIdle);
+        }
+        state.SetIterationTime(message[1] / stretches * 1e-9);
+        state.counters["message without"] = message[0] / stretches;
+        state.counters["message with"] = message[1] / stretches;
+        state.counters["message more"] = (message[1] - message[0]) / stretches;
+        state.counters["clock more"] = (clock - message[0]) / stretches;
+        state.counters["idle without"] = idle[0] / stretches;
+        state.counters["idle with"] = idle[1] / stretches;
+        state.counters["idle more"] = (idle[1] - idle[0]) / stretches;
+    }
+}
+
+// The capture has every message that the recorded process polled.
+void CheckCapture(const std::string& capture) {
+    ZceCapture::CCaptureReader reader;
+    std::string error;
+    if (!reader.Open(capture, error)) {
+        Die(error);
+    }
+    ZceCapture::CaptureMessage message;
+    std::uint64_t count = 0;
+    while (reader.Read(message) == ZceCapture::CCaptureReader::Next::Message) {
+        count += message.channel == libraryChannel && message.bytes.size() == l1.Size() ? 1 : 0;
+    }
+    if (count != g_ulRecorded || reader.Lost() != 0) {
+        Die("the capture has " + std::to_string(count) + " of " + std::to_string(g_ulRecorded) +
+            " messages");
+    }
+}
+
+void RemoveFolder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(g_folder, ignored);
+}
+
+void MakeFolder() {
+    std::string name = (std::filesystem::temp_directory_path() / "velazce-bench-XXXXXX").string();
+    if (mkdtemp(name.data()) == nullptr) {
+        Die("no folder for a capture");
+    }
+    g_folder = name;
+    AtEnd(RemoveFolder);
+}
+
+void Print(const CMedians& medians) {
+    constexpr double messageBound = 25;
+    constexpr double idleBound = 3;
+    for (const std::string what : {"message", "idle"}) {
+        std::printf("%s: without the recorder %.1f ns, with it %.1f ns\n", what.c_str(),
+                    medians.Counter("recorder", what + " without"),
+                    medians.Counter("recorder", what + " with"));
+    }
+    PrintRatioAtMost("recorder-message-ns", medians.Counter("recorder", "message more"),
+                     messageBound);
+    PrintRatio("recorder-clock-alone-ns", medians.Counter("recorder", "clock more"));
+    PrintRatioAtMost("recorder-idle-ns", medians.Counter("recorder", "idle more"), idleBound);
+}
+
+void RunParent() {
+    g_cpus = PickCpus();
+    MakeFolder();
+    const std::string capture = g_folder + "/capture.pcap";
+    CPollingProcess without("");
+    CPollingProcess with(capture);
+    g_without = &without;
+    g_with = &with;
+    Register("recorder", Compare);
+    CMedians medians;
+    RunAll(medians);
+    without.End();
+    with.End();
+    CheckCapture(capture);
+    Print(medians);
+    Finish();
+}
+
+}  // namespace
+
+}  // namespace velabench
+
+int main(int argc, char** argv) {
+    using namespace velabench;
+    constexpr int childArguments = 5;
+    if (argc >= childArguments && std::string(argv[1]) == childOption) {
+        if (argc > childArguments) {
+            ReadOptions(2, argv + childArguments - 1);  // --smoke
+        }
+        return PollForParent(std::atoi(argv[2]), std::atoi(argv[3]), std::atoi(argv[4]));
+    }
+    ReadOptions(argc, argv);
+    RunParent();
+    return 0;
+}
