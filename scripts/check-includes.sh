@@ -87,7 +87,7 @@ src/enyxHw
 # What a user starts from.
 examples            include board/include
 # Benchmarks and tests. The tests of a room see what it sees, and the rooms below it.
-bench               include board/include device exchange memory src/enyxHw
+bench               include src/* device exchange memory board/include
 fuzz                include src/* process traffic device exchange memory capture board/include tests/support
 tests/support       include src/*
 tests/unit          include src/* tests/support
@@ -150,7 +150,7 @@ awk -v rooms="$(rooms)" -v table="$(table)" -v excuses="$(excused)" -v files="$(
         if ((path = folder(from) name) in there) return path
         for (k in bare) {
             if ((path = bare[k] name) in there) {
-                if (bare[k] == "src/" && from !~ /^(src|fuzz|tests\/(unit|support|device|differential|anomaly|system))\//) continue
+                if (bare[k] == "src/" && from !~ /^(src|bench|fuzz|tests\/(unit|support|device|differential|anomaly|system))\//) continue
                 if (bare[k] == "tests/support/" && from !~ /^(tests|fuzz)\//) continue
                 return path
             }
