@@ -9,7 +9,8 @@
 namespace velabench {
 
 // A folder of the program's own, in memory where the host has such a file system, so that no disk
-// is measured. It is the working folder from now on, and gone at every end of the program.
+// is measured. It is the working folder from now on, and gone when the program ends; if a signal
+// ends it the folder stays.
 inline void EnterOwnFolder() {
     static std::string s_path;
     std::error_code error;
