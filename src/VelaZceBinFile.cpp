@@ -2,7 +2,9 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <cstring>
 #include <utility>
 
@@ -12,16 +14,30 @@
 
 namespace {
 
-constexpr std::size_t g_uiInstLineSize = 128;  // of a line with its terminating zero
+constexpr std::size_t g_uiInstLineSize = 127;  // at most, the line end included
 constexpr std::size_t g_uiTimeLineSize = 256;
 
 // The line of one instrument, cut where it would be longer than the format has it: a name that is
 // too long then takes the line end with it.
-std::string FormatInst(const std::string& name, unsigned short index) {
-    char szLine[g_uiInstLineSize];
-    std::snprintf(szLine, sizeof(szLine), "%u,%s\n", index, name.c_str());
-    return szLine;
-}
+class CInstLine {
+  public:
+    CInstLine(const std::string& name, unsigned short index) {
+        char* const end = m_szLine + sizeof(m_szLine);
+        char* at = std::to_chars(m_szLine, end, index).ptr;
+        *at++ = ',';
+        const auto room = static_cast<std::size_t>(end - at);
+        at = std::copy_n(name.c_str(), std::min(std::strlen(name.c_str()), room), at);
+        if (at != end) {
+            *at++ = '\n';
+        }
+        m_uiSize = static_cast<std::size_t>(at - m_szLine);
+    }
+    std::string_view Text() const { return {m_szLine, m_uiSize}; }
+
+  private:
+    char m_szLine[g_uiInstLineSize];
+    std::size_t m_uiSize;
+};
 
 // Whether opening the cache file cannot wait and reading it comes to an end: not for a FIFO, nor
 // for reading a device. Sets errno where it is not so. Looked at before the opening, which is good
@@ -100,7 +116,7 @@ int CTernBinFile::Normal_WriteInstToBin(std::string name, unsigned short index) 
     if (m_fp == nullptr) {
         return 0;
     }
-    if (!Put(FormatInst(name, index))) {
+    if (!Put(CInstLine(name, index).Text())) {
         return FailWriting();
     }
     LOG_INFO("Write to bin :index:%u,inst:%s,", index, name.c_str());
@@ -129,7 +145,7 @@ int CTernBinFile::Intrade_WrInstFromFpga() {
     const VORBA2::LocalMoment_t now = VORBA2::LocalNow().value_or(VORBA2::LocalMoment_t{});
     bool bWritten = PutTime(now.date * ZCE_BIN_DATE_UNIT + now.time);
     for (auto it = m_mapInst.cbegin(); bWritten && it != m_mapInst.cend(); ++it) {
-        bWritten = Put(FormatInst(it->first, it->second));
+        bWritten = Put(CInstLine(it->first, it->second).Text());
     }
     if (!bWritten) {
         return FailWriting();

@@ -285,11 +285,11 @@ void CZceDmaChanImpl::LoadtomapFrmParsedMsg(const std::string& name, unsigned ch
                  static_cast<unsigned int>(m_ulParsedCnt),
                  static_cast<unsigned int>(m_mapInst.size()));
     }
-    const auto it = m_mapInst.find(name);
-    if (it != m_mapInst.end()) {
+    const auto it = m_mapInst.lower_bound(name);
+    if (it != m_mapInst.end() && it->first == name) {
         it->second = index;
         return;
     }
     m_pBinFile->Normal_WriteInstToBin(name, index);
-    m_mapInst.emplace(name, index);
+    m_mapInst.emplace_hint(it, name, index);
 }

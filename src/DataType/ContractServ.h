@@ -73,8 +73,6 @@ class CContractServ {
     ZceSubsInfoArray_t& m_pSubsInfo;
 
   private:
-    void FilterOneInst(const std::string& name, std::uint16_t index, unsigned int channel);
-    bool FutureIsMeetCondition(const std::string& name, unsigned int channel);
     void WaitForFpga(unsigned int minutes);
 };
 

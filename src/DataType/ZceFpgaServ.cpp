@@ -5,10 +5,12 @@
 #include <cstring>
 #include <optional>
 #include <utility>
+#include <vector>
 
 #include "DataType/ZceChannel.h"
 #include "DataType/ZceConfigFile.h"
 #include "DataType/ZceNumbers.h"
+#include "DataType/ZceOrdered.h"
 #include "DrvEnyx/IDrv.h"
 #include "Utils/calendar.h"
 #include "Utils/clockSeam.h"
@@ -223,23 +225,57 @@ void CZceFpgaServ::StoreInstToGlob(std::uint8_t type, std::uint16_t index, std::
     (sgl ? m_mapSglInsts : m_mapCmbInsts)[index] = std::move(name);
 }
 
-void CZceFpgaServ::StoreInstsToGlob(const std::map<std::uint16_t, std::string>& sglInsts,
-                                    const std::map<std::uint16_t, std::string>& cmbInsts,
+// What the channels from `first` on select of one table, put together by index before it is
+// recorded: one instrument after the other, the lock taken for each. Of several names of an index
+// that of the last channel stays.
+void CZceFpgaServ::StoreTable(std::span<const InstNames_t> selections, unsigned int first,
+                              InstNames_t& names, std::map<std::uint16_t, std::uint16_t>& masks) {
+    struct Selected_t {
+        const std::string* name = nullptr;
+        std::uint16_t mask = 0;
+    };
+    std::vector<Selected_t> selected;
+    for (const InstNames_t& insts : selections) {
+        const std::size_t size = insts.empty() ? 0 : insts.rbegin()->first + std::size_t{1};
+        selected.resize(std::max(selected.size(), size));
+        const std::uint16_t bit = ChannelBit(first++);
+        for (const auto& [index, text] : insts) {
+            Selected_t& inst = selected[index];
+            inst = {&text, static_cast<std::uint16_t>(inst.mask | bit)};
+        }
+    }
+    auto name = names.end();
+    auto mask = masks.end();
+    for (std::size_t at = 0; at < selected.size(); ++at) {
+        const Selected_t& inst = selected[at];
+        if (inst.name != nullptr) {
+            const auto index = static_cast<std::uint16_t>(at);
+            const std::lock_guard<std::mutex> lock(subscribe_mutex);
+            mask = EntryFrom(masks, mask, index, std::uint16_t{0}).at;
+            mask->second = static_cast<std::uint16_t>(mask->second | inst.mask);
+            name = PutFrom(names, name, index, *inst.name);
+        }
+    }
+}
+
+void CZceFpgaServ::StoreChannelsToGlob(std::span<const InstNames_t> sglInsts,
+                                       std::span<const InstNames_t> cmbInsts, unsigned int first) {
+    for (std::size_t at = 0; at < sglInsts.size(); ++at) {
+        const int shown = static_cast<int>(first + at);
+        LOG_INFO("[channel:%d] Record func:Meeting conditions count is:OneLeg:%u, Combine:%u.",
+                 shown, Count(sglInsts[at]), Count(cmbInsts[at]));
+        if (sglInsts[at].empty() && cmbInsts[at].empty()) {
+            LOG_INFO("[channel:%d] Matched subs inst count is 0. you doesn't subscribe inst.",
+                     shown);
+        }
+    }
+    StoreTable(sglInsts, first, m_mapSglInsts, m_mapSglChanBit);
+    StoreTable(cmbInsts, first, m_mapCmbInsts, m_mapCmbChanBit);
+}
+
+void CZceFpgaServ::StoreInstsToGlob(const InstNames_t& sglInsts, const InstNames_t& cmbInsts,
                                     unsigned int channel) {
-    std::map<std::uint16_t, std::string> sgl = sglInsts;
-    std::map<std::uint16_t, std::string> cmb = cmbInsts;
-    const int shown = static_cast<int>(channel);
-    LOG_INFO("[channel:%d] Record func:Meeting conditions count is:OneLeg:%u, Combine:%u.", shown,
-             Count(sgl), Count(cmb));
-    if (sgl.empty() && cmb.empty()) {
-        LOG_INFO("[channel:%d] Matched subs inst count is 0. you doesn't subscribe inst.", shown);
-    }
-    for (auto& [index, name] : sgl) {
-        StoreInstToGlob(ZCE_TYPE_SGL, index, std::move(name), channel);
-    }
-    for (auto& [index, name] : cmb) {
-        StoreInstToGlob(ZCE_TYPE_CMB, index, std::move(name), channel);
-    }
+    StoreChannelsToGlob(std::span(&sglInsts, 1), std::span(&cmbInsts, 1), channel);
 }
 
 void CZceFpgaServ::SubsFromGlobInsts() {

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <map>
 #include <mutex>
+#include <span>
 #include <string>
 
 #include "DataType/ZceRegMap.h"
@@ -20,6 +21,8 @@ namespace Vela2_U50 {
 // subscribe_mutex it says so; the lock is not recursive.
 class CZceFpgaServ {
   public:
+    using InstNames_t = std::map<std::uint16_t, std::string>;  // board index to name
+
     // mapInst: instrument name to board index; it must outlive this object. channel: the creating
     // worker's DMA channel.
     CZceFpgaServ(std::map<std::string, unsigned short>& mapInst, unsigned int channel);
@@ -63,9 +66,12 @@ class CZceFpgaServ {
     // The single record is made under subscribe_mutex.
     void StoreInstToGlob(std::uint8_t type, std::uint16_t index, std::string name,
                          unsigned int channel);
-    void StoreInstsToGlob(const std::map<std::uint16_t, std::string>& sglInsts,
-                          const std::map<std::uint16_t, std::string>& cmbInsts,
+    void StoreInstsToGlob(const InstNames_t& sglInsts, const InstNames_t& cmbInsts,
                           unsigned int channel);
+    // The same for as many channels as there are selections, from `first` on: all of them are put
+    // together before the record is made.
+    void StoreChannelsToGlob(std::span<const InstNames_t> sglInsts,
+                             std::span<const InstNames_t> cmbInsts, unsigned int first);
     // Writes every recorded mask to the board and reads it back.
     void SubsFromGlobInsts();
     // Writes one mask.
@@ -112,6 +118,8 @@ class CZceFpgaServ {
     void ClearTable(const ZceTableRegs_t& regs, unsigned int addrStep);
     bool ReadBoardTime(unsigned int& boardTime) const;
     std::string ReadName(const ZceTableRegs_t& regs, unsigned int index) const;
+    static void StoreTable(std::span<const InstNames_t> selections, unsigned int first,
+                           InstNames_t& names, std::map<std::uint16_t, std::uint16_t>& masks);
     void FetchEntry(const ZceTableRegs_t& regs, std::uint16_t index);
     void FetchTable(const ZceTableRegs_t& regs);
 };

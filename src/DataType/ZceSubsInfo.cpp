@@ -25,22 +25,6 @@ std::string Lowered(std::string text) {
     return text;
 }
 
-// Position of the letter that makes an id an option's, or npos.
-std::string::size_type FindOptionLetter(const std::string& id) {
-    const auto firstDigit = std::find_if(id.begin(), id.end(), IsDigit);
-    if (firstDigit == id.end()) {
-        return std::string::npos;
-    }
-    auto at = id.find_first_of("CP", static_cast<std::size_t>(firstDigit - id.begin()));
-    while (at != std::string::npos) {
-        if (IsDigit(id[at - 1]) && at + 1 < id.size() && IsDigit(id[at + 1])) {
-            return at;
-        }
-        at = id.find_first_of("CP", at + 1);
-    }
-    return std::string::npos;
-}
-
 // One item of a list, and the list's text for display.
 void AddItem(const char* item, std::vector<std::string>& list, std::string& joined) {
     if (!joined.empty()) {
@@ -88,13 +72,31 @@ bool FindAllTag(const std::string& text) {
     return findStringIgnoreCase(text, "all");
 }
 
+std::string_view::size_type FindOptionLetter(std::string_view id) {
+    const auto* const firstDigit = std::find_if(id.begin(), id.end(), IsDigit);
+    auto at = id.find_first_of("CP", static_cast<std::size_t>(firstDigit - id.begin()));
+    while (at != std::string_view::npos) {
+        if (IsDigit(id[at - 1]) && at + 1 < id.size() && IsDigit(id[at + 1])) {
+            return at;
+        }
+        at = id.find_first_of("CP", at + 1);
+    }
+    return at;
+}
+
+std::string_view ClassIn(std::string_view id) {
+    const auto* const end = std::find_if(
+        id.begin(), id.end(), [](unsigned char letter) { return std::isalpha(letter) == 0; });
+    return id.substr(0, static_cast<std::size_t>(end - id.begin()));
+}
+
 bool IsOption(const std::string& id) {
-    return FindOptionLetter(id) != std::string::npos;
+    return FindOptionLetter(id) != std::string_view::npos;
 }
 
 int OptionExtractSecondClass(const std::string& id, std::string& underlying) {
-    const std::string::size_type at = FindOptionLetter(id);
-    if (at == std::string::npos) {
+    const std::string_view::size_type at = FindOptionLetter(id);
+    if (at == std::string_view::npos) {
         return -1;
     }
     underlying = id.substr(0, at);
@@ -102,12 +104,7 @@ int OptionExtractSecondClass(const std::string& id, std::string& underlying) {
 }
 
 std::string ExtractClass(const char* id, unsigned int count) {
-    std::string letters;
-    for (unsigned int at = 0; at < count && std::isalpha(static_cast<unsigned char>(id[at])) != 0;
-         ++at) {
-        letters += id[at];
-    }
-    return letters;
+    return std::string(ClassIn({id, count}));
 }
 
 void CZceConfigFile::ParseRawInsts(std::string raw, unsigned int channel) {

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "DataType/ZceChannel.h"
@@ -43,6 +44,12 @@ bool findStringIgnoreCase(const std::string& text, const std::string& pattern);
 
 // Whether "all" occurs anywhere in `text`, without regard to case.
 bool FindAllTag(const std::string& text);
+
+// Position of the letter that makes an id an option's, or npos.
+std::string_view::size_type FindOptionLetter(std::string_view id);
+
+// The leading letters of `id`.
+std::string_view ClassIn(std::string_view id);
 
 // Whether `id` names an option: after its first digit a capital C or P between two digits.
 bool IsOption(const std::string& id);

@@ -12,7 +12,8 @@ namespace VORBA2::Clock {
 // Wall-clock time in whole seconds since the epoch, as time().
 std::time_t WallSeconds();
 
-// Local broken-down time of `at` in `result`, as localtime(), TZ looked up at every call.
+// Local broken-down time of `at` in `result`, as localtime(), TZ looked up at every call. A zone's
+// file that is exchanged under its name counts from the next second on.
 // Returns false, with `result` untouched, if the time cannot be converted.
 bool LocalTime(std::time_t at, std::tm& result);
 

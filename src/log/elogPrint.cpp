@@ -1,4 +1,5 @@
 #include <poll.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -23,6 +24,10 @@ std::atomic<Patience> s_patience{Patience::endless};
 // Standard output's descriptor when the last ordinary text was printed: a handler cannot ask.
 std::atomic<int> s_descriptor{STDOUT_FILENO};
 static_assert(std::atomic<Patience>::is_always_lock_free && std::atomic<int>::is_always_lock_free);
+
+// A write that would have to wait says so instead. Not every kernel and not every descriptor has
+// that; the first one that has not ends the trying.
+std::atomic<bool> s_canTellAtOnce{true};
 
 // One text on its way to standard output. Signal handlers do without.
 VORBA2::CThreadMutex s_printLock;
@@ -64,14 +69,39 @@ bool WaitUntilWritable(int descriptor) {
     }
 }
 
+// Writes what can be written without waiting, by one system call where the descriptor allows that.
+// As write(); 0 if standard output must not be waited for any longer.
+ssize_t WriteWhenPossible(int descriptor, const char* text, std::size_t size) {
+    if (s_canTellAtOnce) {
+        const iovec piece{const_cast<char*>(text), size};
+        const ssize_t written = pwritev2(descriptor, &piece, 1, -1, RWF_NOWAIT);
+        if (written >= 0) {
+            return written;
+        }
+        switch (errno) {
+            case EAGAIN:
+                break;
+            case EOPNOTSUPP:
+            case EINVAL:
+            case ENOSYS:
+            case EPERM:
+                s_canTellAtOnce = false;
+                break;
+            default:
+                return written;
+        }
+    }
+    return WaitUntilWritable(descriptor) ? write(descriptor, text, size) : 0;
+}
+
 }  // namespace
 
 void Print(const char* text, std::size_t size) {
     const VORBA2::CThreadMutexGuard guard(s_printLock);
     const int descriptor = fileno(stdout);
     s_descriptor = descriptor;
-    while (size != 0 && WaitUntilWritable(descriptor)) {
-        const ssize_t written = write(descriptor, text, std::min(size, g_uiLineBytes));
+    while (size != 0) {
+        const ssize_t written = WriteWhenPossible(descriptor, text, std::min(size, g_uiLineBytes));
         if (written > 0) {
             text += written;
             size -= static_cast<std::size_t>(written);

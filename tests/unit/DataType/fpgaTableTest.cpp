@@ -95,6 +95,61 @@ TEST(StoreInstsToGlob, WorksOnCopiesOfItsArguments) {
     EXPECT_THAT(cmb, ElementsAre(Pair(6, "SPD-A&B")));
 }
 
+TEST(StoreInstsToGlob, EachFurtherSelectionAddsWhereverItsIndexesLie) {
+    FpgaRig rig;
+    std::map<std::uint16_t, std::string> sparse;
+    std::map<std::uint16_t, std::string> dense;
+    for (std::uint16_t index = 0; index < 300; ++index) {
+        dense[index] = "SR209";
+        if (index % 40 == 7) {
+            sparse[index] = "CF209";
+        }
+    }
+    sparse[65535] = "TA209";
+    rig.serv.StoreInstsToGlob(dense, {}, 1);
+    rig.serv.StoreInstsToGlob(dense, {}, 4);
+    rig.serv.StoreInstsToGlob(sparse, {}, 3);
+    EXPECT_EQ(rig.serv.m_mapSglChanBit.size(), 301U);
+    EXPECT_EQ(rig.serv.m_mapSglInsts.size(), 301U);
+    for (const auto& [index, mask] : rig.serv.m_mapSglChanBit) {
+        const std::string& name = rig.serv.m_mapSglInsts[index];
+        if (index == 65535) {
+            EXPECT_EQ(mask, 0x08);
+            EXPECT_EQ(name, "TA209");
+        } else {
+            EXPECT_EQ(mask, index % 40 == 7 ? 0x1A : 0x12) << index;
+            EXPECT_EQ(name, index % 40 == 7 ? "CF209" : "SR209") << index;
+        }
+    }
+}
+
+TEST(StoreInstsToGlob, ChannelsWithoutABitLeaveAnEmptyMask) {
+    FpgaRig rig;
+    rig.serv.StoreInstsToGlob({{5, "SR209"}}, {}, 20);
+    EXPECT_THAT(rig.serv.m_mapSglChanBit, ElementsAre(Pair(5, 0)));
+    EXPECT_THAT(rig.serv.m_mapSglInsts, ElementsAre(Pair(5, "SR209")));
+}
+
+TEST(StoreChannelsToGlob, OfTwoNamesTheLastChannelsStays) {
+    FpgaRig rig;
+    const LogCapture log;
+    const std::map<std::uint16_t, std::string> sgl[] = {
+        {{5, "SR209"}, {9, "SR301"}}, {}, {{5, "CF209"}}};
+    const std::map<std::uint16_t, std::string> cmb[] = {{}, {}, {{8, "SPD-A&B"}}};
+    rig.serv.StoreChannelsToGlob(sgl, cmb, 2);
+    EXPECT_THAT(rig.serv.m_mapSglInsts, ElementsAre(Pair(5, "CF209"), Pair(9, "SR301")));
+    EXPECT_THAT(rig.serv.m_mapSglChanBit, ElementsAre(Pair(5, 0x14), Pair(9, 0x04)));
+    EXPECT_THAT(rig.serv.m_mapCmbInsts, ElementsAre(Pair(8, "SPD-A&B")));
+    EXPECT_THAT(rig.serv.m_mapCmbChanBit, ElementsAre(Pair(8, 0x10)));
+    EXPECT_THAT(
+        log.Lines(),
+        ElementsAre(
+            "INFO [channel:2] Record func:Meeting conditions count is:OneLeg:2, Combine:0.",
+            "INFO [channel:3] Record func:Meeting conditions count is:OneLeg:0, Combine:0.",
+            "INFO [channel:3] Matched subs inst count is 0. you doesn't subscribe inst.",
+            "INFO [channel:4] Record func:Meeting conditions count is:OneLeg:1, Combine:1."));
+}
+
 TEST(SubsOneInst, WritesTheMaskOfTheEntry) {
     FpgaRig rig;
     rig.serv.StoreInstToGlob(0, 100, "SR209", 3);

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <ctime>
+#include <string>
 
 // The host's clocks themselves: no fake clock in this program.
 namespace {
@@ -48,6 +49,39 @@ TEST(ClockSeam, LocalTimeLooksUpTheZoneAtEveryCall) {
     EXPECT_EQ(local.tm_mday, 19);
     EXPECT_EQ(local.tm_mon, 10);
     EXPECT_EQ(local.tm_year, 126);
+}
+
+// A second that was converted before is not converted again: not in another zone, not after
+// another second, not in a zone whose name is too long to be remembered.
+TEST(ClockSeam, OneSecondHasTheTimeOfTheZoneThatIsSet) {
+    const std::string longZone = "<" + std::string(400, 'V') + ">-5";
+    const auto expectHour = [](const char* zone, std::time_t at, int hour) {
+        ASSERT_EQ(zone == nullptr ? unsetenv("TZ") : setenv("TZ", zone, 1), 0);
+        for (int repeated = 0; repeated < 2; ++repeated) {
+            std::tm local{};
+            ASSERT_TRUE(Clock::LocalTime(at, local));
+            EXPECT_EQ(local.tm_hour, hour);
+            EXPECT_EQ(local.tm_min, 30);
+        }
+    };
+    expectHour("VIRT-8", AT, 16);
+    expectHour("VIRT-8", AT + 3600, 17);
+    expectHour("VIRT-8", AT, 16);
+    expectHour("", AT, 8);
+    expectHour("VIRT-7", AT, 15);
+    expectHour(longZone.c_str(), AT, 13);
+    expectHour("VIRT-7", AT, 15);
+    // Without TZ the host's own zone, which is not seven minutes off.
+    ASSERT_EQ(setenv("TZ", "VIRT-0:07", 1), 0);
+    std::tm local{};
+    ASSERT_TRUE(Clock::LocalTime(AT, local));
+    EXPECT_EQ(local.tm_min, 37);
+    unsetenv("TZ");
+    ASSERT_TRUE(Clock::LocalTime(AT, local));
+    EXPECT_EQ(local.tm_min % 15, 0);
+    setenv("TZ", "VIRT-7", 1);
+    ASSERT_TRUE(Clock::LocalTime(AT, local));
+    EXPECT_EQ(local.tm_hour, 15);
 }
 
 TEST(ClockSeam, TimeThatCannotBeConvertedLeavesTheResultAlone) {
