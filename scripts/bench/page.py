@@ -21,20 +21,17 @@ from rows import PLOTS, ROWS  # noqa: E402
 BLOCK = re.compile(r"(<!-- measured: (\S+) -->\n).*?(<!-- end -->)", re.DOTALL)
 
 
-def read(output: Path) -> tuple[dict[str, list[str]], dict[str, dict[str, list[tuple[float, float]]]], list[str]]:
-    """Ratios by name, dots by plot and series, and the lines in words."""
+def read(output: Path) -> tuple[dict[str, list[str]], dict[str, dict[str, list[tuple[float, float]]]]]:
+    """Ratios by name, and dots by plot and series."""
     ratios: dict[str, list[str]] = {}
     points: dict[str, dict[str, list[tuple[float, float]]]] = defaultdict(lambda: defaultdict(list))
-    said = []
     for line in output.read_text().splitlines():
         words = line.split()
         if line.startswith("ratio "):
             ratios[words[1]] = words[2:]
         elif line.startswith("point "):
             points[words[1]][words[2]].append((float(words[3]), float(words[4])))
-        elif line.startswith("figure "):
-            said.append(line.removeprefix("figure "))
-    return ratios, points, said
+    return ratios, points
 
 
 def misses(ratio: list[str]) -> bool:
@@ -52,7 +49,7 @@ def machine() -> list[str]:
     cpu = next((line.split(":", 1)[1].strip() for line in Path("/proc/cpuinfo").read_text().splitlines()
                 if line.startswith("model name")), platform.machine())
     caches = [line.strip() for line in run("lscpu").splitlines() if re.match(r"L[123]", line)]
-    flags = sorted(set(re.findall(r" (-(?:O\d|flto\S*|fno-plt|march=\S+)) ", " ".join(
+    flags = sorted(set(re.findall(r" (-(?:O3|flto\S*|fno-plt|march=\S+)) ", " ".join(
         line for line in Path("build/release/build.ninja").read_text().splitlines() if "FLAGS" in line) + " ")))
     changed = run("git", "status", "--porcelain", "--", "src", "board", "bench", "include", "tools", "cmake")
     commit = run("git", "rev-parse", "--short=12", "HEAD") + (" and changes" if changed else "")
@@ -105,8 +102,8 @@ def draw(plot: str, series: dict[str, list[tuple[float, float]]], folder: Path) 
 
 def main() -> int:
     output, page, folder = map(Path, sys.argv[1:4])
-    ratios, points, said = read(output)
-    blocks = {"machine": machine(), "ratios": table(ratios), "figures": ["```", *said, "```"]}
+    ratios, points = read(output)
+    blocks = {"machine": machine(), "ratios": table(ratios)}
 
     def made(match: re.Match) -> str:
         return match[1] + "\n".join(blocks[match[2]]) + "\n" + match[3]
