@@ -12,6 +12,7 @@ DATA = [("dataType_test", "*"), ("worker_test", "*"), ("configDoc_test", "*"),
         ("startSequenceTest", "*"), ("selectionModelTest", "*")]
 
 TABLE = [
+    ("src/log/elogPrint.cpp", [("elogPrintTest", "*"), *LOG, ("log_signal_system", "*")]),
     ("src/log/*", LOG),
     ("src/SignalProcess.*", [("signalProcessTest", "*"), ("elogTest", "ElogSignal.*"),
                              ("worker_test", "*"), ("api_test", "*")]),
