@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Feeds the fuzz targets (fuzz/, libFuzzer) for a time each, two for each processor at once. What they
+# Feeds the fuzz targets (fuzz/, libFuzzer) for a time each, five for two processors at once. What they
 # find out about the code is kept in build/fuzz/corpus and is where the next run begins. Ends with one
 # line; exit status 1 if an input broke a target, which is then named.
 # Usage: scripts/fuzz.sh HOURS [TARGET...]        hours for each target, 0.5 too
@@ -8,7 +8,7 @@ source "$(dirname "$0")/common.sh"
 
 usage() { sed -n '2,8s/^# \{0,1\}//p' "$0" >&2; exit 2; }
 
-AT_ONCE=$((2 * $(nproc)))
+AT_ONCE=$((5 * $(nproc) / 2))
 random=-seed=0 # one of the clock's
 case ${1:-} in
     --seconds) [[ ${2:-} =~ ^[1-9][0-9]*$ ]] || usage; seconds=$2; random=-seed=1; shift 2 ;;

@@ -33,7 +33,7 @@ extern const Scenario fromTables;
 extern const Scenario channel3;
 
 // Of many points every so many is tried: each run is some times as slow under a sanitizer.
-constexpr std::uint32_t step = velatest::slowBuild ? 16 : 1;
+constexpr std::uint32_t step = velatest::underThreadSanitizer ? 64 : velatest::slowBuild ? 16 : 1;
 
 // What one run left.
 struct Outcome {
