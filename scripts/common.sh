@@ -9,7 +9,7 @@ export LC_ALL=C
 # What a build needs, and what the tests need on top, as Debian 12 names it.
 BUILD_PACKAGES=(g++ cmake ninja-build libiniparser-dev libcli11-dev libfmt-dev
                 libpcap-dev libboost-dev libgtest-dev libgmock-dev libbenchmark-dev
-                libncurses-dev nlohmann-json3-dev python3 valgrind
+                libncurses-dev nlohmann-json3-dev python3 valgrind faketime
                 libatomic-queue-dev libreaderwriterqueue-dev libiceoryx-posh-dev iceoryx libspdlog-dev)
 TEST_PACKAGES=(clang-14 lld clang-tidy clang-format libclang-rt-14-dev faketime strace binutils
                pkg-config make git procps tmux tshark

@@ -240,6 +240,12 @@ TEST_F(ElogLine, TheFirstLevelBeyondTheLastHasNoFormatToo) {
               "[VERBOSE]a\n");
 }
 
+TEST_F(ElogLine, TheFirstLineOfAllIsElogStarts) {
+    elog_set_level_format(ELOG_LVL_INFO, ELOG_FMT_TAG | ELOG_FMT_DIR | ELOG_FMT_FUNC);
+    elog_start();
+    EXPECT_EQ(Written(), "[log](elog elog_start)log is initialized successfully.\n");
+}
+
 TEST_F(ElogLine, GoesToStandardOutputToo) {
     const velatest::StdoutCapture out;
     LOG_INFO("both");

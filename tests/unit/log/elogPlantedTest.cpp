@@ -2,6 +2,7 @@
 // host: whoever may write there can name any file, but must not lead the service to it.
 
 #include <fcntl.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -127,6 +128,7 @@ TEST_F(ElogPlanted, ALinkInTheNextDaysPlaceLeavesStandardOutput) {
     EXPECT_EQ(out.Text(),
               "[INFO   ][20261116-00:00:00][fpga]a\n[INFO   ][20261116-00:00:00][fpga]b\n");
     EXPECT_EQ(WholeFile(m_victim), "theirs\n");
+    EXPECT_THAT(WholeFile(m_today), testing::Not(testing::HasSubstr("20261116")));
 }
 
 TEST_F(ElogPlanted, ASignalHandlersLineFollowsNoLinkAtTheChangeOfDay) {
