@@ -12,6 +12,7 @@ rooms() {
     cat <<'ROOMS'
 include             include/
 board/include       board/include/
+program             program/
 memory              board/memory/
 vendor              board/vendor/
 exchange            board/exchange/
@@ -23,6 +24,8 @@ process/main        board/process/zceBoardMain.cpp
 capture             capture/
 tools/record        tools/record/
 tools/top           tools/top/
+tools/check         tools/check/
+tools/bin           tools/bin/
 examples            examples/
 bench               bench/
 fuzz                fuzz/
@@ -51,6 +54,8 @@ tests/traffic       tests/traffic/
 tests/process       tests/process/
 tests/ctl           tests/ctl/
 tests/top           tests/top/
+tests/check         tests/check/
+tests/bin           tests/bin/
 ROOMS
 }
 
@@ -59,19 +64,23 @@ ROOMS
 table() {
     cat <<'TABLE'
 # The software board.
-process/main        process ctl traffic device exchange memory capture
-process             traffic device exchange memory capture board/include
+process/main        program process ctl traffic device exchange memory capture
+process             program traffic device exchange memory capture board/include
 traffic             device exchange memory capture board/include
 device              exchange memory board/include
 exchange            memory:RegisterMap.h memory:Phase.h memory:HostClock.h board/include
-ctl                 memory
+ctl                 program memory
 vendor              memory src/enyxHw
 memory
 capture
+program
 board/include
 # Tools. zce-top measures its pauses on the clock that the board's pauses are measured on.
 tools/record        capture src/enyxHw
-tools/top           ctl memory:HostClock.h
+tools/top           program ctl memory:HostClock.h
+# The library's own rules, asked before the day.
+tools/check         program include src/* exchange memory
+tools/bin           program include src/*
 # The library, from the top down. The include/ headers are its face, and C++11-clean.
 include
 src/api             src/worker src/DataType src/binfile src/DrvEnyx src/keep src/signal src/log src/Utils include
@@ -103,6 +112,8 @@ tests/traffic       traffic device exchange memory capture board/include tests/s
 tests/process       process traffic device exchange memory capture board/include tests/memory tests/vendor tests/support
 tests/ctl           ctl memory tests/memory
 tests/top           tools/top ctl
+tests/check         tools/check program include src/* exchange memory tests/support
+tests/bin           tools/bin program include src/* tests/support
 tests/system        ctl memory capture include src/enyxHw src/DrvEnyx src/log src/signal tests/support
 TABLE
 }

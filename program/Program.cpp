@@ -1,0 +1,50 @@
+#include "program/Program.h"
+
+#include <CLI/CLI.hpp>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+
+#ifndef VELAZCE_VERSION
+#error "the build gives the version"
+#endif
+
+namespace ZceProgram {
+
+std::string VersionText(const std::string& name) {
+    return name + " " VELAZCE_VERSION;
+}
+
+std::optional<int> ReadCommandLine(CLI::App& app, int argc, const char* const* argv) {
+    const std::string name = app.get_name();
+    app.set_version_flag("--version", VersionText(name), "Print the version, and end");
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::Success& answered) {
+        return FinishOutput(name, app.exit(answered));
+    } catch (const CLI::ParseError& error) {
+        fprintf(stderr, "%s: %s\n", name.c_str(), error.what());
+        return EXIT_NOT_DONE;
+    }
+    return std::nullopt;
+}
+
+int FinishOutput(const std::string& name, int status) {
+    errno = 0;
+    const bool bWritten = fflush(stdout) == 0 && ferror(stdout) == 0;
+    if (bWritten) {
+        return status;
+    }
+    fprintf(stderr, "%s: standard output: %s\n", name.c_str(),
+            errno == 0 ? "an earlier write failed" : strerror(errno));
+    return EXIT_NOT_DONE;
+}
+
+void IgnoreBrokenPipes() {
+    struct sigaction action {};
+    action.sa_handler = SIG_IGN;  // NOLINT(cppcoreguidelines-pro-type-cstyle-cast)
+    sigaction(SIGPIPE, &action, nullptr);
+}
+
+}  // namespace ZceProgram
