@@ -99,8 +99,16 @@ status=0
 grep -q '^zce-board-run: .*/zce-board/libenyx-hw-c.so.5 is not there$' "$work/output"
 mv "$work/aside" "$libdir/zce-board"
 
-# uninstall leaves nothing but what is not its own.
+# uninstall leaves nothing but what is not its own, and of the machine's own tree the folders of others.
 touch "$work/tree/include/theirs.h"
-cmake --build "$build" --target uninstall >"$work/output" || { cat "$work/output"; exit 1; }
+uninstall() { cmake --build "$build" --target uninstall >"$work/output" || { cat "$work/output"; exit 1; }; }
+uninstall
 [ "$(cd "$work/tree" && find . | sort | tr '\n' ' ')" = ". ./include ./include/theirs.h " ] ||
     { find "$work/tree"; fail "uninstall has left something"; }
+export DESTDIR=$work/machine
+cmake --install "$build" --prefix /usr/local >"$work/install.log"
+[ -x "$work/machine/usr/local/bin/zce-board-run" ]
+uninstall
+[ -z "$(find "$work/machine" ! -type d)" ] && [ -d "$work/machine/usr/local/share/man/man1" ] &&
+    [ -z "$(find "$work/machine" -name VelaZceMdApi -o -name zce-board)" ] ||
+    { find "$work/machine"; fail "uninstall has left something, or taken too much"; }
