@@ -89,7 +89,9 @@ if(NOT ENYX_HW_LIBRARY)
   install(TARGETS enyx-hw-c
           LIBRARY DESTINATION ${VELAZCE_BOARD_LIBDIR} COMPONENT board NAMELINK_SKIP)
   add_dependencies(installed enyx-hw-c)
-  configure_file(tools/zce-board-run.in ${CMAKE_BINARY_DIR}/zce-board-run @ONLY)
+  configure_file(tools/zce-board-run.in ${CMAKE_BINARY_DIR}/zce-board-run @ONLY
+                 FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE
+                                  WORLD_READ WORLD_EXECUTE)
   install(PROGRAMS ${CMAKE_BINARY_DIR}/zce-board-run
           DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT board)
 endif()
