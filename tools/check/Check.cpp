@@ -18,8 +18,8 @@ std::string ChannelSection(unsigned channel) {
 Place PlaceOf(const CheckResult& result, const std::string& section, const std::string& key) {
     const IniKey* const entry = result.lines.Find(section, key);
     const std::string* const value = result.library.Value(section, key);
-    return {entry == nullptr ? result.lines.LineOf(section) : entry->line, section, key,
-            value == nullptr ? "" : *value};
+    return {entry == nullptr ? result.lines.LineOf(section) : entry->line, section,
+            entry == nullptr ? key : entry->written, value == nullptr ? "" : *value};
 }
 
 std::string Listed(const std::vector<std::string>& texts, std::string_view last) {

@@ -169,7 +169,7 @@ Place FirstOf(const CheckResult& result, const char* feed) {
     const std::string begin = Lowered(feed) + "_";
     for (const IniKey& entry : result.lines.keys) {
         if (entry.section == CONFIG && entry.key.starts_with(begin)) {
-            return {entry.line, CONFIG, entry.key, ""};
+            return {entry.line, CONFIG, entry.written, ""};
         }
     }
     return {result.lines.LineOf(CONFIG), CONFIG, "", ""};

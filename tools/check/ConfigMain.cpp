@@ -2,8 +2,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
-#include <iterator>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -49,11 +48,16 @@ void AddOptions(CLI::App& app, Options& options) {
 
 // False: `error` says why.
 bool ReadFile(const std::string& path, std::string& text, std::string& error) {
-    errno = 0;
-    std::ifstream file(path, std::ios::binary);
-    text.assign(std::istreambuf_iterator<char>(file), {});
-    if (!file.is_open() || file.bad()) {
-        error = path + ": " + std::strerror(errno != 0 ? errno : EIO);
+    const std::unique_ptr<FILE, int (*)(FILE*)> file(fopen(path.c_str(), "r"), [](FILE* opened) {
+        return opened == nullptr ? 0 : fclose(opened);
+    });
+    char piece[4096];
+    size_t got = 0;
+    while (file && (got = fread(piece, 1, sizeof(piece), file.get())) != 0) {
+        text.append(piece, got);
+    }
+    if (!file || ferror(file.get()) != 0) {
+        error = path + ": " + std::strerror(errno);
         return false;
     }
     return true;

@@ -82,7 +82,7 @@ const char* Word(Severity severity);
 struct Place {
     unsigned line = 0;  // 0: the file as a whole
     std::string section;
-    std::string key;
+    std::string key;  // as it stands in the file
     std::string value;
 };
 

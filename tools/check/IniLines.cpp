@@ -77,7 +77,8 @@ class CScanner {
             Mark(IniMark::Kind::sectionNotBegun, m_first, line);
             return;
         }
-        m_result.keys.push_back({m_first, m_section, Lowered(Trimmed(line.substr(0, equals))),
+        const std::string_view key = Trimmed(line.substr(0, equals));
+        m_result.keys.push_back({m_first, m_section, Lowered(key), std::string(key),
                                  std::string(Trimmed(line.substr(equals + 1)))});
     }
 

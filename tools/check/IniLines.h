@@ -18,6 +18,7 @@ struct IniKey {
     unsigned line;
     std::string section;  // empty: before the first section
     std::string key;      // in small letters
+    std::string written;  // the key as it stands in the file
     std::string raw;      // what stands behind the "=", blanks around it cut
 };
 

@@ -153,10 +153,12 @@ bool TryBinding(Vela2_U50::CZceConfigFile& config, int cpu) {
     return bBound;
 }
 
-void AskRules(const std::string& path, const InstrumentNames* names, CNoBoard& board,
+void AskRules(const std::string& path, const InstrumentNames* names, CNoBoard& board, bool bLog,
               Understood& result) {
+    elog_set_enabled(false);  // the loading was logged already
     Vela2_U50::CZceConfigFile config(path, &board, nullptr);
     config.Init();
+    elog_set_enabled(bLog);
     std::map<std::string, unsigned short> insts;
     if (names != nullptr) {
         insts = names->byName;
@@ -177,7 +179,7 @@ void AskRules(const std::string& path, const InstrumentNames* names, CNoBoard& b
     }
 }
 
-void Ask(const std::string& path, const InstrumentNames* names, Understood& result) {
+void Ask(const std::string& path, const InstrumentNames* names, bool bLog, Understood& result) {
     CKeepingBoard board;
     Vela2_U50::CZceConfigFile config(path, &board, nullptr);
     result.bStarts = config.Init() == 0;
@@ -195,10 +197,11 @@ void Ask(const std::string& path, const InstrumentNames* names, Understood& resu
     result.feeds = Vela2_U50::CZceConfigFile::m_SwitchReg;
     config.CfgNetReg();
     result.registers = board.registers;
-    // On an object that has not parsed yet: a second parsing adds to the first.
+    // What it gives is taken of another object below: a second parsing adds to the first.
+    elog_set_enabled(false);
     result.bAllRulesRead = config.ParseSubsInst() == 0;
     CNoBoard none;
-    AskRules(path, names, none, result);
+    AskRules(path, names, none, bLog, result);
 }
 
 }  // namespace
@@ -219,7 +222,7 @@ Understood AskLibrary(const std::string& path, const InstrumentNames* names, boo
         elog_set_filter_level(ELOG_LVL_VERBOSE);
         elog_start();
     }
-    Ask(path, names, result);
+    Ask(path, names, bLog, result);
     elog_set_enabled(false);
     result.log = output.Take();
     return result;

@@ -22,9 +22,9 @@ std::string FindingText(const std::string& file, const Finding& finding) {
         text += fmt::format("[{}] ", Shown(place.section));
     }
     if (!place.key.empty()) {
-        text += place.value.empty()
-                    ? fmt::format("{}: ", Shown(place.key))
-                    : fmt::format("{} = {}: ", Shown(place.key), Shown(place.value));
+        // A list is long, and the message names the item.
+        const bool bValue = !place.value.empty() && Lowered(place.key) != "insts";
+        text += Shown(place.key) + (bValue ? fmt::format(" = {}: ", Shown(place.value)) : ": ");
     }
     return text + fmt::format("{} ({})\n    -> {}\n", finding.message, info.name, finding.hint);
 }
@@ -47,14 +47,19 @@ std::string ProcessText(const CheckResult& result) {
     return text;
 }
 
+// A process that is not the master: rules and addresses may be in its file, and have no effect.
+bool IsOther(const CheckResult& result) {
+    return result.library.bStarts && result.library.channel != Vela2_U50::ZCE_MASTER_CHANNEL;
+}
+
 bool HasRules(const CheckResult& result, unsigned channel) {
     return result.library.HasSection(ChannelSection(channel));
 }
 
 std::string ChannelsText(const CheckResult& result) {
     const bool bCounts = !result.listSource.empty();
-    std::string text = bCounts ? fmt::format("\nchannel  futures  options  combinations  rules\n")
-                               : "\nchannel  rules\n";
+    std::string text =
+        bCounts ? "channel  futures  options  combinations  rules\n" : "channel  rules\n";
     bool bAny = false;
     for (unsigned channel = 0; channel < CHANNELS; ++channel) {
         if (!HasRules(result, channel)) {
@@ -70,7 +75,7 @@ std::string ChannelsText(const CheckResult& result) {
         }
     }
     if (!bAny) {
-        return "\nno channel has rules: none receives anything\n";
+        return IsOther(result) ? "" : "no channel has rules: none receives anything\n";
     }
     return bCounts ? text + fmt::format(
                                 "of the instruments of {}; the other channels receive "
@@ -94,6 +99,16 @@ std::string FeedText(const Feed& feed) {
                        feed.name, power, feed.items, feed.switchReg,
                        feed.bOpens ? "opens" : "stays closed", EndText(feed.destination),
                        EndText(feed.source));
+}
+
+std::string FeedsText(const CheckResult& result) {
+    std::string text;
+    for (const Feed& feed : result.feeds) {
+        if (feed.items != 0 || !IsOther(result)) {
+            text += FeedText(feed);
+        }
+    }
+    return text;
 }
 
 std::string Number(std::size_t count, const char* what) {
@@ -143,21 +158,19 @@ std::string Summary(const CheckResult& result) {
 }
 
 std::string TextReport(const CheckResult& result) {
-    std::string text;
+    std::string findings;
     for (const Finding& finding : result.findings.All()) {
-        text += FindingText(result.file, finding);
+        findings += FindingText(result.file, finding);
     }
-    text += text.empty() ? "" : "\n";
+    std::vector<std::string> blocks = {findings};
     if (result.library.bLoaded) {
-        text += ProcessText(result);
-        text += ChannelsText(result);
-        text += "\n";
-        for (const Feed& feed : result.feeds) {
-            text += FeedText(feed);
-        }
-        text += "\n";
+        blocks.insert(blocks.end(), {ProcessText(result), ChannelsText(result), FeedsText(result)});
     } else {
-        text += "the file is refused as a whole: nothing more can be said of it\n\n";
+        blocks.emplace_back("the file is refused as a whole: nothing more can be said of it\n");
+    }
+    std::string text;
+    for (const std::string& block : blocks) {
+        text += block.empty() ? block : block + "\n";
     }
     return text + fmt::format("zce-check: {}\n", Summary(result));
 }
