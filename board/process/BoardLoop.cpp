@@ -99,6 +99,7 @@ void CBoardLoop::Finish() {
 }
 
 int CBoardLoop::Answer(Request request, uint64_t argument) {
+    m_clockFile.Hurry();
     switch (request) {
         case Request::Pause:
         case Request::Resume: {
