@@ -5,7 +5,7 @@
 set -euo pipefail
 build=${1:-$(dirname "$0")/../build/release}
 build=$(cd "$build" && pwd)
-bound_message=34
+bound_message=31
 bound_idle=18
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT

@@ -98,6 +98,8 @@ class CZceDmaChanImpl final : public CZceSettleTime {
                                                          const unsigned char* msg);
 
     unsigned int m_bGotData = 0;                      // a callback was made since the last poll
+    unsigned int m_uiDirectTypes = 0;                 // how many types from 17 on DmaEntrance hands
+                                                      // out: 4 once the signal handlers are there
     unsigned long m_ulParsedCnt = 0;                  // instrument records of all map packets
     DrvDmaHandler_t m_pfnUserCb = nullptr;            // KeepRecv's, kept only
     void* m_pUserData = nullptr;                      // KeepRecv's, kept only

@@ -97,7 +97,6 @@ bool IsMarketData(std::uint32_t uiType) {
 enum class MsgKind_t { tooShort, contMap, marketData, unsupported };
 
 MsgKind_t KindOf(const unsigned char* msg, unsigned int len) {
-    // First, so that the ordinary message passes one comparison of each.
     if (len >= g_uiHeadSize && IsMarketData(ReadType(msg))) [[likely]] {
         return MsgKind_t::marketData;
     }
@@ -148,12 +147,12 @@ MsgKind_t KindOf(const unsigned char* msg, unsigned int len) {
     return type == g_uiTypeMd18 ? spi.OnDmaType18Msg(body) : spi.OnDmaType20Msg(body);
 }
 
-// The hot path: nothing stands between the poll and the callback but a length, the type, the
-// signal flag and the slot.
+// The hot path: nothing stands between the poll and the callback but a length, the type and the
+// slot. One comparison settles that the type is one of the four and that the signal handlers are
+// there.
 void CZceDmaChanImpl::DmaEntrance(const unsigned char* msg, unsigned int len, void* ctx) {
     auto* const pChan = static_cast<CZceDmaChanImpl*>(ctx);
-    if (KindOf(msg, len) == MsgKind_t::marketData &&
-        m_bSignalRegister.load(std::memory_order_relaxed) != 0) [[likely]] {
+    if (len >= g_uiHeadSize && ReadType(msg) - g_uiTypeMd17 < pChan->m_uiDirectTypes) [[likely]] {
         pChan->Deliver(ReadType(msg), msg);
         return;
     }
@@ -168,6 +167,7 @@ void CZceDmaChanImpl::DeliverWithSignals(unsigned int type, const unsigned char*
         CSignalProcess::InitSignal();
         m_bSignalRegister.store(1, std::memory_order_relaxed);
     }
+    m_uiDirectTypes = g_uiTypeMd20 - g_uiTypeMd17 + 1;
     Deliver(type, msg);
 }
 

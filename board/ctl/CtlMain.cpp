@@ -3,9 +3,7 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <vector>
@@ -20,12 +18,14 @@
 #include "ctl/TableReport.h"
 #include "memory/BoardMemory.h"
 #include "memory/RegisterMap.h"
+#include "program/Program.h"
 
 namespace ZceBoard {
 
 namespace {
 
-constexpr int EXIT_REFUSED = 2;
+constexpr const char* NAME = "zce-board ctl";
+constexpr int EXIT_REFUSED = ZceProgram::EXIT_NOT_DONE;
 constexpr int JSON_INDENT = 2;
 
 using Json = nlohmann::ordered_json;
@@ -112,6 +112,8 @@ std::string FaultOff(CBoardMemory& memory, const Options& options) {
 class CCtl {
   public:
     CCtl() {
+        m_app.set_version_flag("--version", ZceProgram::VersionText(NAME),
+                               "Print the version, and end");
         m_app.require_subcommand(1);
         m_app.fallthrough();
         m_app.add_option("--bus", m_options.bus, "Bus index of the board")
@@ -234,7 +236,7 @@ class CCtl {
             ->required();
     }
 
-    CLI::App m_app{"Looks at a running zce-board and asks it for things.", "zce-board ctl"};
+    CLI::App m_app{"Looks at a running zce-board and asks it for things.", NAME};
     Options m_options;
     Command m_command = nullptr;
 };
@@ -246,14 +248,10 @@ CtlResult RunCtl(int argc, const char* const* argv) {
 }
 
 int CtlMain(int argc, const char* const* argv) {
+    ZceProgram::IgnoreBrokenPipes();
     const CtlResult result = RunCtl(argc, argv);
     fputs(result.error.c_str(), stderr);
-    errno = 0;
-    if (fputs(result.output.c_str(), stdout) < 0 || fflush(stdout) != 0) {
-        fprintf(stderr, "zce-board ctl: standard output: %s\n", strerror(errno));
-        return EXIT_REFUSED;
-    }
-    return result.status;
+    return ZceProgram::WriteOutput(NAME, result.output, result.status);
 }
 
 }  // namespace ZceBoard

@@ -25,17 +25,8 @@ int64_t MachineNs() {
     return now.tv_sec * NS_PER_SECOND + now.tv_nsec;
 }
 
-// The moment of a board time in the process's zone.
 int64_t MomentOf(const BoardTime& time) {
-    tm local{};
-    local.tm_year = static_cast<int>(time.date / 10000) - 1900;
-    local.tm_mon = static_cast<int>(time.date / 100 % 100) - 1;
-    local.tm_mday = static_cast<int>(time.date % 100);
-    local.tm_hour = static_cast<int>(time.hhmmss / 10000);
-    local.tm_min = static_cast<int>(time.hhmmss / 100 % 100);
-    local.tm_sec = static_cast<int>(time.hhmmss % 100);
-    local.tm_isdst = -1;
-    return mktime(&local) * NS_PER_SECOND + static_cast<int64_t>(time.dayNs) % NS_PER_SECOND;
+    return MomentAt(time.date, time.hhmmss) + static_cast<int64_t>(time.dayNs) % NS_PER_SECOND;
 }
 
 }  // namespace

@@ -20,6 +20,9 @@ class CClockFile {
     // more than a few ms, at most a hundred times a second. The file is replaced as a whole. A
     // failure is told on standard error, once.
     void Tell(const BoardTime& time, const HostTime& now);
+    // The clock was moved by somebody who goes by the file afterwards: the next time it is not
+    // waited with.
+    void Hurry() { m_nextNs = 0; }
 
   private:
     bool Write(int64_t aheadNs);

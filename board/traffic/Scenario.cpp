@@ -34,8 +34,9 @@ using Refusal = std::string;
 // first error.
 class CScenarioReader {
   public:
-    CScenarioReader(const CIniFile& ini, Scenario& scenario, std::string& error)
-        : m_ini(ini), m_scenario(scenario), m_error(error) {}
+    CScenarioReader(const CIniFile& ini, const ClockStart& clock, Scenario& scenario,
+                    std::string& error)
+        : m_ini(ini), m_clock(clock), m_scenario(scenario), m_error(error) {}
 
     bool Read() {
         return CheckNames() && ReadBoard() && ReadInstruments() && ReadClock() && ReadDay() &&
@@ -113,6 +114,7 @@ class CScenarioReader {
     }
 
     const CIniFile& m_ini;
+    const ClockStart& m_clock;
     Scenario& m_scenario;
     std::string& m_error;
 };
@@ -235,11 +237,13 @@ bool CScenarioReader::ReadClock() {
     if (!good) {
         return false;
     }
+    start = m_clock.hhmmss ? m_clock.hhmmss : start;
     if (!start) {
         return Missing("clock", "start");
     }
     m_scenario.start = *start;
-    m_scenario.speedMilli = std::lround(speed * 1000);
+    m_scenario.date = m_clock.date.value_or(m_scenario.date);
+    m_scenario.speedMilli = m_clock.speedMilli.value_or(std::lround(speed * 1000));
     if (end) {
         const int64_t length = DayNsOf(*end) - DayNsOf(*start);
         m_scenario.lengthNs = length > 0 ? length : length + NS_PER_DAY;
@@ -409,9 +413,10 @@ bool CScenarioReader::ReadFaults() {
 
 }  // namespace
 
-bool ReadScenario(const std::string& path, Scenario& scenario, std::string& error) {
+bool ReadScenario(const std::string& path, Scenario& scenario, std::string& error,
+                  const ClockStart& clock) {
     CIniFile ini;
-    return ini.Load(path, error) && CScenarioReader(ini, scenario, error).Read();
+    return ini.Load(path, error) && CScenarioReader(ini, clock, scenario, error).Read();
 }
 
 }  // namespace ZceBoard

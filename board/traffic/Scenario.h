@@ -11,6 +11,7 @@
 #include "exchange/Instruments.h"
 #include "exchange/SessionTable.h"
 #include "memory/Faults.h"
+#include "traffic/Traffic.h"
 
 namespace ZceBoard {
 
@@ -56,6 +57,8 @@ struct Scenario {
 // False: `error` names the file, the line, section, key and value, and the reason. Names of files
 // that it reads are relative to its own place; the clock file, which is written, to the working
 // directory.
-bool ReadScenario(const std::string& path, Scenario& scenario, std::string& error);
+// What `clock` has takes the place of the file's.
+bool ReadScenario(const std::string& path, Scenario& scenario, std::string& error,
+                  const ClockStart& clock = {});
 
 }  // namespace ZceBoard

@@ -68,27 +68,27 @@ class CMessageQueue {
     // Begins a pass: what was there when the pass before began is released. With `all`, what is
     // there now is.
     void BeginPass(bool all) {
-        const uint64_t now = m_taken + Available();
-        m_released = all ? now : m_seen;
-        m_seen = now;
+        const uint64_t now = m_writer.taken + Available();
+        m_writer.released = all ? now : m_writer.seen;
+        m_writer.seen = now;
     }
     // Whether a whole message waits. Its head is then Head().
     bool Waits() {
-        if (!m_hasHead && Available() >= sizeof(m_head)) {
-            m_begin = m_taken;
-            Take(reinterpret_cast<unsigned char*>(&m_head), sizeof(m_head));
-            m_hasHead = true;
+        if (!m_writer.bHasHead && Available() >= sizeof(m_writer.head)) {
+            m_writer.begin = m_writer.taken;
+            Take(reinterpret_cast<unsigned char*>(&m_writer.head), sizeof(m_writer.head));
+            m_writer.bHasHead = true;
         }
-        return m_hasHead && Available() >= m_head.size;
+        return m_writer.bHasHead && Available() >= m_writer.head.size;
     }
-    const RecordHead& Head() const { return m_head; }
-    bool Released() const { return m_begin < m_released; }
+    const RecordHead& Head() const { return m_writer.head; }
+    bool Released() const { return m_writer.begin < m_writer.released; }
     // Takes the waiting message's bytes out.
     void TakeBytes(unsigned char* to) {
-        Take(to, m_head.size);
-        m_hasHead = false;
+        Take(to, m_writer.head.size);
+        m_writer.bHasHead = false;
     }
-    bool Empty() const { return !m_hasHead && Available() == 0; }
+    bool Empty() const { return !m_writer.bHasHead && Available() == 0; }
 
   private:
     static constexpr size_t LINE = 64;
@@ -98,7 +98,7 @@ class CMessageQueue {
     // ---- The polling thread ----
 
     bool FindRoom(size_t need) {
-        m_room = m_bytes.size() - (m_put - m_takenTold.load(std::memory_order_acquire));
+        m_room = m_bytes.size() - (m_put - m_writer.takenTold.load(std::memory_order_acquire));
         return need <= m_room;
     }
     // The writer has read what lies ahead, so it is in another processor's cache: fetched for
@@ -129,15 +129,15 @@ class CMessageQueue {
     // ---- The writer ----
 
     uint64_t Available() const {
-        return m_putTold.load(std::memory_order_acquire) - m_taken;
+        return m_putTold.load(std::memory_order_acquire) - m_writer.taken;
     }
     void Take(unsigned char* to, size_t size) {
-        const size_t first = std::min(size, m_bytes.size() - m_takenAt);
-        std::memcpy(to, &m_bytes[m_takenAt], first);
+        const size_t first = std::min(size, m_bytes.size() - m_writer.takenAt);
+        std::memcpy(to, &m_bytes[m_writer.takenAt], first);
         std::memcpy(to + first, m_bytes.data(), size - first);
-        m_takenAt = (m_takenAt + size) % m_bytes.size();
-        m_taken += size;
-        m_takenTold.store(m_taken, std::memory_order_release);
+        m_writer.takenAt = (m_writer.takenAt + size) % m_bytes.size();
+        m_writer.taken += size;
+        m_writer.takenTold.store(m_writer.taken, std::memory_order_release);
     }
 
     const StreamId m_id;
@@ -154,14 +154,18 @@ class CMessageQueue {
     std::atomic<int64_t> m_lostTimeNs{0};
     std::atomic<bool> m_closed{false};
 
-    alignas(64) RecordHead m_head{};
-    bool m_hasHead = false;
-    uint64_t m_taken = 0;  // bytes taken out so far
-    size_t m_takenAt = 0;
-    std::atomic<uint64_t> m_takenTold{0};
-    uint64_t m_begin = 0;  // where the waiting message begins, counted like m_taken
-    uint64_t m_released = 0;
-    uint64_t m_seen = 0;
+    // The writer's, away from the polling thread's cache line.
+    struct alignas(64) Writer {
+        RecordHead head{};
+        bool bHasHead = false;
+        uint64_t taken = 0;  // bytes taken out so far
+        size_t takenAt = 0;
+        std::atomic<uint64_t> takenTold{0};
+        uint64_t begin = 0;  // where the waiting message begins, counted like `taken`
+        uint64_t released = 0;
+        uint64_t seen = 0;
+    };
+    Writer m_writer;
 };
 
 }  // namespace ZceRecord
