@@ -28,7 +28,6 @@ def main():
         ("commands", lambda: commands.faults(root, programs)),
         ("runnable commands", lambda: commands.run_faults(root, programs)),
         ("languages", lambda: languages.faults(root)),
-        ("manual pages", lambda: references.manual_faults(root)),
         ("Doxygen", lambda: references.doxygen_faults(doxyfile)),
     )
     count = 0
