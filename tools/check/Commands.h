@@ -8,4 +8,7 @@ namespace ZceCheck {
 // zce-check CONFIG: what a configuration file will do.
 int ConfigMain(int argc, const char* const* argv);
 
+// zce-check --when: what a start of the master does at a moment of the day. 3 if it is too late.
+int WhenMain(int argc, const char* const* argv);
+
 }  // namespace ZceCheck
