@@ -16,6 +16,13 @@ bool HasArgument(int argc, const char* const* argv, std::string_view argument) {
 }
 
 int Main(int argc, const char* const* argv) {
+    const std::string_view command = argc > 1 ? argv[1] : "";
+    if (command == "host") {
+        return ZceCheck::HostMain(argc - 1, argv + 1);
+    }
+    if (command == "vendor") {
+        return ZceCheck::VendorMain(argc - 1, argv + 1);
+    }
     if (HasArgument(argc, argv, "--when")) {
         return ZceCheck::WhenMain(argc, argv);
     }
