@@ -161,7 +161,7 @@ awk -v rooms="$(rooms)" -v table="$(table)" -v excuses="$(excused)" -v files="$(
         if ((path = folder(from) name) in there) return path
         for (k in bare) {
             if ((path = bare[k] name) in there) {
-                if (bare[k] == "src/" && from !~ /^(src|bench|fuzz|tests\/(unit|support|device|differential|anomaly|system))\//) continue
+                if (bare[k] == "src/" && from !~ /^(src|bench|fuzz|tools\/(check|bin)|tests\/(bin|check|unit|support|device|differential|anomaly|system))\//) continue
                 if (bare[k] == "tests/support/" && from !~ /^(tests|fuzz)\//) continue
                 return path
             }
