@@ -81,7 +81,7 @@ int CTernBinFile::Intrade_ChkBinTimeValidate() {
     if (known && ZceBinIsOfSession(m_ulCreTime, now)) {
         return 0;
     }
-    if (ZceBinIsNight(now)) {
+    if (ZceBinSessionAt(now.time).bNight) {
         LOG_WARN(
             "BinCreTime is not in the current date's 8-9 PM range. current time:%lu, Bintime:%lu.",
             ulNow, m_ulCreTime);

@@ -12,13 +12,10 @@ namespace {
 
 constexpr std::size_t g_uiMaxPiece = 255;  // characters read at once, line end included
 
-// The creation times of the session that is running, by the local hour. Wider than the messages
-// say, deliberately.
+// Wider than the messages say, deliberately.
 constexpr unsigned int g_uiLastDayTime = 145959;
-constexpr unsigned long g_ulDayBegin = 80000;
-constexpr unsigned long g_ulDayEnd = 102999;
-constexpr unsigned long g_ulNightBegin = 200000;
-constexpr unsigned long g_ulNightEnd = 219999;
+constexpr ZceBinSession_t g_stDay = {false, 80000, 102999};
+constexpr ZceBinSession_t g_stNight = {true, 200000, 219999};
 
 // The next token of `rest` between commas (several in a row are one), which is taken off it; empty
 // if there is none left.
@@ -68,14 +65,13 @@ unsigned long ZceBinTimeOf(const std::string& line) {
     return std::strtoul(line.c_str() + ZCE_BIN_TIME_PREFIX.size(), nullptr, 10);
 }
 
-bool ZceBinIsNight(const VORBA2::LocalMoment_t& now) {
-    return now.time > g_uiLastDayTime;
+ZceBinSession_t ZceBinSessionAt(unsigned int time) {
+    return time > g_uiLastDayTime ? g_stNight : g_stDay;
 }
 
 bool ZceBinIsOfSession(unsigned long creTime, const VORBA2::LocalMoment_t& now) {
-    const bool bNight = ZceBinIsNight(now);
-    const unsigned long ulBegin = bNight ? g_ulNightBegin : g_ulDayBegin;
-    const unsigned long ulEnd = bNight ? g_ulNightEnd : g_ulDayEnd;
+    const ZceBinSession_t session = ZceBinSessionAt(now.time);
     const unsigned long ulTime = creTime % ZCE_BIN_DATE_UNIT;
-    return creTime / ZCE_BIN_DATE_UNIT == now.date && ulBegin <= ulTime && ulTime <= ulEnd;
+    return creTime / ZCE_BIN_DATE_UNIT == now.date && session.ulBegin <= ulTime &&
+           ulTime <= session.ulEnd;
 }

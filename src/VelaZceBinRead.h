@@ -24,7 +24,13 @@ bool ZceBinParseInst(const char* line, std::string& name, unsigned short& index)
 // The number (yyyymmddhhmmss) in a line that begins with ZCE_BIN_TIME_PREFIX.
 unsigned long ZceBinTimeOf(const std::string& line);
 
-// Which of the two sessions `now` belongs to: from 15:00:00 on it is the night's.
-bool ZceBinIsNight(const VORBA2::LocalMoment_t& now);
-// Whether a file of this creation time (yyyymmddhhmmss) is of the session that `now` belongs to.
+// The creation times (hhmmss, both inclusive) of a file of the session that is running, by the
+// present time of day: from 15:00:00 on it is the night's. Wider than the log's lines say.
+struct ZceBinSession_t {
+    bool bNight;
+    unsigned long ulBegin;
+    unsigned long ulEnd;
+};
+ZceBinSession_t ZceBinSessionAt(unsigned int time);
+// Whether a file of this creation time (yyyymmddhhmmss) is of the day and session of `now`.
 bool ZceBinIsOfSession(unsigned long creTime, const VORBA2::LocalMoment_t& now);
