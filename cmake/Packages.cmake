@@ -102,7 +102,7 @@ With it come a monitor, a receiver, checks of an INI file, a host and a cache
 file, a recorder of what an application receives, and a dissector for
 Wireshark."
   DEPENDS "libvelazcemdapi3 (= ${VELAZCE_PACKAGE_VERSION})"
-  SUGGESTS "velazcemdapi-doc, tshark")
+  RECOMMENDS libfaketime SUGGESTS "velazcemdapi-doc, tshark")
 velazce_package(velazcemdapi-doc documentation doc
   "CZCE market data from an FPGA board - pages and examples"
   "How to configure, operate and try the library libVelaZceMdApi.so.3, what the

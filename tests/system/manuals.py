@@ -29,7 +29,10 @@ def help_of(build, path):
     """The options and the commands that --help of this command line tells."""
     where = "/bin/" if path[0] != "zce-board-run" else "/"
     text = output([build + where + path[0], *path[1:], "--help"])
-    options = set(re.findall(r"(?<![\w`'-])(--?[A-Za-z][\w-]*)", text))
+    options = set()
+    for short, long in re.findall(r"^ +(-[A-Za-z])?,? ?(--[A-Za-z][\w-]*)?(?![\w-])", text,
+                                  re.MULTILINE):
+        options |= {short, long} - {""}
     commands = []
     listed = re.search(r"^Subcommands:\n((?: .*\n?)*)", text, re.MULTILINE)
     if listed:
@@ -55,7 +58,7 @@ def page_of(source, name):
                     named.add("-" + word)
                     if words[0] == ".It":
                         explained.add("-" + word)
-            if re.match(r"\.Fl ", line):
+            if words and words[0] == ".Fl":
                 named.add("-" + words[1])
             if line.startswith(".It Cm ") or line.startswith(".It Ic "):
                 taken = []
@@ -66,7 +69,7 @@ def page_of(source, name):
                 commands.update([" ".join(taken[:n]) for n in range(1, len(taken) + 1)])
             elif line.startswith(".Cm "):
                 commands.add(words[1])
-    return explained, named, commands
+    return explained, named - {"--"}, commands  # the end of the options is none
 
 
 def completed(source, build, path, word):
