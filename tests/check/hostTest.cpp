@@ -26,7 +26,7 @@ using ZceMachine::Level;
 using ZceMachine::Result;
 
 // "error board: found -> advice".
-std::string Shown(const Result& result) {
+std::string Line(const Result& result) {
     return std::string(Word(result.level)) + " " + result.check + ": " + result.found +
            (result.advice.empty() ? "" : " -> " + result.advice);
 }
@@ -65,59 +65,59 @@ class HostTest : public testing::Test {
 };
 
 TEST_F(HostTest, BoardsAreThoseOfTheLibrarysCheck) {
-    EXPECT_EQ(Shown(ZceMachine::CheckBoards(false)),
+    EXPECT_EQ(Line(ZceMachine::CheckBoards(false)),
               "error board: no board; the library says: Unable to recongnize fpga board! if there "
               "indeed exist fpga board, firmware maybe error. -> look at the card, its power and "
               "its firmware (lspci)");
-    EXPECT_EQ(Shown(ZceMachine::CheckBoards(true)),
+    EXPECT_EQ(Line(ZceMachine::CheckBoards(true)),
               "ok board: not looked for: the software board needs no card");
     g_curEnvBrdType = 6;
     Says("lspci", "01:00.0 Ethernet controller: Enyx SA Device\n");
-    EXPECT_EQ(Shown(ZceMachine::CheckBoards(false)), "ok board: one Enyx board");
+    EXPECT_EQ(Line(ZceMachine::CheckBoards(false)), "ok board: one Enyx board");
     g_curEnvBrdType = 6;
     Says("lspci", "02:00.0 Xilinx Corporation Device\n03:00.0 Xilinx Corporation Device\n");
-    EXPECT_EQ(Shown(ZceMachine::CheckBoards(false)),
+    EXPECT_EQ(Line(ZceMachine::CheckBoards(false)),
               "error board: several Xilinx boards; the library says: There exist Xi board, but the "
               "Xi driver not installed, please install first. -> install and load the board's "
               "driver");
     Says("lsmod", "xdma 98304 0\n");
-    EXPECT_EQ(Shown(ZceMachine::CheckBoards(false)), "ok board: several Xilinx boards");
+    EXPECT_EQ(Line(ZceMachine::CheckBoards(false)), "ok board: several Xilinx boards");
     g_curEnvBrdType = 6;
     Says("lsmod", "");
     Says("lspci", "01:00.0 Enyx SA\n02:00.0 Xilinx Corporation Device\n");
-    EXPECT_EQ(Shown(ZceMachine::CheckBoards(false)),
+    EXPECT_EQ(Line(ZceMachine::CheckBoards(false)),
               "warning board: Enyx and Xilinx boards; the library says: Attention! the Xi driver "
               "not installed! -> install and load the drivers");
 }
 
 TEST_F(HostTest, WithoutTheCommandsNoBoardIsSeen) {
     setenv("PATH", (dir / "nothing").c_str(), 1);
-    EXPECT_EQ(Shown(ZceMachine::CheckBoards(false)),
+    EXPECT_EQ(Line(ZceMachine::CheckBoards(false)),
               "error board: lspci or lsmod is not installed: boards are not seen -> apt install "
               "pciutils kmod");
-    EXPECT_EQ(Shown(ZceMachine::CheckServer()),
+    EXPECT_EQ(Line(ZceMachine::CheckServer()),
               "warning server: ps is not installed: processes are not seen -> apt install procps");
 }
 
 TEST_F(HostTest, ModulesAreThoseOfTheKernelsList) {
     Put("proc/modules", "snd 1 0 - Live 0x0\nmy_hfp_user 1 0\n");
-    EXPECT_EQ(Shown(ZceMachine::CheckModules(places, false)),
+    EXPECT_EQ(Line(ZceMachine::CheckModules(places, false)),
               "ok driver: hfp (Enyx boards) loaded, xdma (Xilinx boards) not loaded");
     Put("proc/modules", "snd 1 1 xdma, Live 0x0\n");  // named as a user of another
     const std::string missing =
         "driver: hfp (Enyx boards) not loaded, xdma (Xilinx boards) not loaded";
-    EXPECT_EQ(Shown(ZceMachine::CheckModules(places, false)),
+    EXPECT_EQ(Line(ZceMachine::CheckModules(places, false)),
               "warning " + missing + " -> load the module of the board's driver (modprobe)");
-    EXPECT_EQ(Shown(ZceMachine::CheckModules(places, true)), "ok " + missing);
+    EXPECT_EQ(Line(ZceMachine::CheckModules(places, true)), "ok " + missing);
     Put("proc/modules", "xdma 98304 0 - Live 0x0\n");
-    EXPECT_EQ(Shown(ZceMachine::CheckModules(places, false)),
+    EXPECT_EQ(Line(ZceMachine::CheckModules(places, false)),
               "ok driver: hfp (Enyx boards) not loaded, xdma (Xilinx boards) loaded");
 }
 
 TEST_F(HostTest, OtherProgramsOfTheKind) {
-    EXPECT_EQ(Shown(ZceMachine::CheckServer()), "ok server: QyDeliverDmaServer does not run");
+    EXPECT_EQ(Line(ZceMachine::CheckServer()), "ok server: QyDeliverDmaServer does not run");
     Says("ps", "root 17 1 0 09:00 ? 00:00:01 /opt/QyDeliverDmaServer\n");
-    EXPECT_EQ(Shown(ZceMachine::CheckServer()),
+    EXPECT_EQ(Line(ZceMachine::CheckServer()),
               "warning server: QyDeliverDmaServer runs: it may hold the board -> end it before the "
               "start, or see that it uses another board");
 
@@ -125,7 +125,7 @@ TEST_F(HostTest, OtherProgramsOfTheKind) {
     Put("proc/18/maps", "");  // a kernel thread
     Put("proc/18/cmdline", "");
     Put("proc/self/maps", "7f00-7f01 r-xp 0 0:0 1 /lib/libVelaZceMdApi.so.3\n");
-    EXPECT_EQ(Shown(ZceMachine::CheckReceivers(places)),
+    EXPECT_EQ(Line(ZceMachine::CheckReceivers(places)),
               "ok receivers: no process has the library loaded");
     Put("proc/203/maps", "7f00-7f01 r-xp 0 0:0 1 /lib/libVelaZceMdApi.so.3.10.0\n");
     Put("proc/203/comm", "zce-recv\n");
@@ -133,7 +133,7 @@ TEST_F(HostTest, OtherProgramsOfTheKind) {
     Put("proc/90/comm", "feed\n");
     Put("proc/4/maps", "");
     Put("proc/4/cmdline", "hidden");
-    EXPECT_EQ(Shown(ZceMachine::CheckReceivers(places)),
+    EXPECT_EQ(Line(ZceMachine::CheckReceivers(places)),
               "warning receivers: processes with the library: 90 (feed), 203 (zce-recv); could not "
               "be looked at: 1 -> a channel can be held by one process, and only one may be the "
               "master");
@@ -148,7 +148,7 @@ std::string Behind(const std::string& text, const std::string& word) {
 TEST_F(HostTest, LogDirectory) {
     const std::string log = dir / "log";
     const auto look = [&log] { return ZceMachine::LogDirectoryResult(log, 20261123, "0"); };
-    EXPECT_EQ(Shown(look()), "ok log: " + log + " is not there; the start makes it");
+    EXPECT_EQ(Line(look()), "ok log: " + log + " is not there; the start makes it");
     std::filesystem::create_directory(log);
     chmod(log.c_str(), 0750);
     EXPECT_EQ(look().level, Level::Ok);
@@ -174,9 +174,9 @@ TEST_F(HostTest, LogDirectory) {
               geteuid() == 0 ? 0 : 1);
     std::filesystem::remove(log + "/fpga_20261123.log");
     ASSERT_EQ(mkfifo((log + "/fpga_20261123.log").c_str(), 0600), 0);
-    EXPECT_EQ(Shown(look()), "error log: " + log +
-                                 "/fpga_20261123.log: no regular file; a start ends there -> "
-                                 "remove it");
+    EXPECT_EQ(Line(look()), "error log: " + log +
+                                "/fpga_20261123.log: no regular file; a start ends there -> "
+                                "remove it");
     PutFile(dir / "file", "");
     EXPECT_EQ(Behind(ZceMachine::LogDirectoryResult(dir / "file", 1, "0").found, ": "),
               ": no directory");
@@ -205,7 +205,7 @@ TEST_F(HostTest, ProtectedLogFile) {
 TEST_F(HostTest, WorkDirectory) {
     const std::string work = dir / "work";
     places.work = work;
-    EXPECT_EQ(Shown(ZceMachine::CheckWorkDirectory(places)),
+    EXPECT_EQ(Line(ZceMachine::CheckWorkDirectory(places)),
               "error work: " + work + ": No such file or directory -> choose another");
     std::filesystem::create_directory(work);
     chmod(work.c_str(), 0755);
@@ -222,7 +222,7 @@ TEST_F(HostTest, WorkDirectory) {
               }),
               geteuid() == 0 ? 0 : 1);
     chmod(work.c_str(), 0777);
-    EXPECT_EQ(Behind(Shown(ZceMachine::CheckWorkDirectory(places)), ": anybody"),
+    EXPECT_EQ(Behind(Line(ZceMachine::CheckWorkDirectory(places)), ": anybody"),
               ": anybody may put another cache file there -> take a directory of the master's own");
     PutFile(work + "/bin", "");
     chmod((work + "/bin").c_str(), 0600);
@@ -236,7 +236,7 @@ TEST_F(HostTest, WorkDirectory) {
     std::filesystem::remove(work + "/bin");
     ASSERT_EQ(mkfifo((work + "/bin").c_str(), 0600), 0);
     EXPECT_EQ(
-        Shown(ZceMachine::CheckWorkDirectory(places)),
+        Line(ZceMachine::CheckWorkDirectory(places)),
         "warning work: " + work + "/bin: no regular file; no cache file is kept -> remove it");
 }
 
@@ -244,33 +244,33 @@ TEST_F(HostTest, ZoneAndClock) {
     const char* const before = std::getenv("TZ");
     const std::string kept = before == nullptr ? "" : before;
     setenv("TZ", "CST-8", 1);
-    EXPECT_EQ(Shown(ZceMachine::CheckZone(1795397400)),
+    EXPECT_EQ(Line(ZceMachine::CheckZone(1795397400)),
               "ok zone: 09:30:00 CST (UTC+08:00), as the exchange");
     setenv("TZ", "XYZ5:30", 1);
     EXPECT_EQ(
-        Shown(ZceMachine::CheckZone(1795397400)),
+        Line(ZceMachine::CheckZone(1795397400)),
         "error zone: 20:00:00 XYZ (UTC-05:30); the exchange's is UTC+08:00, and every "
         "decision is by the local time -> start with TZ=Asia/Shanghai, or set the host's zone "
         "to it (timedatectl)");
     before == nullptr ? unsetenv("TZ") : setenv("TZ", kept.c_str(), 1);
-    EXPECT_EQ(Shown(ZceMachine::CheckClockIsSet(true)), "ok clock: kept right (the kernel says)");
+    EXPECT_EQ(Line(ZceMachine::CheckClockIsSet(true)), "ok clock: kept right (the kernel says)");
     EXPECT_EQ(ZceMachine::CheckClockIsSet(false).level, Level::Warning);
 }
 
 TEST_F(HostTest, Governor) {
-    EXPECT_EQ(Shown(ZceMachine::CheckGovernor(places, CpuCore())),
+    EXPECT_EQ(Line(ZceMachine::CheckGovernor(places, CpuCore())),
               "ok governor: the frequency is not the kernel's to choose");
     Put(Cpu("online"), "0-1,3\n");
     Put(Cpu("cpu0/cpufreq/scaling_governor"), "performance\n");
     Put(Cpu("cpu1/cpufreq/scaling_governor"), "powersave\n");
     Put(Cpu("cpu2/cpufreq/scaling_governor"), "ondemand\n");  // not online
     Put(Cpu("cpu3/cpufreq/scaling_governor"), "schedutil\n");
-    EXPECT_EQ(Shown(ZceMachine::CheckGovernor(places, CpuCore())),
+    EXPECT_EQ(Line(ZceMachine::CheckGovernor(places, CpuCore())),
               "warning governor: CPU 1 powersave, CPU 3 schedutil -> cpupower frequency-set -g "
               "performance");
-    EXPECT_EQ(Shown(ZceMachine::CheckGovernor(places, CpuCore(0))),
+    EXPECT_EQ(Line(ZceMachine::CheckGovernor(places, CpuCore(0))),
               "ok governor: performance (1 CPUs)");
-    EXPECT_EQ(Shown(ZceMachine::CheckGovernor(places, CpuCore(-1))),
+    EXPECT_EQ(Line(ZceMachine::CheckGovernor(places, CpuCore(-1))),
               "warning governor: CPU 1 powersave, CPU 3 schedutil -> cpupower frequency-set -g "
               "performance");
 }
@@ -278,28 +278,28 @@ TEST_F(HostTest, Governor) {
 TEST_F(HostTest, CpuOfTheConfiguration) {
     Put(Cpu("online"), "0-7\n");
     Put(Cpu("isolated"), "\n");
-    EXPECT_EQ(Shown(ZceMachine::CheckIsolation(places, CpuCore())),
+    EXPECT_EQ(Line(ZceMachine::CheckIsolation(places, CpuCore())),
               "ok cpucore: isolated CPUs: none (no configuration was given)");
     EXPECT_EQ(
-        Shown(ZceMachine::CheckIsolation(places, CpuCore(3))),
+        Line(ZceMachine::CheckIsolation(places, CpuCore(3))),
         "warning cpucore: 3: not isolated, others run on it too (isolated CPUs: none) -> boot "
         "with isolcpus=3 nohz_full=3");
     Put(Cpu("isolated"), "2-3,6\n");
     EXPECT_EQ(
-        Shown(ZceMachine::CheckIsolation(places, CpuCore(-1))),
+        Line(ZceMachine::CheckIsolation(places, CpuCore(-1))),
         "warning cpucore: not set: the receiving thread moves from CPU to CPU; isolated CPUs: "
         "2-3,6 -> set config:cpucore to an isolated CPU");
-    EXPECT_EQ(Shown(ZceMachine::CheckIsolation(places, CpuCore(3))),
+    EXPECT_EQ(Line(ZceMachine::CheckIsolation(places, CpuCore(3))),
               "warning cpucore: 3: isolated, but the timer's ticks go on -> boot with nohz_full=3");
     Put(Cpu("nohz_full"), "3\n");
-    EXPECT_EQ(Shown(ZceMachine::CheckIsolation(places, CpuCore(3))),
+    EXPECT_EQ(Line(ZceMachine::CheckIsolation(places, CpuCore(3))),
               "ok cpucore: 3: isolated, without ticks");
     EXPECT_EQ(
-        Shown(ZceMachine::CheckIsolation(places, CpuCore(4))),
+        Line(ZceMachine::CheckIsolation(places, CpuCore(4))),
         "warning cpucore: 4: not isolated, others run on it too (isolated CPUs: 2-3,6) -> boot "
         "with isolcpus=4 nohz_full=4");
     for (const int cpu : {8, 2000, -7}) {
-        EXPECT_EQ(Shown(ZceMachine::CheckIsolation(places, CpuCore(cpu))),
+        EXPECT_EQ(Line(ZceMachine::CheckIsolation(places, CpuCore(cpu))),
                   "error cpucore: " + std::to_string(cpu) +
                       ": there is no such CPU (online: 0-7); the thread is not bound -> set "
                       "config:cpucore to a CPU that is online");
@@ -311,17 +311,17 @@ TEST_F(HostTest, CpuOfTheConfiguration) {
 }
 
 TEST_F(HostTest, HugePages) {
-    EXPECT_EQ(Shown(ZceMachine::CheckHugePages(places)),
+    EXPECT_EQ(Line(ZceMachine::CheckHugePages(places)),
               "ok huge pages: none reserved; the library needs none, a vendor's driver may");
     Put("proc/meminfo",
         "HugePages_Total:     512\nHugePages_Free:      100\n"
         "Hugepagesize:       2048 kB\n");
-    EXPECT_EQ(Shown(ZceMachine::CheckHugePages(places)),
+    EXPECT_EQ(Line(ZceMachine::CheckHugePages(places)),
               "ok huge pages: 100 of 512 free, 2048 kB each");
     Put("proc/meminfo",
         "HugePages_Total:     512\nHugePages_Free:        0\n"
         "Hugepagesize:       2048 kB\n");
-    EXPECT_EQ(Shown(ZceMachine::CheckHugePages(places)),
+    EXPECT_EQ(Line(ZceMachine::CheckHugePages(places)),
               "warning huge pages: 0 of 512 free, 2048 kB each -> raise vm.nr_hugepages if the "
               "vendor's driver takes them");
 }

@@ -30,7 +30,7 @@ ProgramRun When(const std::string& options) {
 
 // "R? 124/244": reset, after a look at the counters; the list is there 124 s after the call with a
 // cache file, 244 s without. "k day": kept, learnt in the auction of the day.
-std::string Shown(const StartPlan& plan, unsigned int call) {
+std::string PlanCode(const StartPlan& plan, unsigned int call) {
     const std::string board =
         std::string(plan.bReset ? "R" : "k") + (plan.bLooksAtCounters ? "? " : " ");
     if (plan.way == ListWay::TooLate) {
@@ -116,7 +116,7 @@ TEST(WhenStart, AtEveryBoundOfTheDay) {
         const unsigned int call = SecondOfTime(bound.call);
         for (std::size_t at = 0; at < bound.starts.size(); ++at) {
             const StartPlan plan = PlanStart(call, ZceCheck::BOARD_STATES[at]);
-            EXPECT_EQ(Shown(plan, call), bound.starts.at(at))
+            EXPECT_EQ(PlanCode(plan, call), bound.starts.at(at))
                 << "start at " << bound.call << ", board " << at;
             EXPECT_EQ(plan.looks, call + 1);
         }
