@@ -335,6 +335,18 @@ TEST(WhenText, WithoutAMomentTheHostsClockSays) {
     EXPECT_TRUE(bFound) << run.text;
 }
 
+// The library's log stays closed: on a day on which nobody else logs, there is no file.
+TEST(WhenText, NothingIsLogged) {
+    for (const char* const command : {"--when", "host --lab", "vendor"}) {
+        const std::string run = std::string(ZCE_CHECK_PROGRAM " ") + command + " 2>&1";
+        EXPECT_EQ(ProgramRun("export TZ=ABC167; file=/tmp/fpgalog/fpga_$(date +%Y%m%d).log; " +
+                             run + " | grep -F '[fpga]'; [ -e $file ] || echo no log")
+                      .text,
+                  "no log\n")
+            << command;
+    }
+}
+
 TEST(Moment, IsReadFromTextsOfItsShapesAlone) {
     constexpr unsigned int today = 20261123;
     const auto read = [](const char* text) { return ZceProgram::ReadMoment(text, today); };
