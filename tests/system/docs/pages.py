@@ -4,9 +4,6 @@ import re
 import unicodedata
 from pathlib import Path
 
-# Pages and programs that other work in progress brings: no fault as long as they are not there.
-PENDING_PAGES = {"docs/check.md", "docs/check-host.md"}
-
 HOUSE_WORDS = re.compile(r"\b(roads?|floors?|going on)\b", re.I)
 PUBLIC_HEADERS = ("include/*.h", "board/include/*.h", "capture/ZceCapture.h")
 
@@ -85,8 +82,7 @@ def link_faults(root, pages=None):
             place = (root / page).parent / path if path else root / page
             relative = str(place.resolve().relative_to(root.resolve())) if path else page
             if not place.exists():
-                if relative not in PENDING_PAGES:
-                    faults.append(f"{page}:{line}: there is no {target}")
+                faults.append(f"{page}:{line}: there is no {target}")
             elif name and place.suffix == ".md" and name not in anchors(place.read_text()):
                 faults.append(f"{page}:{line}: {relative} has no heading #{name}")
     return faults
