@@ -38,6 +38,6 @@ if(NOT ENYX_HW_LIBRARY)
 endif()
 if(VELAZCE_EXAMPLES)
   install(DIRECTORY examples/ DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/VelaZceMdApi/examples
-          FILES_MATCHING PATTERN "*.cpp" PATTERN "*.ini" PATTERN "*.md")
+          FILES_MATCHING PATTERN "*.cpp" PATTERN "*.ini" PATTERN "*.md" PATTERN "scenarios/*.txt")
   install(TARGETS zce-recv RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 endif()

@@ -5,6 +5,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <sstream>
 
 #ifndef VELAZCE_VERSION
 #error "the build gives the version"
@@ -22,7 +23,9 @@ std::optional<int> ReadCommandLine(CLI::App& app, int argc, const char* const* a
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& answered) {
-        return FinishOutput(name, app.exit(answered));
+        std::ostringstream output;
+        app.exit(answered, output, output);
+        return WriteOutput(name, output.str(), EXIT_FINE);
     } catch (const CLI::ParseError& error) {
         fprintf(stderr, "%s: %s\n", name.c_str(), error.what());
         return EXIT_NOT_DONE;
@@ -30,15 +33,26 @@ std::optional<int> ReadCommandLine(CLI::App& app, int argc, const char* const* a
     return std::nullopt;
 }
 
+namespace {
+
+int NotWritten(const std::string& name, int err) {
+    fprintf(stderr, "%s: standard output: %s\n", name.c_str(),
+            err == 0 ? "an earlier write failed" : strerror(err));
+    return EXIT_NOT_DONE;
+}
+
+}  // namespace
+
 int FinishOutput(const std::string& name, int status) {
     errno = 0;
     const bool bWritten = fflush(stdout) == 0 && ferror(stdout) == 0;
-    if (bWritten) {
-        return status;
-    }
-    fprintf(stderr, "%s: standard output: %s\n", name.c_str(),
-            errno == 0 ? "an earlier write failed" : strerror(errno));
-    return EXIT_NOT_DONE;
+    return bWritten ? status : NotWritten(name, errno);
+}
+
+int WriteOutput(const std::string& name, const std::string& text, int status) {
+    errno = 0;
+    const bool bWritten = fwrite(text.data(), 1, text.size(), stdout) == text.size();
+    return bWritten ? FinishOutput(name, status) : NotWritten(name, errno);
 }
 
 void IgnoreBrokenPipes() {

@@ -26,6 +26,10 @@ std::optional<int> ReadCommandLine(CLI::App& app, int argc, const char* const* a
 // program must ignore SIGPIPE for the latter: IgnoreBrokenPipes).
 int FinishOutput(const std::string& name, int status);
 
+// The same for a program whose output is one text, which is written here: the line has the reason
+// however long the text is.
+int WriteOutput(const std::string& name, const std::string& text, int status);
+
 // A pipe that nobody reads is an error of the write, no signal.
 void IgnoreBrokenPipes();
 

@@ -3,9 +3,7 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <vector>
@@ -20,12 +18,14 @@
 #include "ctl/TableReport.h"
 #include "memory/BoardMemory.h"
 #include "memory/RegisterMap.h"
+#include "program/Program.h"
 
 namespace ZceBoard {
 
 namespace {
 
-constexpr int EXIT_REFUSED = 2;
+constexpr const char* NAME = "zce-board ctl";
+constexpr int EXIT_REFUSED = ZceProgram::EXIT_NOT_DONE;
 constexpr int JSON_INDENT = 2;
 
 using Json = nlohmann::ordered_json;
@@ -79,14 +79,20 @@ std::string Advance(CBoardMemory& memory, const Options& options) {
     return Clock(memory, options);
 }
 
+// A line for people if nothing had to be done.
+std::string Already(const CBoardMemory& memory, const Options& options, bool bDone,
+                    const char* state) {
+    return bDone || options.bJson ? "" : fmt::format("bus {}: already {}\n", memory.Bus(), state);
+}
+
 std::string Pause(CBoardMemory& memory, const Options& options) {
-    PauseBoard(memory);
-    return Clock(memory, options);
+    const bool bDone = PauseBoard(memory);
+    return Already(memory, options, bDone, "paused") + Clock(memory, options);
 }
 
 std::string Resume(CBoardMemory& memory, const Options& options) {
-    ResumeBoard(memory);
-    return Clock(memory, options);
+    const bool bDone = ResumeBoard(memory);
+    return Already(memory, options, bDone, "running") + Clock(memory, options);
 }
 
 std::string Step(CBoardMemory& memory, const Options& options) {
@@ -112,6 +118,8 @@ std::string FaultOff(CBoardMemory& memory, const Options& options) {
 class CCtl {
   public:
     CCtl() {
+        m_app.set_version_flag("--version", ZceProgram::VersionText(NAME),
+                               "Print the version, and end");
         m_app.require_subcommand(1);
         m_app.fallthrough();
         m_app.add_option("--bus", m_options.bus, "Bus index of the board")
@@ -234,7 +242,7 @@ class CCtl {
             ->required();
     }
 
-    CLI::App m_app{"Looks at a running zce-board and asks it for things.", "zce-board ctl"};
+    CLI::App m_app{"Looks at a running zce-board and asks it for things.", NAME};
     Options m_options;
     Command m_command = nullptr;
 };
@@ -246,14 +254,10 @@ CtlResult RunCtl(int argc, const char* const* argv) {
 }
 
 int CtlMain(int argc, const char* const* argv) {
+    ZceProgram::IgnoreBrokenPipes();
     const CtlResult result = RunCtl(argc, argv);
     fputs(result.error.c_str(), stderr);
-    errno = 0;
-    if (fputs(result.output.c_str(), stdout) < 0 || fflush(stdout) != 0) {
-        fprintf(stderr, "zce-board ctl: standard output: %s\n", strerror(errno));
-        return EXIT_REFUSED;
-    }
-    return result.status;
+    return ZceProgram::WriteOutput(NAME, result.output, result.status);
 }
 
 }  // namespace ZceBoard

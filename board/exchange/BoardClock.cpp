@@ -21,6 +21,18 @@ BoardTime BoardTimeAt(int64_t wallNs) {
     return time;
 }
 
+int64_t MomentAt(uint32_t date, uint32_t hhmmss) {
+    tm local{};
+    local.tm_year = static_cast<int>(date / 10000) - 1900;
+    local.tm_mon = static_cast<int>(date / 100 % 100) - 1;
+    local.tm_mday = static_cast<int>(date % 100);
+    local.tm_hour = static_cast<int>(hhmmss / 10000);
+    local.tm_min = static_cast<int>(hhmmss / 100 % 100);
+    local.tm_sec = static_cast<int>(hhmmss % 100);
+    local.tm_isdst = -1;
+    return mktime(&local) * NS_PER_SECOND;
+}
+
 uint32_t HhmmssOf(int64_t dayNs) {
     const auto seconds = static_cast<uint32_t>(dayNs / NS_PER_SECOND);
     return seconds / 3600 * 10000 + seconds / 60 % 60 * 100 + seconds % 60;

@@ -42,6 +42,17 @@ bool IsTimeOfDay(uint64_t hhmmss) {
     return hhmmss / 10000 < 24 && hhmmss / 100 % 100 < 60 && hhmmss % 100 < 60;
 }
 
+// A command that has started is waited for, whatever happens.
+bool IsAtEnd(const volatile std::sig_atomic_t& stop, CCommand* command, bool bOver) {
+    if (command == nullptr || !command->HasStarted()) {
+        return stop != 0 || (bOver && command == nullptr);
+    }
+    if (bOver) {
+        command->LetEnd(RealNs());
+    }
+    return command->HasEnded();
+}
+
 }  // namespace
 
 void CBoardLoop::Pass(const HostTime& now) {
@@ -88,6 +99,7 @@ void CBoardLoop::Finish() {
 }
 
 int CBoardLoop::Answer(Request request, uint64_t argument) {
+    m_clockFile.Hurry();
     switch (request) {
         case Request::Pause:
         case Request::Resume: {
@@ -223,19 +235,24 @@ std::string CBoardLoop::LastLines() const {
                        m_board.Requests(), m_board.Resets());
 }
 
-void RunBoards(std::vector<CBoardLoop*>& loops, const volatile std::sig_atomic_t& stop) {
+void RunBoards(std::vector<CBoardLoop*>& loops, const volatile std::sig_atomic_t& stop,
+               CCommand* command) {
     for (const CBoardLoop* loop : loops) {
         Print(loop->ReadyLine());
     }
     const auto isOver = [](const CBoardLoop* loop) { return loop->IsOver(); };
     const auto hasBacklog = [](const CBoardLoop* loop) { return loop->HasBacklog(); };
     int64_t nextStatusNs = RealNs() + STATUS_NS;
-    while (stop == 0 && !std::all_of(loops.begin(), loops.end(), isOver)) {
+    while (!IsAtEnd(stop, command, std::all_of(loops.begin(), loops.end(), isOver))) {
         const HostTime now = ReadHostTime();
         for (CBoardLoop* loop : loops) {
             loop->Pass(now);
         }
-        if (now.realNs >= nextStatusNs) {
+        if (command != nullptr) {  // which has the screen to itself
+            if (!command->HasStarted()) {
+                command->Start();
+            }
+        } else if (now.realNs >= nextStatusNs) {
             for (const CBoardLoop* loop : loops) {
                 Print(loop->StatusLine() + "\n");
             }

@@ -8,6 +8,7 @@
 #include "device/Board.h"
 #include "memory/Control.h"
 #include "process/ClockFile.h"
+#include "process/Command.h"
 #include "traffic/Traffic.h"
 
 namespace ZceBoard {
@@ -63,6 +64,9 @@ class CBoardLoop {
 
 // Keeps boards going in real time, once a millisecond each and sleeping in between, until `stop` is
 // set or all traffic is over. Prints a status line for each every second, and the last lines.
-void RunBoards(std::vector<CBoardLoop*>& loops, const volatile std::sig_atomic_t& stop);
+// With a command it is started after the first pass, when the boards are there for it and have told
+// the clock; then its end is theirs, and there are no status lines.
+void RunBoards(std::vector<CBoardLoop*>& loops, const volatile std::sig_atomic_t& stop,
+               CCommand* command = nullptr);
 
 }  // namespace ZceBoard

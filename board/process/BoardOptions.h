@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "exchange/Instruments.h"
 #include "traffic/LiveTraffic.h"
@@ -25,11 +26,12 @@ struct Options {
     std::optional<gid_t> group;  // which may use the board beside the user
     uint32_t accessNs = 0;       // what an access to a register takes at least
     bool bList = false;
+    std::vector<std::string> command;  // that runs beside the board
 };
 
-// False if there is nothing more to do: --help was answered (`status` is 0), or the usage error is
-// told on standard error.
-bool ParseOptions(int argc, char** argv, Options& options, int& status);
+// Nothing if the board is to start; else the program's exit status: --help or --version was
+// answered, or a usage error is told on standard error.
+std::optional<int> ParseOptions(int argc, char** argv, Options& options);
 
 // The instruments of --products or --instruments; false with the reason in `error`.
 bool ReadInstruments(const Options& options, CInstrumentList& list, std::string& error);

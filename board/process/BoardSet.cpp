@@ -42,13 +42,13 @@ bool CBoardSet::Add(uint32_t bus, const CFeeds& feeds, std::unique_ptr<CTraffic>
     return true;
 }
 
-void CBoardSet::Run(const volatile std::sig_atomic_t& stop) {
+void CBoardSet::Run(const volatile std::sig_atomic_t& stop, CCommand* command) {
     std::vector<CBoardLoop*> loops;
     loops.reserve(m_boards.size());
     for (const auto& one : m_boards) {
         loops.push_back(one->loop.get());
     }
-    RunBoards(loops, stop);
+    RunBoards(loops, stop, command);
 }
 
 }  // namespace ZceBoard

@@ -29,8 +29,8 @@ class CBoardSet {
     // Makes the board of a bus. False: `error` says why there is none.
     bool Add(uint32_t bus, const CFeeds& feeds, std::unique_ptr<CTraffic> traffic,
              const std::string& clockFile, std::string& error);
-    // Until `stop` is set or all traffic is over.
-    void Run(const volatile std::sig_atomic_t& stop);
+    // Until `stop` is set or all traffic is over; with a command, until that has ended.
+    void Run(const volatile std::sig_atomic_t& stop, CCommand* command = nullptr);
 
   private:
     struct One {

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <filesystem>
 #include <memory>
 
 namespace ZceBoard {
@@ -25,20 +26,25 @@ int64_t MachineNs() {
     return now.tv_sec * NS_PER_SECOND + now.tv_nsec;
 }
 
-// The moment of a board time in the process's zone.
 int64_t MomentOf(const BoardTime& time) {
-    tm local{};
-    local.tm_year = static_cast<int>(time.date / 10000) - 1900;
-    local.tm_mon = static_cast<int>(time.date / 100 % 100) - 1;
-    local.tm_mday = static_cast<int>(time.date % 100);
-    local.tm_hour = static_cast<int>(time.hhmmss / 10000);
-    local.tm_min = static_cast<int>(time.hhmmss / 100 % 100);
-    local.tm_sec = static_cast<int>(time.hhmmss % 100);
-    local.tm_isdst = -1;
-    return mktime(&local) * NS_PER_SECOND + static_cast<int64_t>(time.dayNs) % NS_PER_SECOND;
+    return MomentAt(time.date, time.hhmmss) + static_cast<int64_t>(time.dayNs) % NS_PER_SECOND;
 }
 
 }  // namespace
+
+std::string CClockFile::WhyNot(const std::string& path) {
+    namespace fs = std::filesystem;
+    std::error_code none;
+    if (fs::is_directory(path, none)) {
+        return strerror(EISDIR);
+    }
+    // A file that is there is replaced by a new one.
+    const fs::path folder = fs::path(path).parent_path();
+    if (!folder.empty() && fs::exists(folder, none) && !fs::is_directory(folder, none)) {
+        return strerror(ENOTDIR);
+    }
+    return access(folder.empty() ? "." : folder.c_str(), W_OK | X_OK) == 0 ? "" : strerror(errno);
+}
 
 void CClockFile::Tell(const BoardTime& time, const HostTime& now) {
     if (m_path.empty() || m_bFailed || (m_bTold && now.realNs < m_nextNs)) {

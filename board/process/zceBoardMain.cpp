@@ -1,6 +1,5 @@
-#include <CLI/CLI.hpp>
-#include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <exception>
@@ -10,6 +9,11 @@
 #include "ctl/CtlMain.h"
 #include "process/BoardOptions.h"
 #include "process/BoardSet.h"
+#include "process/ClockFile.h"
+#include "process/Command.h"
+#include "process/CommandSetting.h"
+#include "process/Signals.h"
+#include "program/Program.h"
 #include "traffic/FeedFile.h"
 #include "traffic/LiveTraffic.h"
 #include "traffic/ReplayTraffic.h"
@@ -18,44 +22,71 @@
 // zce-board: a software board, or several, and the exchange behind them; or, as `zce-board ctl`, a
 // look at one that is running (CtlMain.h). Exit status: 0 after
 // SIGINT, SIGTERM or SIGHUP, at the end of a scenario or a replay, and for --help and
-// --list-instruments; 2 for a usage error and for a board that cannot start, with the reason on
-// standard error.
+// --list-instruments; with a command, the command's; 2 for a usage error and for a board that
+// cannot start, with the reason on standard error.
 
 namespace {
 
 using ZceBoard::CBoardSet;
+using ZceBoard::CCommand;
 using ZceBoard::Options;
-
-constexpr int EXIT_NOT_STARTED = 2;
-
-volatile std::sig_atomic_t g_stop = 0;
-
-void OnSignal(int /*signal*/) {
-    g_stop = 1;
-}
-
-void InstallSignals() {
-    struct sigaction action {};
-    action.sa_handler = OnSignal;
-    sigemptyset(&action.sa_mask);
-    for (const int sig : {SIGINT, SIGTERM, SIGHUP}) {
-        sigaction(sig, &action, nullptr);
-    }
-    action.sa_handler = SIG_IGN;  // NOLINT(cppcoreguidelines-pro-type-cstyle-cast)
-    sigaction(SIGPIPE, &action, nullptr);
-}
 
 int NotStarted(const std::string& error) {
     fprintf(stderr, "zce-board: %s\n", error.c_str());
-    return EXIT_NOT_STARTED;
+    return ZceProgram::EXIT_NOT_DONE;
 }
 
-void PrintInstruments(const ZceBoard::CInstrumentList& list) {
+int PrintInstruments(const ZceBoard::CInstrumentList& list) {
+    std::string lines;
     for (const ZceBoard::Instrument& instrument : list.All()) {
-        printf("%u,%u,%s\n", static_cast<unsigned>(instrument.index), instrument.table,
-               instrument.name.c_str());
+        lines += std::to_string(instrument.index) + "," + std::to_string(instrument.table) + "," +
+                 instrument.name + "\n";
     }
+    return ZceProgram::WriteOutput("zce-board", lines, ZceProgram::EXIT_FINE);
 }
+
+// The boards of this process, and what runs beside them.
+class CPlay {
+  public:
+    explicit CPlay(const Options& options)
+        : m_options(options), m_boards(options.group, options.accessNs) {}
+
+    // Before the boards are made. `clockFile`: the boards', which a command gets one for; `at`: who
+    // asks for it.
+    bool Prepare(std::string& clockFile, const std::string& at, std::string& error) {
+        ZceBoard::Signals::Install(!m_options.command.empty());
+        const std::string why = clockFile.empty() ? "" : ZceBoard::CClockFile::WhyNot(clockFile);
+        if (!why.empty()) {
+            error = at;
+            error.append(": ").append(why);
+            return false;
+        }
+        if (m_options.command.empty()) {
+            return true;
+        }
+        if (!m_setting.Make(clockFile, error)) {
+            return false;
+        }
+        clockFile = m_setting.ClockFile();
+        return true;
+    }
+    CBoardSet& Boards() { return m_boards; }
+    // The exit status of the process.
+    int Run() {
+        if (m_options.command.empty()) {
+            m_boards.Run(ZceBoard::Signals::Stop());
+            return ZceProgram::EXIT_FINE;
+        }
+        CCommand command(m_options.command, m_setting);
+        m_boards.Run(ZceBoard::Signals::Stop(), &command);
+        return command.Status();
+    }
+
+  private:
+    const Options& m_options;
+    ZceBoard::CCommandSetting m_setting;  // its clock file goes after the boards
+    CBoardSet m_boards;
+};
 
 int PlayLive(const Options& options) {
     ZceBoard::CInstrumentList list;
@@ -66,42 +97,43 @@ int PlayLive(const Options& options) {
         return NotStarted(error);
     }
     if (options.bList) {
-        PrintInstruments(list);
-        return 0;
+        return PrintInstruments(list);
     }
-    CBoardSet boards(options.group, options.accessNs);
-    if (!boards.Add(options.bus.value_or(0), feeds,
-                    std::make_unique<ZceBoard::CLiveTraffic>(list, options.live), options.clockFile,
-                    error)) {
+    CPlay play(options);
+    std::string clockFile = options.clockFile;
+    if (!play.Prepare(clockFile, "--clock-file " + clockFile, error) ||
+        !play.Boards().Add(options.bus.value_or(0), feeds,
+                           std::make_unique<ZceBoard::CLiveTraffic>(list, options.live), clockFile,
+                           error)) {
         return NotStarted(error);
     }
-    boards.Run(g_stop);
-    return 0;
+    return play.Run();
 }
 
 int PlayScenario(const Options& options) {
     ZceBoard::Scenario scenario;
     std::string error;
-    if (!ReadScenario(options.scenario, scenario, error)) {
+    if (!ReadScenario(options.scenario, scenario, error, options.live.clock)) {
         return NotStarted(error);
     }
     if (options.bList) {
-        PrintInstruments(scenario.instruments);
-        return 0;
+        return PrintInstruments(scenario.instruments);
     }
-    CBoardSet boards(options.group, options.accessNs);
-    const uint32_t today = ZceBoard::BoardTimeAt(ZceBoard::ReadHostTime().wallNs).date;
+    CPlay play(options);
     std::string clockFile = scenario.clockFile;
+    if (!play.Prepare(clockFile, scenario.clockFileAt, error)) {
+        return NotStarted(error);
+    }
+    const uint32_t today = ZceBoard::BoardTimeAt(ZceBoard::ReadHostTime().wallNs).date;
     for (const uint32_t bus : scenario.buses) {
-        if (!boards.Add(bus, scenario.feeds,
-                        std::make_unique<ZceBoard::CScenarioTraffic>(scenario, today), clockFile,
-                        error)) {
+        if (!play.Boards().Add(bus, scenario.feeds,
+                               std::make_unique<ZceBoard::CScenarioTraffic>(scenario, today),
+                               clockFile, error)) {
             return NotStarted(error);
         }
         clockFile.clear();  // all boards have the same clock: the first one tells it
     }
-    boards.Run(g_stop);
-    return 0;
+    return play.Run();
 }
 
 int PlayCapture(const Options& options) {
@@ -114,29 +146,33 @@ int PlayCapture(const Options& options) {
         return NotStarted(options.replay +
                           ": it holds messages of several buses: --bus cannot rename them");
     }
-    CBoardSet boards(options.group, options.accessNs);
+    CPlay play(options);
     std::string clockFile = options.clockFile;
+    if (!play.Prepare(clockFile, "--clock-file " + clockFile, error)) {
+        return NotStarted(error);
+    }
     for (const auto& [bus, content] : summary.buses) {
         auto traffic = std::make_unique<ZceBoard::CReplayTraffic>(options.replay, summary, bus,
                                                                   options.speedMilli);
-        if (!traffic->Open(error) ||
-            !boards.Add(options.bus.value_or(bus), {}, std::move(traffic), clockFile, error)) {
+        if (!traffic->Open(error) || !play.Boards().Add(options.bus.value_or(bus), {},
+                                                        std::move(traffic), clockFile, error)) {
             return NotStarted(error);
         }
         clockFile.clear();
     }
-    boards.Run(g_stop);
-    return 0;
+    return play.Run();
 }
 
 int Main(int argc, char** argv) {
+    ZceBoard::Signals::IgnoreBrokenPipes();
     Options options;
-    int status = 0;
-    if (!ParseOptions(argc, argv, options, status)) {
-        return status == 0 ? 0 : EXIT_NOT_STARTED;
+    if (const auto status = ParseOptions(argc, argv, options)) {
+        return *status;
+    }
+    if (options.live.clock.hhmmss) {
+        setenv("TZ", "CST-8", 1);  // the exchange's, on a machine without a list of zones too
     }
     tzset();
-    InstallSignals();
     if (!options.scenario.empty()) {
         return PlayScenario(options);
     }

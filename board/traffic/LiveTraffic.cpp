@@ -19,7 +19,19 @@ void CLiveTraffic::PassRealTime(int64_t realNs, bool play) {
     m_lastRealNs = realNs;
 }
 
+// Before the real time has been told: how far the board's clock is ahead of the host's.
+void CLiveTraffic::MoveClock(const HostTime& now) {
+    const ClockStart& clock = m_options.clock;
+    if (m_bStarted) {
+        m_aheadNs += (now.realNs - m_lastRealNs) * (SpeedMilli() - 1000) / 1000;
+    } else if (clock.hhmmss) {
+        const uint32_t date = clock.date.value_or(BoardTimeAt(now.wallNs).date);
+        m_aheadNs = MomentAt(date, *clock.hhmmss) - now.wallNs;
+    }
+}
+
 void CLiveTraffic::Follow(const HostTime& now) {
+    MoveClock(now);
     PassRealTime(now.realNs, true);
     SetTime(BoardTimeAt(now.wallNs + m_aheadNs));
 }

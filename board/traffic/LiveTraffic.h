@@ -15,9 +15,11 @@ struct LiveOptions {
     uint64_t seed = 1;
     uint64_t rate = 20000;  // ticks a second of real time, over all instruments
     BroadcastPace pace{4'000'000'000, 60'000'000'000};
+    ClockStart clock;
 };
 
-// The exchange by the host's clock: its broadcast goes by the time of day, its ticks come at any
+// The exchange by the host's clock, or by one that begins at a given time or passes at a speed of
+// its own: its broadcast goes by the time of day, its ticks come at any
 // hour, so that one can work with the board at any hour. Only the parse counters keep the
 // exchange's hours, since hosts judge the board's life by them.
 class CLiveTraffic : public CTraffic {
@@ -35,6 +37,7 @@ class CLiveTraffic : public CTraffic {
     BoardTime Time() const override { return m_time; }
     Phase CurrentPhase() const override { return PhaseAt(m_time.hhmmss); }
     TrafficSource Source() const override { return TrafficSource::Live; }
+    int64_t SpeedMilli() const override { return m_options.clock.speedMilli.value_or(1000); }
     std::string Describe() const override;
     size_t Instruments(uint32_t table) const override { return m_list.Count(table); }
 
@@ -43,6 +46,7 @@ class CLiveTraffic : public CTraffic {
     void PassRealTime(int64_t realNs, bool play);
 
   private:
+    void MoveClock(const HostTime& now);
     void Broadcast(CBoard& board, Phase phase);
     void Decode(CBoard& board, Phase phase);
 

@@ -11,6 +11,7 @@
 #include "exchange/Instruments.h"
 #include "exchange/SessionTable.h"
 #include "memory/Faults.h"
+#include "traffic/Traffic.h"
 
 namespace ZceBoard {
 
@@ -46,6 +47,7 @@ struct Scenario {
     int64_t speedMilli = 1000;
     std::vector<Span> skips;  // spans that the clock jumps over
     std::string clockFile;    // for libfaketime; empty: none
+    std::string clockFileAt;  // where the scenario says so, for messages
     CSessionTable day;
     BroadcastPace pace{4'000'000'000, 60'000'000'000};
     std::array<LevelPlan, 2> levels;  // level 1, level 2
@@ -56,6 +58,8 @@ struct Scenario {
 // False: `error` names the file, the line, section, key and value, and the reason. Names of files
 // that it reads are relative to its own place; the clock file, which is written, to the working
 // directory.
-bool ReadScenario(const std::string& path, Scenario& scenario, std::string& error);
+// What `clock` has takes the place of the file's.
+bool ReadScenario(const std::string& path, Scenario& scenario, std::string& error,
+                  const ClockStart& clock = {});
 
 }  // namespace ZceBoard

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "device/Board.h"
@@ -10,6 +11,13 @@
 #include "memory/HostClock.h"
 
 namespace ZceBoard {
+
+// How a board's clock begins and passes, so far as the command line says.
+struct ClockStart {
+    std::optional<uint32_t> date;       // yyyymmdd
+    std::optional<uint32_t> hhmmss;     // always there with a date
+    std::optional<int64_t> speedMilli;  // board time in real time, in thousandths
+};
 
 // What a board hears, and when: its clock and the messages that reach it. One thread, the board's.
 //

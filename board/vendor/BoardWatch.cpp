@@ -1,10 +1,13 @@
 #include "vendor/BoardWatch.h"
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
+#include "vendor/StandardError.h"
 #include "vendor/enyxHandles.h"
 
 namespace ZceBoard {
@@ -16,10 +19,22 @@ bool IsQuiet() {
     return quiet != nullptr && strcmp(quiet, "1") == 0;
 }
 
-void TellOnce(std::atomic<bool>& told, uint32_t bus, const char* text) {
-    if (!told.exchange(true) && !IsQuiet()) {
-        fprintf(stderr, "zce-board: bus %u: %s\n", bus, text);
+// A line of printf's making, once; longer ones are cut.
+template <class... Values>
+void TellOnce(std::atomic<bool>& told, const char* format, Values... values) {
+    if (told.exchange(true) || IsQuiet()) {
+        return;
     }
+    std::array<char, 256> line{};
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-vararg,cert-err33-c): numbers and short words
+    const int size = snprintf(line.data(), line.size(), format, values...);
+    if (size > 0) {
+        TellWithoutWaiting(line.data(), std::min(static_cast<size_t>(size), line.size() - 1));
+    }
+}
+
+void TellOnce(std::atomic<bool>& told, uint32_t bus, const char* text) {
+    TellOnce(told, "zce-board: bus %u: %s\n", bus, text);
 }
 
 // Whether the board that the process has mapped still runs.
@@ -63,6 +78,13 @@ void TellNoAccess(uint32_t bus) {
     TellOnce(told, bus,
              "the board is another user's: have it started with --group and a group that this "
              "user is in, or run as its user");
+}
+
+void TellSoftwareBoard(const enyx_hw_accelerator& accelerator) {
+    static std::atomic<bool> told{false};
+    const int32_t pid = accelerator.memory.Shm().header.boardPid.load(std::memory_order_relaxed);
+    TellOnce(told, "libenyx-hw-c: this is the software board, bus %u, zce-board process %d\n",
+             accelerator.memory.Bus(), pid);
 }
 
 }  // namespace ZceBoard

@@ -10,7 +10,8 @@ namespace ZceBoard {
 
 // What a process that polls says on standard error of a board that ends under it, each line once
 // for each board: that it has gone, and that a new one has come, of which the process has nothing.
-// With ZCE_BOARD_QUIET=1 in the environment it says nothing.
+// With ZCE_BOARD_QUIET=1 in the environment neither they nor the lines below are said. No line
+// makes the process wait.
 struct BoardWatch {
     std::atomic<bool> goneTold{false};
     std::atomic<bool> newTold{false};
@@ -22,5 +23,8 @@ struct BoardWatch {
 
 // Says, once in a process, that the board of a bus is not for this user.
 void TellNoAccess(uint32_t bus);
+
+// Says, once in a process, that it is the software board that the process uses, and which.
+void TellSoftwareBoard(const enyx_hw_accelerator& accelerator);
 
 }  // namespace ZceBoard

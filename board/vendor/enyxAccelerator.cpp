@@ -96,6 +96,7 @@ ENYX_HW_EXPORT enyx_hw_accelerator* enyx_hw_accelerator_get(
     accelerator->registers.emplace(shm);
     accelerator->lock.emplace(accelerator->memory);
     accelerators.opened.push_back(std::move(accelerator));
+    ZceBoard::TellSoftwareBoard(*accelerators.opened.back());
     return accelerators.opened.back().get();
 }
 
