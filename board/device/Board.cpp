@@ -14,7 +14,7 @@ constexpr int REQUESTS_AT_ONCE = 256;
 template <size_t... I>
 std::array<CChannelSender, CHANNELS> SendersOf(BoardShm& shm,
                                                std::index_sequence<I...> /*places*/) {
-    return {CChannelSender(ViewOf(shm.a2c[I]), I)...};
+    return {CChannelSender(ViewOf(shm.a2c[I]), I, &shm.instruments[I])...};
 }
 
 }  // namespace

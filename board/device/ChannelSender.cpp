@@ -49,6 +49,28 @@ void CChannelSender::CountSent(size_t place) {
     ++m_opening.sent[place];
 }
 
+void CChannelSender::CountInstrument(uint32_t table, uint32_t index) {
+    constexpr std::memory_order RELAXED = std::memory_order_relaxed;
+    if (m_instruments != nullptr && table < TABLE_COUNT && index < TABLE_ENTRIES) {
+        std::atomic<uint64_t>& count = m_instruments->sent[table][index];
+        count.store(count.load(RELAXED) + 1, RELAXED);  // nobody else counts
+    }
+}
+
+// A recorded message may be a real board's, whose bodies are laid out in another way.
+void CChannelSender::CountWhole(uint32_t type, const unsigned char* message, uint32_t size) {
+    const uint32_t len = ZceBoardBodySize(type);
+    if (len == 0 || size != ZCE_BOARD_HEAD_SIZE + len) {
+        return;
+    }
+    ZceBoardQuote_t quote;
+    ZceBoardReadQuote(message + ZCE_BOARD_HEAD_SIZE, &quote);
+    const bool bCombine = type == ZCE_BOARD_TYPE_L1_COMBINE || type == ZCE_BOARD_TYPE_L5_COMBINE;
+    if (quote.ucTable == (bCombine ? TABLE_COMBINE : TABLE_SINGLE)) {
+        CountInstrument(quote.ucTable, quote.usIndex);
+    }
+}
+
 // Written so that the processor need not wait for the reader, which looks at the record's first
 // cache line all the time: that line is written last and at one go, and nothing is copied that was
 // stored in pieces a moment before (such a copy waits until all stores before it have been made).
@@ -70,6 +92,7 @@ void CChannelSender::SendMarketData(uint32_t type, const ZceBoardL5_t& body, uin
     memcpy(to + sizeof(seq), from + sizeof(seq), FIRST_LINE - sizeof(seq));
     m_producer.CommitWrite(size);
     CountSent(ChannelCounts::PlaceOf(type));
+    CountInstrument(body.quote.ucTable, body.quote.usIndex);
 }
 
 void CChannelSender::SendMapPacket(const unsigned char* packet, uint32_t size) {
@@ -92,6 +115,7 @@ bool CChannelSender::SendWhole(const unsigned char* message, uint32_t size) {
     uint32_t type = 0;
     memcpy(&type, message, std::min<size_t>(size, sizeof(type)));
     CountSent(ChannelCounts::PlaceOf(type));
+    CountWhole(type, message, size);
     return true;
 }
 

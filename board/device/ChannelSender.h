@@ -36,8 +36,12 @@ struct OpeningCounts {
 // that is no loss. One thread.
 class CChannelSender {
   public:
-    CChannelSender(const RingView& ring, uint32_t channel)
-        : m_ring(ring), m_producer(ring), m_channel(static_cast<uint16_t>(channel)) {}
+    // `instruments`: takes the counts by instrument, at each message; null: nobody wants them.
+    CChannelSender(const RingView& ring, uint32_t channel, InstrumentCounts* instruments = nullptr)
+        : m_ring(ring),
+          m_producer(ring),
+          m_instruments(instruments),
+          m_channel(static_cast<uint16_t>(channel)) {}
 
     // Whether somebody holds the stream; a new holder's opening starts with fresh counts and
     // sequence numbers from 1.
@@ -55,7 +59,8 @@ class CChannelSender {
     // A whole message as it is, of type 2.
     void SendMapPacket(const unsigned char* packet, uint32_t size);
     // A whole message as it is, of any type and of 1 to STREAM_MTU bytes. False while the ring is
-    // full, which is back pressure but no drop: it may be tried again.
+    // full, which is back pressure but no drop: it may be tried again. Counts for an instrument if
+    // it is one of the software board's own messages.
     bool SendWhole(const unsigned char* message, uint32_t size);
 
     // Whether the reader has taken out all that was sent to it.
@@ -100,9 +105,12 @@ class CChannelSender {
     // The same for a message that is dropped if there is none.
     unsigned char* Place(uint32_t size);
     void CountSent(size_t place);
+    void CountInstrument(uint32_t table, uint32_t index);
+    void CountWhole(uint32_t type, const unsigned char* message, uint32_t size);
 
     RingView m_ring;
     CRingProducer m_producer;
+    InstrumentCounts* m_instruments;
     uint16_t m_channel;
     uint32_t m_openings = 0;
     bool m_bLive = false;  // an opening is under way

@@ -15,7 +15,7 @@
 namespace ZceBoard {
 
 constexpr uint64_t SHM_MAGIC = 0x3144524142455a43;  // "CZEBARD1"
-constexpr uint32_t SHM_VERSION = 4;
+constexpr uint32_t SHM_VERSION = 5;
 
 constexpr size_t CHANNELS = 16;
 constexpr uint32_t STREAM_MTU = 2048;
@@ -144,6 +144,12 @@ struct alignas(PAGE) BoardStats {
     alignas(CACHE_LINE) std::array<ChannelStats, CHANNELS> channels;
 };
 
+// How many messages of each instrument were sent on a channel, over all openings, by the
+// instrument's table and its index there. A channel that gets nothing has no memory here.
+struct alignas(PAGE) InstrumentCounts {
+    std::array<std::array<std::atomic<uint64_t>, TABLE_ENTRIES>, TABLE_COUNT> sent;
+};
+
 // A request to the board's process. Whoever makes one holds LOCK_CONTROL, writes kind, argument
 // and seal and then `asked`; the board does it in its next pass and writes `result` and then
 // `answered`.
@@ -167,6 +173,7 @@ struct BoardShm {
     alignas(PAGE) std::array<TableWords, TABLE_COUNT> tables;
     alignas(PAGE) std::array<A2cMemory, CHANNELS> a2c;
     alignas(PAGE) std::array<C2aMemory, CHANNELS> c2a;
+    alignas(PAGE) std::array<InstrumentCounts, CHANNELS> instruments;
 };
 
 }  // namespace ZceBoard

@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
+#include "ctl/ChannelInstruments.h"
 #include "ctlFixture.h"
 #include "memory/FaultText.h"
 #include "memory/Faults.h"
@@ -295,6 +296,33 @@ TEST_F(CtlLook, ANameThatCannotBePrintedReachesNoTerminal) {
     Name(0, 5, "\x1b[2J\xff", 1);
     EXPECT_THAT(Said({"tables"}), testing::HasSubstr("single           5  ?[2J?  "));
     EXPECT_EQ(json::parse(Said({"tables", "--json"}))["entries"][1]["name"], "?[2J?");
+}
+
+using ChannelInstruments = boardtest::CtlFixture;
+
+TEST_F(ChannelInstruments, AreThoseOfTheMaskAndThoseThatHadMessages) {
+    CRegisterFile registers(Shm());
+    for (uint32_t index = 0; index < 4; ++index) {
+        registers.StoreName(0, index, "CF30" + std::to_string(index));
+    }
+    registers.StoreName(1, 4094, "SPD-CF301&CF302\x01");
+    Shm().tables[0][1 * 64] = 0x8000;
+    Shm().tables[0][2 * 64] = 0x7FFF;
+    Shm().instruments[15].sent[0][1] = 3;
+    Shm().instruments[15].sent[0][3] = 12345678901;
+    Shm().instruments[14].sent[0][0] = 1;
+    Shm().instruments[15].sent[1][4094] = 2;
+    Shm().instruments[15].sent[1][4095] = 1;
+    std::string text;
+    for (const auto& one : ZceBoard::TakeInstruments(Shm(), 15)) {
+        text += std::to_string(one.table) + "/" + std::to_string(one.index) + " " + one.name +
+                (one.bSubscribed ? " yes " : " no ") + std::to_string(one.messages) + "\n";
+    }
+    EXPECT_EQ(text,
+              "0/1 CF301 yes 3\n"
+              "0/3 CF303 no 12345678901\n"
+              "1/4094 SPD-CF301&CF302? no 2\n"
+              "1/4095  no 1\n");
 }
 
 }  // namespace

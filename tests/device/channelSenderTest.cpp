@@ -87,4 +87,65 @@ TEST_F(Sender, AMessageThatFindsNoRoomIsDroppedAndItsNumberIsUsedUp) {
     EXPECT_EQ(next[12], 17) << "16 was dropped";
 }
 
+// What a sender with counts by instrument has counted: "table/index=count", in order.
+std::string Counted(const ZceBoard::InstrumentCounts& counts) {
+    std::string text;
+    for (size_t table = 0; table < counts.sent.size(); ++table) {
+        for (size_t index = 0; index < counts.sent[table].size(); ++index) {
+            const uint64_t count = counts.sent[table][index].load();
+            if (count != 0) {
+                text += std::to_string(table) + "/" + std::to_string(index) + "=" +
+                        std::to_string(count) + " ";
+            }
+        }
+    }
+    return text;
+}
+
+TEST_F(Sender, MessagesAreCountedByInstrument) {
+    const auto counts = std::make_unique<ZceBoard::InstrumentCounts>();
+    m_sender = CChannelSender(m_view, 11, counts.get());
+    ASSERT_TRUE(m_sender.IsOpen());
+    const auto send = [this](uint32_t type, uint8_t table, uint16_t index, uint32_t len) {
+        m_body.quote.ucTable = table;
+        m_body.quote.usIndex = index;
+        m_sender.SendMarketData(type, m_body, len);
+        Get();
+    };
+    send(17, 0, 0, 136);
+    send(19, 0, 0, 232);
+    send(18, 1, 4095, 136);
+    send(17, 0, 4096, 136);  // no table has such an entry
+    send(17, 2, 1, 136);     // nor is there such a table
+    EXPECT_EQ(Counted(*counts), "0/0=2 1/4095=1 ");
+    // What finds no room was not sent.
+    while (m_sender.Total().dropped == 0) {
+        m_body.quote = {};
+        m_body.quote.usIndex = 7;
+        m_sender.SendMarketData(20, m_body, 232);
+    }
+    EXPECT_EQ(Counted(*counts), "0/0=2 0/7=15 1/4095=1 ");
+}
+
+TEST_F(Sender, OfWholeMessagesThoseOfTheSoftwareBoardAreCountedByInstrument) {
+    const auto counts = std::make_unique<ZceBoard::InstrumentCounts>();
+    m_sender = CChannelSender(m_view, 11, counts.get());
+    ASSERT_TRUE(m_sender.IsOpen());
+    const auto send = [this](unsigned char type, unsigned char table, uint32_t size) {
+        std::vector<unsigned char> message(size, 0);
+        message[0] = type;
+        message[12 + 40] = 9;
+        message[12 + 42] = table;
+        ASSERT_TRUE(m_sender.SendWhole(message.data(), size));
+        EXPECT_EQ(Get().size(), size);
+    };
+    send(17, 0, 148);
+    send(20, 1, 244);
+    send(20, 0, 244);  // combinations are in the other table
+    send(17, 1, 148);
+    send(17, 0, 147);  // of another size than the software board's
+    send(2, 0, 148);
+    EXPECT_EQ(Counted(*counts), "0/9=1 1/9=1 ");
+}
+
 }  // namespace

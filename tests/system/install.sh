@@ -37,6 +37,20 @@ cmake -S "$work/app" -B "$work/app/build" -DCMAKE_PREFIX_PATH="$work/tree" >"$wo
 cmake --build "$work/app/build" >"$work/build.log" 2>&1 || { cat "$work/build.log"; exit 1; }
 
 PKG_CONFIG_PATH="$libdir/pkgconfig" pkg-config --exact-version=3.10.0 velazcemdapi
+for compiler in "g++ -std=c++11" "g++ -std=c++20" "clang++ -std=c++11" "clang++ -std=c++20"; do
+    # shellcheck disable=SC2046
+    $compiler -fsyntax-only -Wall -Wextra -Wpedantic -Wnon-virtual-dtor -Werror "$work/app/main.cpp" \
+        $(PKG_CONFIG_PATH="$libdir/pkgconfig" pkg-config --cflags velazcemdapi)
+done
+# The lines of examples/README.md, where the examples are installed.
+(
+    cd "$work/tree/share/doc/VelaZceMdApi/examples"
+    grep '^g++ .*velazcemdapi' README.md >"$work/lines"
+    PKG_CONFIG_PATH="$libdir/pkgconfig" sh -e "$work/lines"
+    for example in minimal zce-recv strategy-ring channels; do
+        [ -x "$example" ] || { echo "examples/README.md does not build $example"; exit 1; }
+    done
+)
 # shellcheck disable=SC2046
 g++ -std=c++11 -pedantic -Wall -Wextra -Werror "$work/app/main.cpp" -o "$work/app/plain" \
     $(PKG_CONFIG_PATH="$libdir/pkgconfig" pkg-config --cflags --libs velazcemdapi)

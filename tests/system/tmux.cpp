@@ -68,6 +68,10 @@ std::string Tmux::Screen() const {
     return screen + "\n";
 }
 
+std::string Tmux::ColouredScreen() const {
+    return Run("capture-pane -p -e");
+}
+
 bool Tmux::WaitFor(const std::string& text) const {
     return WaitUntil(text, true);
 }

@@ -21,6 +21,8 @@ class Tmux {
 
     // What stands on the screen, without blank lines at its end.
     std::string Screen() const;
+    // The same with the escape sequences that make its colours.
+    std::string ColouredScreen() const;
     // Until the screen holds `text`, or no longer does; false after 20 seconds.
     bool WaitFor(const std::string& text) const;
     bool WaitUntilGone(const std::string& text) const;

@@ -64,6 +64,22 @@ class TopScreen : public Top {
     }
     pid_t TopPid() const { return std::stoi(velatest::ReadFile(Path("terminal") + "/pid")); }
 
+    // The screen with its hint at the right end of the first line, however long the number of the
+    // board's process is.
+    std::string FixedScreen(const std::string& hint) const {
+        std::string screen = m_tmux->Screen();
+        EXPECT_EQ(screen.find('\n'), 80U);
+        screen = Fixed(screen);
+        const size_t place = screen.find(hint + "\n");
+        if (place == std::string::npos) {
+            ADD_FAILURE() << screen;
+            return screen;
+        }
+        const size_t width = place + hint.size();
+        return width < 80 ? screen.insert(place, 80 - width, ' ')
+                          : screen.erase(place - (width - 80), width - 80);
+    }
+
     // The screen belongs to the shell again.
     void ExpectEnded() const {
         EXPECT_TRUE(m_tmux->WaitFor("same terminal")) << m_tmux->Screen();
@@ -80,16 +96,7 @@ TEST_F(TopScreen, TheScreenIsThatOfTheDocs) {
     RunOnTerminal("--interval 0.1");
     // From the second look on there are rates, and with the board paused nothing changes.
     ASSERT_TRUE(m_tmux->WaitFor("  0/s  ")) << m_tmux->Screen();
-    // The hint stands at the right end, however long the process number is.
-    std::string screen = m_tmux->Screen();
-    EXPECT_EQ(screen.find('\n'), 80U);
-    screen = Fixed(screen);
-    const size_t hint = screen.find("q quits\n");
-    ASSERT_NE(hint, std::string::npos);
-    const size_t width = hint + std::string("q quits").size();
-    screen = width < 80 ? screen.insert(hint, 80 - width, ' ')
-                        : screen.erase(hint - (width - 80), width - 80);
-    velatest::ExpectDocsShow("zce-top", screen);
+    velatest::ExpectDocsShow("zce-top", FixedScreen("q quits"));
     m_tmux->Press("q");
     ExpectEnded();
 }
@@ -165,10 +172,67 @@ TEST_F(TopScreen, WhatIsPipedInIsNoKeyAlsoWhenTheSizeChanges) {
     ExpectEnded();
 }
 
-TEST_F(TopScreen, ATerminalThatIsNotKnownIsRefused) {
-    m_tmux->Type("clear; TERM=no-such '" ZCE_TOP_PROGRAM "'; echo status=$?");
-    EXPECT_TRUE(m_tmux->WaitFor("status=2")) << m_tmux->Screen();
-    EXPECT_THAT(m_tmux->Screen(), HasSubstr("zce-top: TERM: the terminal type \"no-such\" is not"));
+TEST_F(TopScreen, KeysLeadToTheInstrumentsOfAChannelAndBack) {
+    Trade();
+    RunOnTerminal("--interval 0.1");
+    ASSERT_TRUE(m_tmux->WaitFor("\n 3 open ")) << m_tmux->Screen();
+    m_tmux->Press("Down Down");
+    ASSERT_TRUE(m_tmux->WaitFor(" 3 <\n")) << m_tmux->Screen();
+    EXPECT_THAT(m_tmux->ColouredScreen(), HasSubstr("\033[7m 3\033[0m"));
+    m_tmux->Press("Enter");
+    ASSERT_TRUE(m_tmux->WaitFor("  0/s  ")) << m_tmux->Screen();
+    ASSERT_TRUE(m_tmux->WaitUntilGone("     -\n")) << m_tmux->Screen();
+    velatest::ExpectDocsShow("zce-top instruments", FixedScreen("q goes back"));
+    // What the page tells of each is what the channel has got.
+    Ctl({"step", "100"});
+    ASSERT_TRUE(m_tmux->WaitUntilGone(" messages 149 ")) << m_tmux->Screen();
+    uint64_t messages = 0;
+    for (const auto& [type, count] : Drain(3)) {
+        messages += count;
+    }
+    ASSERT_TRUE(m_tmux->WaitFor("  subscribed 3  messages " + std::to_string(messages) + "  "));
+    m_tmux->Press("Down");
+    ASSERT_TRUE(m_tmux->WaitFor("msg/s\nSR301            single          0       65      0\n"))
+        << m_tmux->Screen();
+    m_tmux->Press("0");
+    ASSERT_TRUE(m_tmux->WaitFor("channel 0  open  subscribed 4")) << m_tmux->Screen();
+    m_tmux->Press("Escape");
+    ASSERT_TRUE(m_tmux->WaitFor(" 4 <\n")) << m_tmux->Screen();
+    m_tmux->Press("Enter");
+    ASSERT_TRUE(m_tmux->WaitFor("channel 0  open")) << m_tmux->Screen();
+    m_tmux->Press("q q");
+    ExpectEnded();
+}
+
+TEST_F(TopScreen, ColourIsForWhatStandsOutUnlessNobodyWantsIt) {
+    constexpr const char* ALARM = "\033[31mlink-down value=6";
+    Ctl({"fault", "on", "link-down", "value=6"});
+    for (const char* setting : {"NO_COLOR=", "NO_COLOR=1", "TERM=vt100"}) {
+        m_tmux->Type(std::string("export ") + setting);
+        RunOnTerminal("--interval 600");
+        ASSERT_TRUE(m_tmux->WaitFor("q quits")) << m_tmux->Screen();
+        EXPECT_THAT(m_tmux->Screen(), HasSubstr("\nfaults  link-down value=6"));
+        const bool bColour = std::string(setting) == "NO_COLOR=";
+        EXPECT_EQ(m_tmux->ColouredScreen().find(ALARM) != std::string::npos, bColour) << setting;
+        EXPECT_EQ(m_tmux->ColouredScreen().find("\033[3") != std::string::npos, bColour) << setting;
+        m_tmux->Press("q");
+        ExpectEnded();
+        m_tmux->Type("unset NO_COLOR");
+    }
+}
+
+TEST_F(TopScreen, ATerminalThatCannotBeDrawnOnGetsPlainLines) {
+    for (const char* setting : {"TERM=no-such", "TERM=dumb", "-u TERM"}) {
+        m_tmux->Type("clear; env " + std::string(setting) +
+                     " '" ZCE_TOP_PROGRAM "' --interval 0.1; echo status=$?");
+        ASSERT_TRUE(m_tmux->WaitFor("  0/s  ")) << m_tmux->Screen();
+        ASSERT_TRUE(
+            m_tmux->WaitFor("\nfaults  none\n\nno channel was ever open\n\nzce-board bus 0, "))
+            << m_tmux->Screen();
+        EXPECT_THAT(m_tmux->Screen(), Not(HasSubstr("q quits")));
+        m_tmux->Press("C-c");
+        EXPECT_TRUE(m_tmux->WaitFor("status=0\n")) << m_tmux->Screen();
+    }
 }
 
 TEST_F(Top, IntoAPipeItPrintsPlainLinesAReportAnInterval) {
@@ -210,6 +274,15 @@ TEST_F(Top, OutputThatIsLostIsAnError) {
     }
 }
 
+TEST_F(Top, AReaderThatGoesIsAnError) {
+    Start();
+    Process top(
+        {"sh", "-c", "{ '" ZCE_TOP_PROGRAM "' --interval 0.1; echo status=$? >&2; } | true"},
+        Where("top"));
+    EXPECT_EQ(top.WaitEnd(), 0);
+    EXPECT_EQ(top.Output(), "zce-top: standard output: Broken pipe\nstatus=2\n");
+}
+
 TEST_F(Top, WithoutABoardItSaysSo) {
     const auto top = Run({"--bus", "5"});
     EXPECT_EQ(top->WaitEnd(), 2);
@@ -241,6 +314,9 @@ TEST_F(Top, AUsageErrorSaysWhichAndExits2) {
          "zce-top: --interval: Value 0 not in range 0.100000 to 3600.000000\n"},
         {{"now"}, "zce-top: The following argument was not expected: now\n"},
     };
+    const auto version = Run({"--version"});
+    EXPECT_EQ(version->WaitEnd(), 0);
+    EXPECT_EQ(version->Output(), "zce-top 3.10.0\n");
     for (const auto& [arguments, error] : cases) {
         const auto top = Run(arguments);
         EXPECT_EQ(top->WaitEnd(), 2);

@@ -12,7 +12,10 @@ using ZceBoard::BoardSnapshot;
 using ZceBoard::CTopHistory;
 using ZceBoard::FitScreen;
 using ZceBoard::ShortNumber;
-using ZceBoard::TopLines;
+using ZceBoard::TopLine;
+using ZceBoard::TopMark;
+using ZceBoard::TopSpan;
+using ZceBoard::TopView;
 
 constexpr int64_t SECOND = 1'000'000'000;
 
@@ -41,10 +44,41 @@ BoardSnapshot ABoard() {
     return board;
 }
 
+std::vector<std::string> TextsOf(const std::vector<TopLine>& lines) {
+    std::vector<std::string> texts;
+    for (const TopLine& line : lines) {
+        texts.push_back(line.text);
+    }
+    return texts;
+}
+
+std::vector<std::string> TopTexts(const TopView& view) {
+    return TextsOf(ZceBoard::TopLines(view));
+}
+
+std::vector<std::string> Fitted(const std::vector<std::string>& texts, size_t columns,
+                                size_t rows) {
+    return TextsOf(FitScreen({texts.begin(), texts.end()}, columns, rows));
+}
+
+// What stands out, and how: "!" alarm, "?" warning, "x" closed.
+std::vector<std::string> MarkedIn(const std::vector<TopLine>& lines) {
+    std::vector<std::string> marked;
+    for (const TopLine& line : lines) {
+        for (const TopSpan& span : line.spans) {
+            const char sign = span.mark == TopMark::Alarm     ? '!'
+                              : span.mark == TopMark::Warning ? '?'
+                                                              : 'x';
+            marked.push_back(sign + line.text.substr(span.begin, span.length));
+        }
+    }
+    return marked;
+}
+
 TEST(TopScreen, TheTextTellsTheBoardAndARowForEachChannelThatWasEverOpen) {
     CTopHistory history;
     EXPECT_THAT(
-        TopLines(history.Add(ABoard(), 0)),
+        TopTexts(history.Add(ABoard(), 0)),
         ElementsAre(
             "zce-board bus 2, process 4711",
             "2026-11-20 09:05:01.007  trading  going on  speed 1  live traffic",
@@ -66,7 +100,7 @@ TEST(TopScreen, WhatIsOutOfTheOrdinaryIsInCapitals) {
     board.faults = "link-down value=6, crash";
     CTopHistory history;
     history.Add(board, 0);
-    const auto lines = TopLines(history.Add(board, SECOND));
+    const auto lines = TopTexts(history.Add(board, SECOND));
     EXPECT_EQ(lines[1],
               "2026-11-20 09:05:01.007  trading  PAUSED  speed 0  replay traffic  NOT ANSWERING");
     EXPECT_EQ(lines[3],
@@ -74,10 +108,49 @@ TEST(TopScreen, WhatIsOutOfTheOrdinaryIsInCapitals) {
     EXPECT_EQ(lines[5], "faults  link-down value=6, crash");
 }
 
+TEST(TopScreen, NothingStandsOutOfABoardThatIsInOrder) {
+    BoardSnapshot board = ABoard();
+    board.channels[12] = {};
+    CTopHistory history;
+    history.Add(board, 0);
+    ++board.passes;
+    ++board.channels[0].sent[1];
+    EXPECT_THAT(MarkedIn(TopLines(history.Add(board, SECOND))), ElementsAre());
+}
+
+TEST(TopScreen, DropsFaultsSilenceAndClosedChannelsStandOut) {
+    BoardSnapshot board = ABoard();
+    board.bPaused = true;
+    board.bHeldInReset = true;
+    board.faults = "crash";
+    board.channels[3] = board.channels[0];
+    board.channels[4] = board.channels[0];
+    board.channels[4].subscribed = 0;
+    CTopHistory history;
+    // Without a look before there is no telling who gets nothing, and what is dropped just now.
+    EXPECT_THAT(MarkedIn(TopLines(history.Add(board, 0))),
+                ElementsAre("?PAUSED", "!HELD IN RESET", "!crash", "xclosed", "?  12.3M"));
+    ++board.channels[0].dropped;
+    ++board.channels[3].sent[4];
+    board.channels[3].dropped = 0;
+    EXPECT_THAT(MarkedIn(TopLines(history.Add(board, SECOND))),
+                ElementsAre("?PAUSED", "!NOT ANSWERING", "!HELD IN RESET", "!crash", "?     0",
+                            "!      1", "xclosed", "?  12.3M"));
+}
+
+TEST(TopScreen, WhatIsCutOffDoesNotStandOut) {
+    TopLine line("ab");
+    line.Append("cdef", TopMark::Alarm);
+    line.Append("gh", TopMark::Closed);
+    const auto screen = FitScreen({line}, 4, 1);
+    EXPECT_EQ(screen[0].text, "abc>");
+    EXPECT_THAT(screen[0].spans, ElementsAre(TopSpan{2, 2, TopMark::Alarm}));
+}
+
 TEST(TopScreen, ABoardWhoseChannelsWereNeverOpenSaysSo) {
     BoardSnapshot board = ABoard();
     board.channels = {};
-    EXPECT_THAT(TopLines(CTopHistory().Add(board, 0)).back(), "no channel was ever open");
+    EXPECT_THAT(TopTexts(CTopHistory().Add(board, 0)).back(), "no channel was ever open");
 }
 
 TEST(TopScreen, RatesAreWhatCameSinceTheLookBefore) {
@@ -94,7 +167,7 @@ TEST(TopScreen, RatesAreWhatCameSinceTheLookBefore) {
     EXPECT_EQ(view.rates->messages[0], 80U);
     EXPECT_EQ(view.rates->messages[12], 0U);
     EXPECT_EQ(view.rates->parsed, 151U);
-    const auto lines = TopLines(view);
+    const auto lines = TopTexts(view);
     EXPECT_EQ(lines[4], "parsed 5301  151/s  requests 8  resets board 1, core 3");
     EXPECT_EQ(lines[8],
               " 0 open       1     51   1100    200   3000    450     9     80       0  1230");
@@ -127,21 +200,21 @@ TEST(TopScreen, AllSixteenChannelsFitOnAnOrdinaryTerminal) {
     }
     CTopHistory history;
     history.Add(board, 0);
-    const auto lines = TopLines(history.Add(board, SECOND));
+    const auto lines = TopTexts(history.Add(board, SECOND));
     EXPECT_EQ(lines.size(), 24U);
-    EXPECT_EQ(FitScreen(lines, 80, 24), lines);
+    EXPECT_EQ(Fitted(lines, 80, 24), lines);
     EXPECT_EQ(lines[23],
               "15 open   4.29G  18.4E  18.4E  18.4E  18.4E  18.4E 18.4E      0   18.4E  8191");
 }
 
 TEST(TopScreen, WhatDoesNotFitIsCutAndSaidToBe) {
     const std::vector<std::string> lines{"abcdef", "abcde", "abcd", ""};
-    EXPECT_THAT(FitScreen(lines, 5, 4), ElementsAre("abcd>", "abcde", "abcd", ""));
-    EXPECT_THAT(FitScreen(lines, 20, 3), ElementsAre("abcdef", "abcde", "... 2 more lines"));
-    EXPECT_THAT(FitScreen(lines, 5, 3), ElementsAre("abcd>", "abcde", "... >"));
-    EXPECT_THAT(FitScreen(lines, 1, 1), ElementsAre(">"));
-    EXPECT_THAT(FitScreen(lines, 0, 2), ElementsAre("", ""));
-    EXPECT_THAT(FitScreen(lines, 5, 0), ElementsAre());
+    EXPECT_THAT(Fitted(lines, 5, 4), ElementsAre("abcd>", "abcde", "abcd", ""));
+    EXPECT_THAT(Fitted(lines, 20, 3), ElementsAre("abcdef", "abcde", "... 2 more lines"));
+    EXPECT_THAT(Fitted(lines, 5, 3), ElementsAre("abcd>", "abcde", "... >"));
+    EXPECT_THAT(Fitted(lines, 1, 1), ElementsAre(">"));
+    EXPECT_THAT(Fitted(lines, 0, 2), ElementsAre("", ""));
+    EXPECT_THAT(Fitted(lines, 5, 0), ElementsAre());
 }
 
 TEST(TopScreen, AHintStandsAtTheRightEndIfThereIsRoom) {

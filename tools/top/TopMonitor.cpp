@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <optional>
 
 #include "ctl/Snapshot.h"
 #include "memory/HostClock.h"
@@ -49,24 +50,29 @@ bool CTopMonitor::Attach() {
     }
     m_memory = std::move(memory);
     m_history = {};
+    m_instrumentHistory.Clear();
     m_lastLine.clear();
     return true;
 }
 
 bool CTopMonitor::Open() {
     CatchEndSignals();
-    const bool bScreen = !m_options.bOnce && isatty(STDOUT_FILENO) == 1;
-    m_output = bScreen ? MakeTerminal(m_error) : MakePlainOutput();
+    if (!m_options.bOnce && isatty(STDOUT_FILENO) == 1) {
+        m_output = MakeTerminal(m_error);
+    }
+    m_bScreen = m_output != nullptr;
+    if (!m_bScreen && m_error.empty()) {
+        m_output = MakePlainOutput();
+    }
     return m_output != nullptr;
 }
 
 // Until something ends it.
 void CTopMonitor::Watch() {
     while (m_memory != nullptr || AwaitBoard()) {
-        const std::vector<std::string> lines =
-            TopLines(m_history.Add(TakeSnapshot(m_memory->Shm()), RealNs()));
-        m_output->Show(lines);
-        if (m_options.bOnce || !AwaitNextLook(lines)) {
+        Look();
+        Show();
+        if (m_options.bOnce || !AwaitNextLook()) {
             return;
         }
         if (NoticeEnd() && !m_options.bWait) {
@@ -75,16 +81,39 @@ void CTopMonitor::Watch() {
     }
 }
 
+void CTopMonitor::Look() {
+    m_view = m_history.Add(TakeSnapshot(m_memory->Shm()), RealNs());
+    LookAtInstruments();
+}
+
+// Of the channel that is shown alone: the counts of the others need not be in anybody's memory.
+void CTopMonitor::LookAtInstruments() {
+    const std::optional<size_t> channel = m_pages.ShownChannel();
+    if (channel) {
+        m_instruments =
+            m_instrumentHistory.Add(*channel, TakeInstruments(m_memory->Shm(), *channel), RealNs());
+    } else {
+        m_instrumentHistory.Clear();
+        m_instruments.clear();
+    }
+}
+
+void CTopMonitor::Show() {
+    m_output->Show(m_bScreen ? m_pages.Page(m_view, m_instruments) : TopPage{TopLines(m_view), ""});
+}
+
 // Shows that there is no board until there is one. False: the end.
 bool CTopMonitor::AwaitBoard() {
-    const std::vector<std::string> lines{m_where + ": waiting for a board"};
+    const TopPage page{{m_where + ": waiting for a board"}, "q quits"};
     auto event = CTopOutput::Event::Redraw;
     while (!Attach()) {
         if (event == CTopOutput::Event::Redraw) {
-            m_output->Show(lines);
+            m_output->Show(page);
         }
-        event = m_output->Wait(LOOK_NS);
-        if (event == CTopOutput::Event::Quit || !m_error.empty()) {
+        TopKey key;
+        event = m_output->Wait(LOOK_NS, key);
+        if (event == CTopOutput::Event::Quit || key.kind == TopKey::Kind::Back ||
+            !m_error.empty()) {
             return false;
         }
     }
@@ -92,20 +121,39 @@ bool CTopMonitor::AwaitBoard() {
 }
 
 // False: the end.
-bool CTopMonitor::AwaitNextLook(const std::vector<std::string>& lines) {
+bool CTopMonitor::AwaitNextLook() {
     const int64_t end = RealNs() + m_intervalNs;
     for (int64_t left = m_intervalNs; left > 0; left = end - RealNs()) {
-        switch (m_output->Wait(left)) {
+        TopKey key;
+        switch (m_output->Wait(left, key)) {
             case CTopOutput::Event::Quit:
                 return false;
             case CTopOutput::Event::Redraw:
-                m_output->Show(lines);
+                Show();
+                break;
+            case CTopOutput::Event::Key:
+                if (!OnKey(key)) {
+                    return false;
+                }
                 break;
             case CTopOutput::Event::TimeUp:
                 break;
         }
     }
     return true;
+}
+
+// False: the end.
+bool CTopMonitor::OnKey(const TopKey& key) {
+    const std::optional<size_t> before = m_pages.ShownChannel();
+    const CTopPages::Answer answer = m_pages.OnKey(key, m_view, m_instruments.size());
+    if (m_pages.ShownChannel() != before) {
+        LookAtInstruments();
+    }
+    if (answer == CTopPages::Answer::Changed) {
+        Show();
+    }
+    return answer != CTopPages::Answer::Quit;
 }
 
 // Whether the board is gone, which is then noted.

@@ -6,7 +6,9 @@
 #include <vector>
 
 #include "ctl/CtlBoard.h"
+#include "top/TopInstruments.h"
 #include "top/TopOutput.h"
+#include "top/TopPages.h"
 #include "top/TopScreen.h"
 
 namespace ZceBoard {
@@ -31,7 +33,11 @@ class CTopMonitor {
     bool Open();
     void Watch();
     bool AwaitBoard();
-    bool AwaitNextLook(const std::vector<std::string>& lines);
+    bool AwaitNextLook();
+    bool OnKey(const TopKey& key);
+    void Look();
+    void LookAtInstruments();
+    void Show();
     bool NoticeEnd();
 
     TopOptions m_options;
@@ -40,6 +46,11 @@ class CTopMonitor {
     std::unique_ptr<CTopOutput> m_output;
     std::unique_ptr<CBoardMemory> m_memory;
     CTopHistory m_history;
+    TopView m_view;
+    CInstrumentHistory m_instrumentHistory;
+    std::vector<InstrumentRow> m_instruments;  // of the channel that is shown
+    CTopPages m_pages;
+    bool m_bScreen = false;
     std::string m_error;
     std::string m_noBoard;   // the words for there being none
     std::string m_lastLine;  // said when the terminal is a user's again

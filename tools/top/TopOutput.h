@@ -4,7 +4,8 @@
 #include <cstdint>
 #include <memory>
 #include <string>
-#include <vector>
+
+#include "top/TopPage.h"
 
 namespace ZceBoard {
 
@@ -16,23 +17,24 @@ class CTopOutput {
     CTopOutput(const CTopOutput&) = delete;
     CTopOutput& operator=(const CTopOutput&) = delete;
 
-    // Shows these lines and no others.
-    virtual void Show(const std::vector<std::string>& lines) = 0;
+    // Shows this page and nothing else.
+    virtual void Show(const TopPage& page) = 0;
 
     // Why what was shown is lost; empty: it is not.
     virtual std::string Fault() const { return ""; }
 
-    enum class Event { TimeUp, Redraw, Quit };
-    // Until `ns` of real time have passed or something else comes: the size has changed, or the
-    // user or a signal ends the monitor.
-    virtual Event Wait(int64_t ns) = 0;
+    enum class Event { TimeUp, Redraw, Key, Quit };
+    // Until `ns` of real time have passed or something else comes: the size has changed, the user
+    // has pressed `key`, or a signal ends the monitor.
+    virtual Event Wait(int64_t ns, TopKey& key) = 0;
 };
 
-// The whole terminal that standard output is, given back as it was when the object goes. Null with
-// `error` if it cannot be used.
+// The whole terminal that standard output is, given back as it was when the object goes. In colour
+// if it has any and NO_COLOR is not set. Null if it cannot be drawn on: nobody knows it, or it
+// lacks what that takes; or, with `error`, for another reason.
 std::unique_ptr<CTopOutput> MakeTerminal(std::string& error);
 
-// Standard output as a text: each Show is the lines and an empty one.
+// Standard output as a text: each Show is the page's lines and an empty one. No key is heard.
 std::unique_ptr<CTopOutput> MakePlainOutput();
 
 // Prints the text on standard output, at once. What went wrong; empty: nothing.

@@ -12,10 +12,10 @@ namespace {
 
 class CPlainOutput : public CTopOutput {
   public:
-    void Show(const std::vector<std::string>& lines) override {
+    void Show(const TopPage& page) override {
         std::string text;
-        for (const std::string& line : lines) {
-            text.append(line).append("\n");
+        for (const TopLine& line : page.lines) {
+            text.append(line.text).append("\n");
         }
         text.append("\n");
         m_fault = PrintText(text);
@@ -23,7 +23,7 @@ class CPlainOutput : public CTopOutput {
 
     std::string Fault() const override { return m_fault; }
 
-    Event Wait(int64_t ns) override {
+    Event Wait(int64_t ns, TopKey& /*key*/) override {
         WaitEnd end = WaitEnd::Interrupted;
         for (const int64_t until = RealNs() + ns; end == WaitEnd::Interrupted && m_fault.empty();) {
             end = WaitForInput(-1, std::max<int64_t>(until - RealNs(), 0));

@@ -6,15 +6,28 @@
 #include <term.h>
 #include <unistd.h>
 
+#include <cstdint>
+
 namespace ZceBoard {
 
-bool IsTerminalKnown() {
+namespace {
+
+// A capability that is no text at all is -1 as a pointer.
+bool Has(const char* capability) {
+    const char* const text = tigetstr(capability);
+    return text != nullptr && reinterpret_cast<intptr_t>(text) != -1;
+}
+
+}  // namespace
+
+bool CanDrawOnTerminal() {
     int error = 0;
     if (setupterm(nullptr, STDOUT_FILENO, &error) != OK) {
         return false;
     }
+    const bool bCan = Has("cup") && Has("clear");
     del_curterm(cur_term);
-    return true;
+    return bCan;
 }
 
 }  // namespace ZceBoard
