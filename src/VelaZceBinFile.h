@@ -50,6 +50,9 @@ class CTernBinFile {
     // 0, or -1 with the reason logged. Closes the file either way.
     int Intrade_CheckAndGetAllInstFromBin();
 
+    // Opens a file of another name, for the steps below: 0, or -1 with errno set. For programs that
+    // look at a file of any place and day.
+    int Intrade_OpenFile(const char* path);
     // The steps of Intrade_CheckAndGetAllInstFromBin, on the open file: whether the end tag is
     // there; the creation time (0, or -1 if there is none); whether that time is of this session (0
     // or -1); the loading itself (0, or -1 if the file cannot be read).

@@ -74,6 +74,12 @@ int CTernBinFile::Intrade_CheckAndGetAllInstFromBin() {
     return iRet;
 }
 
+int CTernBinFile::Intrade_OpenFile(const char* path) {
+    CloseFile();
+    m_fp = std::fopen(path, "r");
+    return m_fp == nullptr ? -1 : 0;
+}
+
 int CTernBinFile::CheckAndLoad() {
     if (!Intrade_IsBinComplete()) {
         // Names the time's prefix, not the end tag it misses: deliberate.

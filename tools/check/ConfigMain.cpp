@@ -1,0 +1,106 @@
+#include <CLI/CLI.hpp>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "check/Commands.h"
+#include "check/Report.h"
+#include "program/Program.h"
+
+namespace ZceCheck {
+
+namespace {
+
+constexpr unsigned LAST_BUS = 9;
+
+struct Options {
+    std::string file;
+    std::string instruments;
+    std::string bin;
+    std::optional<unsigned> board;
+    bool bJson = false;
+    bool bLog = false;
+};
+
+int NotDone(const std::string& reason) {
+    fprintf(stderr, "zce-check: %s\n", reason.c_str());
+    return ZceProgram::EXIT_NOT_DONE;
+}
+
+void AddOptions(CLI::App& app, Options& options) {
+    app.add_option("CONFIG", options.file, "The configuration file")->required();
+    auto* const source = app.add_option_group(
+        "Instruments", "What the rules are tried on; without one of these, nothing");
+    source->add_option("--instruments", options.instruments,
+                       "A file with one instrument a line, or \"index,type,name\"; -: standard "
+                       "input");
+    source->add_option("--bin", options.bin, "A cache file of the library");
+    source->add_option("--board", options.board, "The tables of the zce-board on this bus")
+        ->check(CLI::Range(0U, LAST_BUS));
+    source->require_option(0, 1);
+    app.add_flag("--json", options.bJson, "Print one JSON object");
+    app.add_flag("--log", options.bLog, "Print what the library logs, on standard error");
+    app.footer("Exit status: 0 fine, 1 warnings, 2 errors and whatever could not be done.");
+}
+
+// False: `error` says why.
+bool ReadFile(const std::string& path, std::string& text, std::string& error) {
+    const std::unique_ptr<FILE, int (*)(FILE*)> file(fopen(path.c_str(), "r"), [](FILE* opened) {
+        return opened == nullptr ? 0 : fclose(opened);
+    });
+    char piece[4096];
+    size_t got = 0;
+    while (file && (got = fread(piece, 1, sizeof(piece), file.get())) != 0) {
+        text.append(piece, got);
+    }
+    if (!file || ferror(file.get()) != 0) {
+        error = path + ": " + std::strerror(errno);
+        return false;
+    }
+    return true;
+}
+
+bool ReadNames(const Options& options, InstrumentNames& names, std::string& error) {
+    if (options.board) {
+        return ReadBoardTables(*options.board, names, error);
+    }
+    return options.bin.empty() ? ReadNameList(options.instruments, names, error)
+                               : ReadBinFile(options.bin, names, error);
+}
+
+}  // namespace
+
+int ConfigMain(int argc, const char* const* argv) {
+    CLI::App app{
+        "Says what a configuration file of the library will do, before the session: what each "
+        "channel gets, how the feeds are set up, and what is wrong with it.",
+        "zce-check"};
+    Options options;
+    AddOptions(app, options);
+    if (const auto status = ZceProgram::ReadCommandLine(app, argc, argv)) {
+        return *status;
+    }
+    std::string text;
+    std::string error;
+    if (!ReadFile(options.file, text, error)) {
+        return NotDone(error);
+    }
+    const bool bNames = options.board || !options.bin.empty() || !options.instruments.empty();
+    InstrumentNames names;
+    if (bNames && !ReadNames(options, names, error)) {
+        return NotDone(error);
+    }
+    const CheckResult result =
+        CheckFile(options.file, text, bNames ? &names : nullptr, options.bLog);
+    if (options.bLog) {
+        fputs(result.library.log.c_str(), stderr);
+    }
+    const std::string report = options.bJson ? JsonReport(result) : TextReport(result);
+    fwrite(report.data(), 1, report.size(), stdout);
+    return result.Status();
+}
+
+}  // namespace ZceCheck
