@@ -29,7 +29,7 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/velazcemdapi.pc
 # The recorder stands in front of either library.
 install(TARGETS zce-record LIBRARY DESTINATION ${VELAZCE_BOARD_LIBDIR})
 install(FILES tools/wireshark/zce.lua DESTINATION ${CMAKE_INSTALL_DATADIR}/zce-board)
-install(TARGETS zce-check RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(TARGETS zce-bin zce-check RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 if(NOT ENYX_HW_LIBRARY)
   # In the export set so that CMake finds it when an application is linked; its own place is not in
   # any search path.

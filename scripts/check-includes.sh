@@ -99,7 +99,7 @@ examples            include board/include
 bench               include board/include device exchange memory capture src/*
 fuzz                include src/* process traffic device exchange memory capture board/include tests/support
 tests/support       include src/*
-tests/unit          include src/* tests/support
+tests/unit          include src/* tests/support tools/check:WhenStart.h
 tests/differential  include src/* tests/support
 tests/anomaly       include src/* tests/support
 tests/capture       capture tests/support
