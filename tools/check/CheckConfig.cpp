@@ -102,8 +102,8 @@ void CheckAddress(CheckResult& result, const std::string& key, char separator,
     const bool bMac = separator == ':';
     result.findings.Add(
         bMac ? Code::BadMac : Code::BadIp, place,
-        fmt::format("\"{}\" is no {} address: the board gets {}, and counts it as one of the six",
-                    Shown(place.value), bMac ? "MAC" : "IPv4", *written),
+        fmt::format("it is no {} address: the board gets {}, and counts it as one of the six",
+                    bMac ? "MAC" : "IPv4", *written),
         bMac ? "write six hexadecimal bytes, as 01:00:5e:01:01:05"
              : "write four numbers from 0 to 255, as 239.1.1.5");
 }
@@ -219,16 +219,13 @@ void CheckDeviceText(CheckResult& result) {
     const Place place = PlaceOf(result, CONFIG, "device");
     if (result.library.Value(CONFIG, "device") == nullptr) {
         result.findings.Add(Code::DeviceMissing, place,
-                            "[config] has no device: the start fails, and the process ends",
-                            DeviceHint());
+                            "there is none: the start fails, and the process ends", DeviceHint());
         return;
     }
     if (!result.library.bStarts) {
-        result.findings.Add(
-            Code::BadDevice, place,
-            fmt::format("\"{}\" names no board and channel: the start fails, and the process ends",
-                        Shown(place.value)),
-            DeviceHint());
+        result.findings.Add(Code::BadDevice, place,
+                            "it names no board and channel: the start fails, and the process ends",
+                            DeviceHint());
         return;
     }
     const bool bCapitals = std::any_of(place.value.begin(), place.value.end(),

@@ -208,7 +208,7 @@ void CheckKey(const IniKey& entry, CheckResult& result) {
                             "take it away, or see docs/configuration.md for the keys there are");
     } else {
         result.findings.Add(Code::MisspeltKey, place, said,
-                            fmt::format("did you mean {}?", Listed(near, " or ")));
+                            fmt::format("did you mean {}?", near[0]));
     }
 }
 

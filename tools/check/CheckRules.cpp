@@ -61,8 +61,10 @@ class CItemCheck {
         const bool bAll = Vela2_U50::FindAllTag(item);
         if (bAll && Lowered(item) != "all") {
             Add(Code::AllInWord,
-                fmt::format("there is \"all\" in {}: the channel gets everything", Shown(item)),
-                "write all if that is meant; no class has these letters in it");
+                fmt::format("there is \"all\" in {}: the channel gets every future, and every "
+                            "option with options = recv",
+                            Shown(item)),
+                "write all if that is meant, or take the item away");
         }
         if (bAll) {
             return;
@@ -184,11 +186,9 @@ void CheckSwitch(const std::string& section, const char* key, CheckResult& resul
     const bool bMeant = (lowered.starts_with("rec") && lowered != "recvno") || lowered == "yes" ||
                         lowered == "1" || lowered == "on" || lowered == "true" ||
                         lowered == "all" || lowered == "enabled";
-    result.findings.Add(
-        bMeant ? Code::NotRecv : Code::OddSwitch, PlaceOf(result, section, key),
-        fmt::format("\"{}\" counts as norecv: only the exact word recv asks for them",
-                    Shown(*value)),
-        bMeant ? "write recv" : "write recv or norecv");
+    result.findings.Add(bMeant ? Code::NotRecv : Code::OddSwitch, PlaceOf(result, section, key),
+                        "it counts as norecv: only the exact word recv asks for them",
+                        bMeant ? "write recv" : "write recv or norecv");
 }
 
 bool CanSelect(const ZceSubsInfo_t& rules) {
@@ -215,10 +215,12 @@ unsigned LastRead(const Understood& library) {
 
 void CheckMissing(unsigned channel, CheckResult& result) {
     const std::string section = ChannelSection(channel);
+    const std::string later =
+        channel + 1 == CHANNELS
+            ? ""
+            : fmt::format(", and channels {} to {} get nothing", channel + 1, CHANNELS - 1);
     result.findings.Add(Code::OptionsMissing, PlaceOf(result, section, "insts"),
-                        fmt::format("insts without options: the reading of the rules ends here, "
-                                    "and channels {} to 15 get nothing",
-                                    channel + 1),
+                        "there is no options beside it: the reading of the rules ends here" + later,
                         fmt::format("add options = recv or options = norecv to [{}]", section));
     for (const char* const key : {"ips", "spd"}) {
         if (const std::string* value = result.library.Value(section, key);
