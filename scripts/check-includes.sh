@@ -99,7 +99,7 @@ examples            include board/include
 bench               include board/include device exchange memory capture src/*
 fuzz                include src/* process traffic device exchange memory capture board/include tests/support
 tests/support       include src/*
-tests/unit          include src/* tests/support
+tests/unit          include src/* tests/support tools/check:WhenStart.h
 tests/differential  include src/* tests/support
 tests/anomaly       include src/* tests/support
 tests/capture       capture tests/support
@@ -161,7 +161,7 @@ awk -v rooms="$(rooms)" -v table="$(table)" -v excuses="$(excused)" -v files="$(
         if ((path = folder(from) name) in there) return path
         for (k in bare) {
             if ((path = bare[k] name) in there) {
-                if (bare[k] == "src/" && from !~ /^(src|bench|fuzz|tests\/(unit|support|device|differential|anomaly|system))\//) continue
+                if (bare[k] == "src/" && from !~ /^(src|bench|fuzz|tools\/(check|bin)|tests\/(bin|check|unit|support|device|differential|anomaly|system))\//) continue
                 if (bare[k] == "tests/support/" && from !~ /^(tests|fuzz)\//) continue
                 return path
             }
@@ -199,6 +199,7 @@ awk -v rooms="$(rooms)" -v table="$(table)" -v excuses="$(excused)" -v files="$(
         split("memory vendor exchange device traffic ctl process", word, " ")
         for (k in word) named[word[k]] = "board/" word[k] "/"
         named["capture"] = "capture/"; named["record"] = "tools/record/"; named["top"] = "tools/top/"
+        named["check"] = "tools/check/"; named["bin"] = "tools/bin/"
         split("DataType DrvEnyx log Utils", word, " ")
         for (k in word) named[word[k]] = "src/" word[k] "/"
         # What is included by its name alone: the public headers, in src/ and its tests what lies at

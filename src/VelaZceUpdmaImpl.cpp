@@ -15,6 +15,7 @@
 #include "DataType/ZceConfigFile.h"
 #include "DataType/ZceFpgaServ.h"
 #include "DataType/ZceRegMap.h"
+#include "DataType/ZceStartRules.h"
 #include "DrvEnyx/IDrv.h"
 #include "DrvEnyx/drvFactory.h"
 #include "Utils/calendar.h"
@@ -33,26 +34,6 @@ namespace {
 
 // What the stream driver's open record carries in its middle reserved field.
 constexpr unsigned int g_uiDmaReserved1 = 64;
-
-// Times of day (hhmmss, both bounds inclusive) at which a board of today's date is reset all the
-// same; where bStandStill is set only if its parse counters stand still. Tried in this order:
-// reading the counters takes seconds, so they are not looked at before their row is reached.
-struct RstWindow_t {
-    unsigned int uiBegin;
-    unsigned int uiEnd;
-    bool bStandStill;
-};
-constexpr RstWindow_t g_arrRstWindows[] = {
-    {0, 80000, false},       {90000, 101450, true},  {103000, 113000, true},
-    {133000, 160000, true},  {210000, 233000, true}, {160000, 201500, false},
-    {233000, 235959, false},
-};
-
-// The call auction is over from ten seconds after its end on; the width is one of hhmmss numbers.
-constexpr unsigned int g_uiDayExpireBegin = 85510;     // to 93000
-constexpr unsigned int g_uiNightExpireBegin = 205510;  // to 213000
-constexpr unsigned int g_uiExpireWidth = 7490;
-constexpr unsigned int g_uiLastDayTime = 145959;
 
 }  // namespace
 
@@ -125,12 +106,8 @@ int CZceDmaChanImpl::ChkAndRst() {
     if (!m_pFpgaServ->bDataEqual(uiFpgaDate, uiSysDate)) {
         return 0;
     }
-    for (const RstWindow_t& window : g_arrRstWindows) {
-        if (window.uiBegin <= uiTime && uiTime <= window.uiEnd &&
-            (!window.bStandStill || m_pFpgaServ->FpgaCounterEqual())) {
-            ResetAndClear();
-            break;
-        }
+    if (Vela2_U50::ZceIsResetDue(uiTime, [this] { return m_pFpgaServ->FpgaCounterEqual(); })) {
+        ResetAndClear();
     }
     return 0;
 }
@@ -240,9 +217,7 @@ bool CZceDmaChanImpl::IsCallTimeExpired() {
     // A first clock that has not moved since then is not fed: the second one counts.
     const unsigned int uiTime = uiTimeA == s_uiFirstTm ? uiTimeB : uiTimeA;
     const unsigned int uiNow = VORBA2::LocalNow().value_or(VORBA2::LocalMoment_t{}).time;
-    const unsigned int uiBegin =
-        uiNow > g_uiLastDayTime ? g_uiNightExpireBegin : g_uiDayExpireBegin;
-    if (uiTime < uiBegin || uiTime - uiBegin > g_uiExpireWidth) {
+    if (!Vela2_U50::ZceIsAuctionOver(uiTime, uiNow)) {
         return false;
     }
     g_uiContractSettleTm = uiTime;

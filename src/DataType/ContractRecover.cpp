@@ -1,6 +1,7 @@
 #include "DataType/ContractServ.h"
 #include "DataType/ZceFpgaServ.h"
 #include "DataType/ZceNumbers.h"
+#include "DataType/ZceStartRules.h"
 #include "Utils/calendar.h"
 #include "Utils/clockSeam.h"
 #include "VelaZceBinFile.h"
@@ -10,21 +11,8 @@ namespace Vela2_U50 {
 
 namespace {
 
-constexpr unsigned int g_uiBinResetWaitSeconds = 120;
 constexpr unsigned int g_uiWaitStepSeconds = 10;
 constexpr unsigned int g_uiSecondsPerMinute = 60;
-// What a board that was reset gets to gather the exchange's broadcast.
-constexpr unsigned int g_uiResetWaitMinutes = 4;
-constexpr unsigned int g_uiBreakWaitMinutes = 20;
-// The host's time and the board's time that mean the morning break, bounds inclusive.
-constexpr unsigned int g_uiMorningBegin = 90001;
-constexpr unsigned int g_uiMorningEnd = 119999;
-constexpr unsigned int g_uiBreakBegin = 101450;
-constexpr unsigned int g_uiBreakEnd = 103000;
-
-bool IsWithin(unsigned int value, unsigned int first, unsigned int last) {
-    return value >= first && value <= last;
-}
 
 }  // namespace
 
@@ -34,7 +22,7 @@ int CContractServ::RecoverAllInst() {
         // The wait stands although the board's tables are not read here. Deliberate.
         if (m_pFpgaServ->bIsReseted()) {
             LOG_INFO("We wait for fpga gather enough inst, please wait 120 second...");
-            VORBA2::Clock::SleepSeconds(g_uiBinResetWaitSeconds);
+            VORBA2::Clock::SleepSeconds(ZCE_BIN_RESET_WAIT_SECONDS);
         }
         LOG_INFO("Bin inst count:%u", Count(m_mapInst));
     } else {
@@ -63,12 +51,7 @@ bool CContractServ::RecoverInstsFromFpga() {
 unsigned int CContractServ::GetExpireTime() {
     const unsigned int now = VORBA2::LocalNow().value_or(VORBA2::LocalMoment_t{}).time;
     const unsigned int boardTime = m_pFpgaServ->GetRealTime();
-    const bool inBreak = IsWithin(now, g_uiMorningBegin, g_uiMorningEnd) &&
-                         IsWithin(boardTime, g_uiBreakBegin, g_uiBreakEnd);
-    unsigned int minutes = 0;
-    if (m_pFpgaServ->bIsReseted()) {
-        minutes = inBreak ? g_uiBreakWaitMinutes : g_uiResetWaitMinutes;
-    }
+    const unsigned int minutes = ZceExpireMinutes(now, boardTime, m_pFpgaServ->bIsReseted());
     LOG_INFO("Expire time %u minute.", minutes);
     return minutes;
 }

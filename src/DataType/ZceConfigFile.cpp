@@ -30,7 +30,6 @@ constexpr const char* g_szKeyCpuCore = "config:cpucore";
 constexpr const char* g_szKeyLevel1 = "config:czce_level1";
 constexpr const char* g_szKeyLevel2 = "config:czce_level2";
 constexpr std::string_view g_strDevicePrefix = "xilinx";
-constexpr int g_iNoCpuCore = -1;
 
 // What is said of a feed switch word, which is the index.
 struct FeedReport_t {
@@ -64,6 +63,13 @@ bool ParseDevice(const std::string& device, unsigned int& bus, unsigned int& cha
             static_cast<int>(std::clamp<long>(numbers[number], INT_MIN, INT_MAX)));
     }
     return read == numbers.size();
+}
+
+int IntOf(const dictionary* loaded, const char* key, int absent) {
+    // A section of the key's name is an entry without a value, which iniparser_getint would follow.
+    return iniparser_getstring(loaded, key, nullptr) == nullptr
+               ? absent
+               : iniparser_getint(loaded, key, absent);
 }
 
 // A feed's switch: only this exact text turns the feed off.
@@ -118,8 +124,7 @@ const char* CZceConfigFile::GetString(const std::string& key) const {
 }
 
 int CZceConfigFile::GetInt(const char* key, int absent) const {
-    // A section of the key's name is an entry without a value, which iniparser_getint would follow.
-    return GetString(key) == nullptr ? absent : iniparser_getint(m_pDict, key, absent);
+    return IntOf(m_pDict, key, absent);
 }
 
 unsigned int CZceConfigFile::GetDmaChannel() {
@@ -154,10 +159,14 @@ unsigned int CZceConfigFile::GetBusId() {
     return m_uiBusId;
 }
 
+int ZceCpuCoreOf(const dictionary* loaded) {
+    return IntOf(loaded, g_szKeyCpuCore, ZCE_NO_CPU_CORE);
+}
+
 void CZceConfigFile::BindCpu() {
     const int channel = static_cast<int>(m_uiChannel);
-    const int cpu = GetInt(g_szKeyCpuCore, g_iNoCpuCore);
-    if (cpu == g_iNoCpuCore) {
+    const int cpu = ZceCpuCoreOf(m_pDict);
+    if (cpu == ZCE_NO_CPU_CORE) {
         LOG_INFO("[channel:%d] Doesn't need to bind cpu.", channel);
         return;
     }

@@ -12,6 +12,10 @@ class IDrv;
 
 namespace Vela2_U50 {
 
+// config:cpucore of a loaded file (null: of none); ZCE_NO_CPU_CORE if no CPU is asked for.
+constexpr int ZCE_NO_CPU_CORE = -1;
+int ZceCpuCoreOf(const dictionary* loaded);
+
 struct ZceNetGroup_t;
 
 // The INI file of a receiving process, and what it says for the process's DMA channel.

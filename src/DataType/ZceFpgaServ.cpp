@@ -11,6 +11,7 @@
 #include "DataType/ZceConfigFile.h"
 #include "DataType/ZceNumbers.h"
 #include "DataType/ZceOrdered.h"
+#include "DataType/ZceStartRules.h"
 #include "DrvEnyx/IDrv.h"
 #include "Utils/calendar.h"
 #include "Utils/clockSeam.h"
@@ -24,19 +25,11 @@ namespace {
 // A channel bit mask wraps its shift count at the width of a register, deliberately.
 constexpr unsigned int g_uiMaskShiftNum = 32;
 
-// The parse counters stand still if so many further readings, so far apart, equal the first one.
-constexpr unsigned int g_uiCounterChecks = 2;
-constexpr unsigned int g_uiCounterCheckSeconds = 1;
-constexpr unsigned int g_uiResetSeconds = 1;  // how long the reset is asserted
-
 // Address of word 0 of entry 4095: clearing and unsubscribing end there, inclusive.
 constexpr unsigned int g_uiLastEntryAddr = 0x3FFC0;
 // The unsubscription of all entries is repeated, deliberately.
 constexpr unsigned int g_uiUnsubsPasses = 6;
 
-// The board's time is relied on when its hhmmss number and the host's differ by at most 1799
-// (the difference of the numbers, not seconds).
-constexpr unsigned int g_uiTimeDiffMax = 1799;
 constexpr unsigned int g_uiTimeFail = 0xFFFFFFFF;
 
 const ZceTableRegs_t& TableRegs(std::uint8_t type) {
@@ -130,10 +123,7 @@ unsigned int CZceFpgaServ::GetRealTime() {
         LOG_INFO("[channel:%d] Current fpga time:%u. system time:%u.",
                  static_cast<int>(m_uiChannel), boardTime, now);
     }
-    // Without a board time the same comparison is made with 0, so that the first minutes after
-    // midnight give 0. Deliberate.
-    const bool near = boardTime - now + g_uiTimeDiffMax <= 2 * g_uiTimeDiffMax;
-    const unsigned int result = near ? boardTime : now;
+    const unsigned int result = ZceTimeToRelyOn(boardTime, now);
     LOG_INFO("System time:%u.", result);
     return result;
 }
@@ -154,8 +144,8 @@ bool CZceFpgaServ::FpgaCounterEqual() {
     }
     const Counters_t first = ReadCounters();
     bool equal = true;
-    for (unsigned int check = 0; check < g_uiCounterChecks; ++check) {
-        VORBA2::Clock::SleepSeconds(g_uiCounterCheckSeconds);
+    for (unsigned int check = 0; check < ZCE_COUNTER_CHECKS; ++check) {
+        VORBA2::Clock::SleepSeconds(ZCE_COUNTER_CHECK_SECONDS);
         // Read whatever the reading before has shown.
         const Counters_t again = ReadCounters();
         equal = equal && again == first;
@@ -187,7 +177,7 @@ void CZceFpgaServ::ResetFpga() {
         return;
     }
     m_pDrv->WriteInt32_Log(ZCE_REG_RESET, ZCE_RESET_ASSERT);
-    VORBA2::Clock::SleepSeconds(g_uiResetSeconds);
+    VORBA2::Clock::SleepSeconds(ZCE_RESET_SECONDS);
     m_pDrv->WriteInt32_Log(ZCE_REG_RESET, ZCE_RESET_RELEASE);
     ClearAllInstTable();
     m_bReseted = true;

@@ -23,8 +23,6 @@
 namespace {
 
 constexpr std::size_t g_uiBusCount = 10;
-// What the board needs after the reset of its root core.
-constexpr unsigned int g_uiRootResetSeconds = 1;
 // The register space in which the cores are: the accelerator's first.
 constexpr std::uint32_t g_uiMmioIndex = 0;
 
@@ -162,7 +160,7 @@ enyx_hw_core* DiscoverRoot(unsigned short bus) {
     // Whether it has a result at all is not known: the core is there, and is used.
     (void)enyx_hw_core_reset(root);
     // Still under the lock: nobody may use the core before it is ready.
-    VORBA2::Clock::SleepSeconds(g_uiRootResetSeconds);
+    VORBA2::Clock::SleepSeconds(ZCE_ROOT_RESET_SECONDS);
     return root;
 }
 

@@ -13,6 +13,9 @@ struct enyx_hw_core;
 // The accelerator of the bus index, or null. It lives as long as the process.
 enyx_hw_accelerator* DrvEnyxCoreGetAcc(unsigned short bus);
 
+// What the board needs after the reset of its root core.
+constexpr unsigned int ZCE_ROOT_RESET_SECONDS = 1;
+
 // Fills up to `capacity` handles of the cores with the hardware id `coreId` into `cores` and
 // returns how many the library reports (0: none has the id), or -1. The first call for a bus resets
 // its root core and sleeps for one second; so does the first one after a DrvEnyxVarClear.

@@ -20,6 +20,9 @@ struct LocalMoment_t {
 // caller's to decide: it is no date, and not midnight. Any thread may ask.
 std::optional<LocalMoment_t> LocalNow();
 
+// Whether the exchange trades at this time of day (hhmmss), as ZceIsInTradeTime has it.
+bool IsTradeTime(unsigned int time);
+
 // ZceIsInTradeTime, but nothing if the host cannot tell its local time. Any thread.
 std::optional<bool> IsInTradeTimeNow();
 

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "Utils/envCheck.h"
 #include "VelaZceUtils.h"
 
 namespace {
@@ -25,7 +26,6 @@ constexpr char g_szEDriverCmd[] = "lsmod | grep hfp";
 constexpr char g_szServerName[] = "QyDeliverDmaServer";
 constexpr char g_szVersion[] = "3.10.0";
 
-constexpr std::size_t g_uiNoteBytes = 256;
 constexpr std::size_t g_uiServerCmdBytes = 128;
 constexpr int g_iBoardLineBytes = 256;
 constexpr int g_iProcessLineBytes = 2048;
@@ -73,20 +73,22 @@ bool IsServerItself() {
                         std::strlen(g_szServerName)) == 0;
 }
 
-int RequireDriver(bool isInstalled, const char* complaint) {
-    if (isInstalled) {
-        return 0;
+// The complaint and -1 if what is asked for is not there.
+VORBA2::EnvVerdict_t RequireDriver(bool isInstalled, const char* complaint) {
+    VORBA2::EnvVerdict_t verdict;
+    if (!isInstalled) {
+        verdict.result = -1;
+        std::snprintf(verdict.text, sizeof(verdict.text), "%s\n", complaint);
     }
-    std::puts(complaint);
-    return -1;
+    return verdict;
 }
 
-void WarnOfMissingDrivers() {
+VORBA2::EnvVerdict_t WarnOfMissingDrivers() {
     const char* missingE = IsEDriverInstalled() ? "" : "Attention! the E driver not installed!";
     const char* missingXi = IsXiDriverInstalled() ? "" : "Attention! the Xi driver not installed!";
-    char note[g_uiNoteBytes];
-    std::snprintf(note, sizeof(note), "%s%s", missingE, missingXi);
-    std::printf("%s \n", note);
+    VORBA2::EnvVerdict_t verdict;
+    std::snprintf(verdict.text, sizeof(verdict.text), "%s%s \n", missingE, missingXi);
+    return verdict;
 }
 
 }  // namespace
@@ -116,14 +118,13 @@ bool IsEDriverInstalled() {
     return CCommandOutput(g_szEDriverCmd).IsOpen();  // deliberately without a look at the output
 }
 
-int CheckBeforeRun() {
+VORBA2::EnvVerdict_t VORBA2::JudgeEnvironment() {
     const unsigned int environment = CheckEnvBoard();
     switch (environment) {
         case NO_BOARD:
-            std::puts(
-                "Unable to recongnize fpga board! if there indeed exist fpga board, firmware maybe "
-                "error.");
-            return -1;
+            return RequireDriver(false,
+                                 "Unable to recongnize fpga board! if there indeed exist fpga "
+                                 "board, firmware maybe error.");
         case ONE_E_BOARD:
         case SEVERAL_E_BOARDS:
             return RequireDriver(IsEDriverInstalled(),
@@ -135,12 +136,20 @@ int CheckBeforeRun() {
                                  "There exist Xi board, but the Xi driver not installed, please "
                                  "install first.");
         case BOTH_KINDS:
-            WarnOfMissingDrivers();
-            return 0;
-        default:
-            std::printf("Unsupport board type.%d\n", static_cast<int>(environment));
-            return 0;
+            return WarnOfMissingDrivers();
+        default: {
+            EnvVerdict_t verdict;
+            std::snprintf(verdict.text, sizeof(verdict.text), "Unsupport board type.%d\n",
+                          static_cast<int>(environment));
+            return verdict;
+        }
     }
+}
+
+int CheckBeforeRun() {
+    const VORBA2::EnvVerdict_t verdict = VORBA2::JudgeEnvironment();
+    std::fputs(verdict.text, stdout);
+    return verdict.result;
 }
 
 bool IsProdProgRunning() {

@@ -1,3 +1,5 @@
+#include <algorithm>
+#include <iterator>
 #include <optional>
 
 #include "Utils/calendar.h"
@@ -15,17 +17,15 @@ constexpr Session_t g_arrSessions[] = {{90001, 149999}, {210001, 232999}};
 
 }  // namespace
 
+bool VORBA2::IsTradeTime(unsigned int time) {
+    return std::any_of(
+        std::begin(g_arrSessions), std::end(g_arrSessions),
+        [time](const Session_t& session) { return session.first <= time && time <= session.last; });
+}
+
 std::optional<bool> VORBA2::IsInTradeTimeNow() {
     const std::optional<VORBA2::LocalMoment_t> now = VORBA2::LocalNow();
-    if (!now) {
-        return std::nullopt;
-    }
-    for (const Session_t& session : g_arrSessions) {
-        if (now->time >= session.first && now->time <= session.last) {
-            return true;
-        }
-    }
-    return false;
+    return now ? std::optional<bool>(VORBA2::IsTradeTime(now->time)) : std::nullopt;
 }
 
 bool ZceIsInTradeTime() {

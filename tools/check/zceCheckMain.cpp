@@ -1,5 +1,7 @@
+#include <algorithm>
 #include <cstdio>
 #include <exception>
+#include <string_view>
 
 #include "check/Commands.h"
 #include "program/Program.h"
@@ -8,7 +10,22 @@
 
 namespace {
 
+bool HasArgument(int argc, const char* const* argv, std::string_view argument) {
+    return std::any_of(argv + 1, argv + std::max(argc, 1),
+                       [argument](const char* given) { return given == argument; });
+}
+
 int Main(int argc, const char* const* argv) {
+    const std::string_view command = argc > 1 ? argv[1] : "";
+    if (command == "host") {
+        return ZceCheck::HostMain(argc - 1, argv + 1);
+    }
+    if (command == "vendor") {
+        return ZceCheck::VendorMain(argc - 1, argv + 1);
+    }
+    if (HasArgument(argc, argv, "--when")) {
+        return ZceCheck::WhenMain(argc, argv);
+    }
     return ZceCheck::ConfigMain(argc, argv);
 }
 

@@ -3,7 +3,9 @@
 // its own, so that they run beside each other.
 
 #include <cstdio>
+#include <numeric>
 
+#include "check/WhenStart.h"
 #include "dayTable.h"
 #include "slowBuild.h"
 #include "startBench.h"
@@ -82,6 +84,7 @@ class MinuteSweep : public testing::TestWithParam<unsigned int> {
         ASSERT_FALSE(HasFatalFailure());
         const StartResult expected = ExpectedStart(start);
         Check(start, expected);
+        CheckWhen(start);
         Count(expected);
         bench.Stop();
     }
@@ -141,6 +144,25 @@ class MinuteSweep : public testing::TestWithParam<unsigned int> {
         const std::map<std::string, unsigned short> none;
         EXPECT_EQ(bench.Insts(), learns ? none : fromTables ? gathered : cached);
         CheckTables(expected);
+    }
+
+    // What zce-check --when says of this start is what it did.
+    void CheckWhen(const StartCase& start) {
+        const ZceCheck::BoardState state =
+            !start.todaysBoard                     ? ZceCheck::BoardState::OtherDay
+            : start.counters == Counters::Moving   ? ZceCheck::BoardState::Moving
+            : start.counters == Counters::Standing ? ZceCheck::BoardState::Still
+                                                   : ZceCheck::BoardState::Idle;
+        const ZceCheck::StartPlan plan = ZceCheck::PlanStart(start.second, state);
+        EXPECT_EQ(plan.bReset, bench.board.resets == 1);
+        const bool learns = bench.board.mapTrans == 1;
+        EXPECT_EQ(plan.way != ZceCheck::ListWay::Recover, learns);
+        const auto slept = FakeClock::Sleeps();
+        const unsigned int wait =
+            start.cache == Cache::Good ? plan.waitWithBin : plan.waitWithoutBin;
+        EXPECT_EQ(plan.ready + wait - start.second,
+                  std::accumulate(slept.begin(), slept.end(), 0U));
+        EXPECT_EQ(plan.bLooksAtCounters, slept.size() > 2 && slept[1] == 1 && slept[2] == 1);
     }
 
     // The masks are those of the selection and no others; a reset clears every word twice.

@@ -1,0 +1,187 @@
+#include "bin/BinLook.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <string_view>
+#include <utility>
+
+#include "VelaZceBinFormat.h"
+#include "VelaZceBinRead.h"
+#include "program/Moment.h"
+
+namespace ZceBin {
+
+namespace {
+
+constexpr std::size_t MAX_BYTES = std::size_t{16} << 20U;  // 65536 lines of 127 have the half
+
+using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
+
+// The bytes as an open file, for the library's reader.
+File OpenBytes(std::string& bytes) {
+    return {fmemopen(bytes.data(), bytes.size(), "r"), std::fclose};
+}
+
+bool IsTimeOrEnd(const std::string& line) {
+    return line.starts_with(ZCE_BIN_TIME_PREFIX) || line.starts_with(ZCE_BIN_END_TAG);
+}
+
+void ReadInsts(std::FILE* file, BinLook& look) {
+    std::rewind(file);
+    unsigned int number = 0;
+    bool bLineBegins = true;
+    for (std::string piece; ZceBinReadPiece(file, piece); bLineBegins = piece.back() == '\n') {
+        ++number;
+        std::string name;
+        unsigned short index = 0;
+        if (ZceBinParseInst(piece.c_str(), name, index)) {
+            look.insts[name] = index;
+        } else if (!bLineBegins || !IsTimeOrEnd(piece)) {
+            const std::size_t size = piece.size() - (piece.back() == '\n' ? 1 : 0);
+            look.skipped.push_back({number, piece.substr(0, size)});
+        }
+    }
+}
+
+Verdict Judge(const BinLook& look, const VORBA2::LocalMoment_t& at) {
+    if (!VORBA2::IsTradeTime(at.time)) {
+        return Verdict::NotRead;
+    }
+    if (!look.bComplete) {
+        return Verdict::Incomplete;
+    }
+    if (!look.time) {
+        return Verdict::NoTime;
+    }
+    return ZceBinIsOfSession(*look.time, at) ? Verdict::Believed : Verdict::OtherSession;
+}
+
+// A bound of the rules, which are bounds of numbers: 102999 is 10:29:59.
+std::string ClockText(unsigned long bound) {
+    const auto time = static_cast<unsigned int>(bound);
+    return ZceProgram::TimeText(time / 10000 * 10000 + std::min(time / 100 % 100, 59U) * 100 +
+                                std::min(time % 100, 59U));
+}
+
+// A file that can be read to its end without waiting; -1, with the reason, for any other.
+int OpenRegular(const std::string& path, std::string& reason) {
+    // Not to wait for the writer of a FIFO before it is known for one.
+    const int descriptor = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    struct stat status {};
+    if (descriptor < 0 || fstat(descriptor, &status) != 0) {
+        reason = std::strerror(errno);
+    } else if (S_ISDIR(status.st_mode)) {
+        reason = "is a directory";
+    } else if (!S_ISREG(status.st_mode)) {
+        reason = "is no regular file";
+    } else {
+        return descriptor;
+    }
+    if (descriptor >= 0) {
+        close(descriptor);
+    }
+    return -1;
+}
+
+}  // namespace
+
+BinLook LookAtBin(const std::string& bytes, const VORBA2::LocalMoment_t& at) {
+    BinLook look;
+    std::string copy = bytes;
+    if (const File file = OpenBytes(copy)) {
+        std::string line;
+        look.bComplete = ZceBinFindLine(file.get(), ZCE_BIN_END_TAG, line);
+        if (ZceBinFindLine(file.get(), ZCE_BIN_TIME_PREFIX, line)) {
+            look.time = ZceBinTimeOf(line);
+        }
+        ReadInsts(file.get(), look);
+    }
+    look.verdict = Judge(look, at);
+    return look;
+}
+
+std::string CreationTimeText(unsigned long time) {
+    constexpr unsigned long firstYear = 1000 * 10000UL;
+    const unsigned long date = time / ZCE_BIN_DATE_UNIT;
+    if (date < firstYear || date >= 10 * firstYear) {
+        return std::to_string(time);
+    }
+    return MomentText(ZceProgram::Moment{static_cast<unsigned int>(date),
+                                         static_cast<unsigned int>(time % ZCE_BIN_DATE_UNIT)});
+}
+
+std::string ReasonOf(const BinLook& look, const VORBA2::LocalMoment_t& at) {
+    const std::string now = MomentText(ZceProgram::Moment{at.date, at.time});
+    switch (look.verdict) {
+        case Verdict::Believed:
+            return {};
+        case Verdict::NotRead:
+            return fmt::format(
+                "{} is outside trading time: a start does not read it, it empties it", now);
+        case Verdict::Incomplete:
+            return fmt::format("it is not complete: no line begins with {}", ZCE_BIN_END_TAG);
+        case Verdict::NoTime:
+            return fmt::format("it has no time: no line begins with {}", ZCE_BIN_TIME_PREFIX);
+        case Verdict::OtherSession:
+            break;
+    }
+    const ZceBinSession_t session = ZceBinSessionAt(at.time);
+    return fmt::format(
+        "its time is not of this session: a start at {} believes {} to {} of the day", now,
+        ClockText(session.ulBegin), ClockText(session.ulEnd));
+}
+
+std::optional<std::string> ReadBin(const std::string& path, std::string& reason) {
+    const int descriptor = path == "-" ? STDIN_FILENO : OpenRegular(path, reason);
+    if (descriptor < 0) {
+        return std::nullopt;
+    }
+    std::string bytes;
+    char piece[65536];
+    ssize_t size = 0;
+    while (bytes.size() <= MAX_BYTES &&
+           ((size = read(descriptor, piece, sizeof(piece))) > 0 || (size < 0 && errno == EINTR))) {
+        bytes.append(piece, size > 0 ? static_cast<std::size_t>(size) : 0);
+    }
+    if (size < 0) {
+        reason = std::strerror(errno);
+    }
+    if (descriptor != STDIN_FILENO) {
+        close(descriptor);
+    }
+    if (size < 0) {
+        return std::nullopt;
+    }
+    if (bytes.size() > MAX_BYTES) {
+        reason = "has more than 16 MiB: no cache file has";
+        return std::nullopt;
+    }
+    if (const std::size_t zero = bytes.find('\0'); zero != std::string::npos) {
+        reason = fmt::format("is no text: byte {} is zero", zero);
+        return std::nullopt;
+    }
+    return bytes;
+}
+
+std::string Printable(const std::string& text) {
+    std::string shown;
+    for (const char character : text) {
+        const auto byte = static_cast<unsigned char>(character);
+        if (byte < 0x20 || byte >= 0x7F) {
+            shown += fmt::format("\\x{:02x}", byte);
+        } else {
+            shown += character;
+        }
+    }
+    return shown;
+}
+
+}  // namespace ZceBin

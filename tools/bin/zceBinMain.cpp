@@ -1,0 +1,131 @@
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <exception>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+
+#include "Utils/calendar.h"
+#include "bin/BinLook.h"
+#include "program/Moment.h"
+#include "program/Program.h"
+
+// zce-bin: an instrument cache file, and whether a start would believe it. Exit status: 0 it would,
+// 1 it would not, 2 the file cannot be read, or a usage error, with the reason on standard error.
+
+namespace {
+
+using nlohmann::ordered_json;
+using ZceBin::BinLook;
+using ZceBin::Printable;
+using ZceProgram::Moment;
+
+constexpr int EXIT_NOT_BELIEVED = 1;
+
+struct Question {
+    std::string file;
+    VORBA2::LocalMoment_t at;
+};
+
+const char* Name(const std::string& file) {
+    return file == "-" ? "standard input" : file.c_str();
+}
+
+void PrintText(const BinLook& look, const Question& question) {
+    const std::string reason = ZceBin::ReasonOf(look, question.at);
+    fmt::print("file:        {}\n", Name(question.file));
+    fmt::print("time:        {}\n", look.time ? ZceBin::CreationTimeText(*look.time) : "none");
+    fmt::print("complete:    {}\n", look.bComplete ? "yes" : "no");
+    fmt::print("instruments: {}\n", look.insts.size());
+    fmt::print("believed:    {}\n", reason.empty() ? "yes" : "no, " + reason);
+    for (const ZceBin::SkippedLine& line : look.skipped) {
+        fmt::print("skipped:     line {}: {}\n", line.number, Printable(line.text));
+    }
+    for (const auto& [name, index] : look.insts) {
+        fmt::print("{},{}\n", index, Printable(name));
+    }
+}
+
+void PrintJson(const BinLook& look, const Question& question) {
+    const std::string reason = ZceBin::ReasonOf(look, question.at);
+    ordered_json json = {
+        {"file", question.file},
+        {"at", ZceProgram::MomentText(Moment{question.at.date, question.at.time})},
+        {"time", look.time ? ordered_json(ZceBin::CreationTimeText(*look.time)) : ordered_json()},
+        {"complete", look.bComplete},
+        {"believed", reason.empty()},
+        {"reason", reason},
+        {"instruments", ordered_json::array()},
+        {"skipped", ordered_json::array()}};
+    for (const auto& [name, index] : look.insts) {
+        json["instruments"].push_back({{"index", index}, {"name", name}});
+    }
+    for (const ZceBin::SkippedLine& line : look.skipped) {
+        json["skipped"].push_back({{"line", line.number}, {"text", line.text}});
+    }
+    fmt::print("{}\n", json.dump(2, ' ', false, ordered_json::error_handler_t::replace));
+}
+
+// The moment of --at, or the host's; nothing, with the reason told, for what is none.
+std::optional<VORBA2::LocalMoment_t> MomentToAsk(const std::string& text) {
+    const std::optional<VORBA2::LocalMoment_t> now = VORBA2::LocalNow();
+    if (!now) {
+        fprintf(stderr, "zce-bin: the host's local time cannot be determined\n");
+        return std::nullopt;
+    }
+    if (text.empty()) {
+        return now;
+    }
+    const std::optional<Moment> at = ZceProgram::ReadMoment(text, now->date);
+    if (!at) {
+        fprintf(stderr, "zce-bin: --at: %s is %s\n", text.c_str(), ZceProgram::NO_MOMENT);
+        return std::nullopt;
+    }
+    return VORBA2::LocalMoment_t{at->date, at->time};
+}
+
+int Main(int argc, const char* const* argv) {
+    CLI::App app{
+        "Shows an instrument cache file, and tells whether a start of the master would "
+        "believe it. Exit status 1 if it would not.",
+        "zce-bin"};
+    Question question;
+    std::string at;
+    bool bJson = false;
+    app.add_option("FILE", question.file, "The cache file; - for standard input")->required();
+    app.add_option("--at", at,
+                   "The moment at which the start reads it: HH:MM, HH:MM:SS, or a date before it, "
+                   "YYYY-MM-DDTHH:MM:SS; without it the host's clock says");
+    app.add_flag("--json", bJson, "The answer as JSON");
+    if (const auto status = ZceProgram::ReadCommandLine(app, argc, argv)) {
+        return *status;
+    }
+    const std::optional<VORBA2::LocalMoment_t> moment = MomentToAsk(at);
+    if (!moment) {
+        return ZceProgram::EXIT_NOT_DONE;
+    }
+    question.at = *moment;
+    std::string reason;
+    const std::optional<std::string> bytes = ZceBin::ReadBin(question.file, reason);
+    if (!bytes) {
+        fprintf(stderr, "zce-bin: %s: %s\n", Name(question.file), reason.c_str());
+        return ZceProgram::EXIT_NOT_DONE;
+    }
+    const BinLook look = ZceBin::LookAtBin(*bytes, question.at);
+    bJson ? PrintJson(look, question) : PrintText(look, question);
+    return look.verdict == ZceBin::Verdict::Believed ? ZceProgram::EXIT_FINE : EXIT_NOT_BELIEVED;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    ZceProgram::IgnoreBrokenPipes();
+    try {
+        return ZceProgram::FinishOutput("zce-bin", Main(argc, argv));
+    } catch (const std::exception& error) {  // out of memory
+        fprintf(stderr, "zce-bin: %s\n", error.what());
+        return ZceProgram::EXIT_NOT_DONE;
+    }
+}

@@ -1,0 +1,61 @@
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "DataType/ZceConfigFile.h"
+#include "DataType/ZceIniGuard.h"
+#include "check/Commands.h"
+#include "check/HostChecks.h"
+#include "program/Program.h"
+
+namespace ZceCheck {
+
+namespace {
+
+// What the file says of the CPU; nothing, with the reason told, if it cannot be loaded.
+ZceMachine::CpuCore LoadCpuCore(const std::string& path) {
+    const std::unique_ptr<dictionary, void (*)(dictionary*)> loaded(
+        Vela2_U50::ZceIniLoad(path.c_str()), iniparser_freedict);
+    if (loaded == nullptr) {
+        fprintf(stderr, "zce-check: %s cannot be loaded\n", path.c_str());
+        return std::nullopt;
+    }
+    return Vela2_U50::ZceCpuCoreOf(loaded.get());
+}
+
+}  // namespace
+
+int HostMain(int argc, const char* const* argv) {
+    CLI::App app{
+        "Tells whether this machine is fit for a receiving process. Exit status 1 if there "
+        "are warnings, 2 if there are errors.",
+        "zce-check host"};
+    ZceMachine::HostPlaces places;
+    std::string config;
+    bool bLab = false;
+    bool bJson = false;
+    app.add_option("--config", config,
+                   "The configuration of the process: its cpucore is looked at");
+    app.add_option("--dir", places.work, "The directory that the master is started in")
+        ->capture_default_str();
+    app.add_flag("--lab", bLab, "The software board is used: no card and no driver is needed");
+    app.add_flag("--json", bJson, "The answer as JSON");
+    if (const auto status = ZceProgram::ReadCommandLine(app, argc, argv)) {
+        return *status;
+    }
+    ZceMachine::CpuCore core;
+    if (!config.empty()) {
+        core = LoadCpuCore(config);
+        if (!core) {
+            return ZceProgram::EXIT_NOT_DONE;
+        }
+    }
+    const auto results = ZceMachine::CheckHost(places, core, bLab);
+    const std::string text = bJson ? ZceMachine::AsJson(results) : ZceMachine::AsText(results);
+    fputs(text.c_str(), stdout);
+    return ZceMachine::ExitStatus(results);
+}
+
+}  // namespace ZceCheck

@@ -1,0 +1,47 @@
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <string>
+
+#include "check/Commands.h"
+#include "check/VendorChecks.h"
+#include "program/Program.h"
+
+namespace ZceCheck {
+
+int VendorMain(int argc, const char* const* argv) {
+    CLI::App app{
+        "Tells whether a vendor's library has what the product needs, and which one the "
+        "loader takes. Exit status 1 if there are warnings, 2 if there are errors.",
+        "zce-check vendor"};
+    std::string library;
+    std::string subject;
+    bool bJson = false;
+    app.add_option("LIBRARY", library,
+                   "A libenyx-hw-c.so.5, read and not run; without it only the loader is asked");
+    app.add_option("--for", subject,
+                   "The product's library, or a program that uses it, for which the loader is "
+                   "asked; without it the library that belongs to this program");
+    app.add_flag("--json", bJson, "The answer as JSON");
+    if (const auto status = ZceProgram::ReadCommandLine(app, argc, argv)) {
+        return *status;
+    }
+    std::vector<ZceMachine::Result> results;
+    if (!library.empty()) {
+        results = ZceMachine::CheckVendorLibrary(library);
+    }
+    if (subject.empty()) {
+        subject = ZceMachine::ProductLibrary();
+    }
+    if (subject.empty()) {
+        results.push_back({ZceMachine::Level::Error, "loader",
+                           "the product's library is not beside this program",
+                           "name it, or a program that uses it, with --for"});
+    } else {
+        results.push_back(ZceMachine::CheckLoader(subject, library));
+    }
+    const std::string text = bJson ? ZceMachine::AsJson(results) : ZceMachine::AsText(results);
+    fputs(text.c_str(), stdout);
+    return ZceMachine::ExitStatus(results);
+}
+
+}  // namespace ZceCheck
