@@ -5,6 +5,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <sstream>
 
 #ifndef VELAZCE_VERSION
 #error "the build gives the version"
@@ -22,7 +23,9 @@ std::optional<int> ReadCommandLine(CLI::App& app, int argc, const char* const* a
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& answered) {
-        return FinishOutput(name, app.exit(answered));
+        std::ostringstream output;
+        app.exit(answered, output, output);
+        return WriteOutput(name, output.str(), EXIT_FINE);
     } catch (const CLI::ParseError& error) {
         fprintf(stderr, "%s: %s\n", name.c_str(), error.what());
         return EXIT_NOT_DONE;

@@ -22,26 +22,24 @@ constexpr uint64_t MAX_STEP_MS = 86'400'000;
 // What a board can be asked to do at once, so that it answers in time.
 constexpr uint64_t STEP_PART_MS = 1000;
 
-// `senseless`: what is said to EINVAL.
-void Ask(CBoardMemory& memory, Request request, uint64_t argument, const std::string& senseless) {
+// `senseless`: what is said to EINVAL. False: it was so already.
+bool Ask(CBoardMemory& memory, Request request, uint64_t argument, const std::string& senseless) {
     const int err = AskBoard(memory, request, argument);
     const auto refused = [&memory](const std::string& reason) {
         return CCtlError(fmt::format("bus {}: {}", memory.Bus(), reason));
     };
     switch (err) {
         case 0:
+        case EALREADY:
             // Done, also if the board has come to the end of its scenario by that.
             if (AwaitPass(memory) == ETIMEDOUT) {
                 throw CCtlError(AnswerErrorText(memory, ETIMEDOUT));
             }
-            return;
+            return err == 0;
         case EBUSY:
             throw refused("somebody else is asking the board all the time");
         case EINVAL:
             throw refused(senseless);
-        case EALREADY:
-            throw refused(request == Request::Pause ? "the board is paused already"
-                                                    : "the board is going on already");
         case EPERM:
             throw refused("a step can be made only while the board is paused");
         case EAGAIN:
@@ -57,12 +55,12 @@ void Ask(CBoardMemory& memory, Request request, uint64_t argument, const std::st
 
 }  // namespace
 
-void PauseBoard(CBoardMemory& memory) {
-    Ask(memory, Request::Pause, 0, "the board cannot be paused");
+bool PauseBoard(CBoardMemory& memory) {
+    return Ask(memory, Request::Pause, 0, "the board cannot be paused");
 }
 
-void ResumeBoard(CBoardMemory& memory) {
-    Ask(memory, Request::Resume, 0, "the board cannot go on");
+bool ResumeBoard(CBoardMemory& memory) {
+    return Ask(memory, Request::Resume, 0, "the board cannot go on");
 }
 
 void StepBoard(CBoardMemory& memory, const std::string& ms) {

@@ -10,8 +10,9 @@
 // is gone.
 namespace ZceBoard {
 
-void PauseBoard(CBoardMemory& memory);
-void ResumeBoard(CBoardMemory& memory);
+// False: it was paused, or running, already.
+bool PauseBoard(CBoardMemory& memory);
+bool ResumeBoard(CBoardMemory& memory);
 // `ms`: how many ms, 1 to 86400000; they pass a second at a time.
 void StepBoard(CBoardMemory& memory, const std::string& ms);
 // `words`: HH:MM:SS, or "to" and HH:MM:SS.

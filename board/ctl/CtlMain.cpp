@@ -79,14 +79,20 @@ std::string Advance(CBoardMemory& memory, const Options& options) {
     return Clock(memory, options);
 }
 
+// A line for people if nothing had to be done.
+std::string Already(const CBoardMemory& memory, const Options& options, bool bDone,
+                    const char* state) {
+    return bDone || options.bJson ? "" : fmt::format("bus {}: already {}\n", memory.Bus(), state);
+}
+
 std::string Pause(CBoardMemory& memory, const Options& options) {
-    PauseBoard(memory);
-    return Clock(memory, options);
+    const bool bDone = PauseBoard(memory);
+    return Already(memory, options, bDone, "paused") + Clock(memory, options);
 }
 
 std::string Resume(CBoardMemory& memory, const Options& options) {
-    ResumeBoard(memory);
-    return Clock(memory, options);
+    const bool bDone = ResumeBoard(memory);
+    return Already(memory, options, bDone, "running") + Clock(memory, options);
 }
 
 std::string Step(CBoardMemory& memory, const Options& options) {

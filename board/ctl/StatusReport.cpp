@@ -23,7 +23,7 @@ const char* OnOff(bool bOn) {
 std::string MomentText(const BoardSnapshot& snapshot) {
     return fmt::format("{} {}, {}, {}, speed {}", DateText(snapshot.date),
                        TimeText(snapshot.hhmmss, snapshot.millisecond), PhaseText(snapshot.phase),
-                       snapshot.bPaused ? "paused" : "going on", SpeedText(snapshot.speedMilli));
+                       snapshot.bPaused ? "paused" : "running", SpeedText(snapshot.speedMilli));
 }
 
 std::string InstrumentsText(const BoardSnapshot& snapshot) {

@@ -13,6 +13,7 @@ namespace ZceBoard {
 namespace {
 
 constexpr std::string_view COMBINATION_MARKS[] = {"SPD-", "IPS-"};
+constexpr std::string_view BOM = "\xEF\xBB\xBF";
 constexpr std::string_view BLANKS = " \t\r";
 
 bool IsDigit(char c) {
@@ -80,27 +81,38 @@ std::string CInstrumentList::Add(const std::string& name) {
 bool CInstrumentList::ReadFile(const std::string& path, std::string& error) {
     errno = 0;
     std::ifstream file(path);
+    if (!file.is_open()) {
+        error = path + ": " + strerror(errno != 0 ? errno : EIO);
+        return false;
+    }
+    return Read(file, path, error);
+}
+
+bool CInstrumentList::Read(std::istream& input, const std::string& inputName, std::string& error) {
+    errno = 0;
     std::string line;
     size_t number = 0;
-    while (std::getline(file, line)) {
+    while (std::getline(input, line)) {
         ++number;
         const std::string_view name = NameIn(line);
         if (name.empty()) {
             continue;
         }
-        const std::string reason = Add(std::string(name));
+        const std::string reason = number == 1 && name.substr(0, BOM.size()) == BOM
+                                       ? "the list begins with a byte order mark: save it without"
+                                       : Add(std::string(name));
         if (!reason.empty()) {
-            error = path;
+            error = inputName;
             error.append(":").append(std::to_string(number)).append(": ").append(reason);
             return false;
         }
     }
-    if (!file.is_open() || file.bad()) {
-        error = path + ": " + strerror(errno != 0 ? errno : EIO);
+    if (input.bad()) {
+        error = inputName + ": " + strerror(errno != 0 ? errno : EIO);
         return false;
     }
     if (m_all.empty()) {
-        error = path + ": there is no instrument in it";
+        error = inputName + ": there is no instrument in it";
         return false;
     }
     return true;

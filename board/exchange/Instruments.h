@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <istream>
 #include <string>
 #include <string_view>
 #include <unordered_set>
@@ -31,6 +32,8 @@ class CInstrumentList {
     // Adds the names of a file, one a line; '#' begins a comment, blanks around a name and empty
     // lines do not count. False: `error` names the file, the line and the reason.
     bool ReadFile(const std::string& path, std::string& error);
+    // The same of what is open already; `inputName` names it in `error`.
+    bool Read(std::istream& input, const std::string& inputName, std::string& error);
 
     // Adds the full list of the exchange's products (ProductList.h).
     void AddAllProducts();

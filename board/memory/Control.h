@@ -17,7 +17,7 @@ enum class Request : uint32_t {
 
 // Asks a living board for something and waits until it is done: 0; EBUSY if somebody else is asking
 // all the time; ETIMEDOUT if the board does not answer; ENODEV if it is gone; or the board's own
-// errno: EINVAL for an argument that makes no sense, EALREADY (paused, or going on, already),
+// errno: EINVAL for an argument that makes no sense, EALREADY (paused, or running, already),
 // EPERM for a step while it is not paused, EAGAIN for one that a locked core or a full ring held
 // up, ENOTSUP if its traffic has no clock to be moved.
 int AskBoard(CBoardMemory& memory, Request request, uint64_t argument);

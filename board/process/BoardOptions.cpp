@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <iostream>
 
 #include "memory/AccessTime.h"
 #include "memory/Values.h"
@@ -16,6 +17,7 @@ namespace ZceBoard {
 namespace {
 
 constexpr uint64_t MAX_RATE = 10'000'000;
+constexpr const char* STANDARD_INPUT = "-";
 constexpr double MIN_SPEED = 0.001;
 constexpr double MAX_SPEED = 1000;
 
@@ -53,7 +55,7 @@ void DescribeSources(CLI::App& app, Options& options) {
     auto* source = app.add_option_group("traffic", "what the board plays: one of");
     source->add_option("--instruments", options.instruments,
                        "An exchange with the instruments of a file, one name a line; # begins a "
-                       "comment");
+                       "comment. - is standard input, here and with --scenario and --feeds");
     source
         ->add_option("--products", options.products,
                      "all: an exchange with the full list of products")
@@ -212,6 +214,9 @@ void TakeWords(const Words& words, const Given& given, Options& options) {
     if (given.feeds->count() != 0) {  // its file may be named ""
         options.feeds = words.feeds;
     }
+    if (options.instruments == STANDARD_INPUT && options.feeds == STANDARD_INPUT) {
+        throw CLI::ValidationError("--feeds", "standard input is that of --instruments already");
+    }
     const auto seconds = [](double value) {
         return static_cast<int64_t>(value * static_cast<double>(NS_PER_SECOND));
     };
@@ -260,6 +265,9 @@ bool ReadInstruments(const Options& options, CInstrumentList& list, std::string&
     if (!options.products.empty()) {
         list.AddAllProducts();
         return true;
+    }
+    if (options.instruments == STANDARD_INPUT) {
+        return list.Read(std::cin, "standard input", error);
     }
     return list.ReadFile(options.instruments, error);
 }

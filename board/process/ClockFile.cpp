@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <filesystem>
 #include <memory>
 
 namespace ZceBoard {
@@ -30,6 +31,20 @@ int64_t MomentOf(const BoardTime& time) {
 }
 
 }  // namespace
+
+std::string CClockFile::WhyNot(const std::string& path) {
+    namespace fs = std::filesystem;
+    std::error_code none;
+    if (fs::is_directory(path, none)) {
+        return strerror(EISDIR);
+    }
+    // A file that is there is replaced by a new one.
+    const fs::path folder = fs::path(path).parent_path();
+    if (!folder.empty() && fs::exists(folder, none) && !fs::is_directory(folder, none)) {
+        return strerror(ENOTDIR);
+    }
+    return access(folder.empty() ? "." : folder.c_str(), W_OK | X_OK) == 0 ? "" : strerror(errno);
+}
 
 void CClockFile::Tell(const BoardTime& time, const HostTime& now) {
     if (m_path.empty() || m_bFailed || (m_bTold && now.realNs < m_nextNs)) {

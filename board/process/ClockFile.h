@@ -16,6 +16,9 @@ class CClockFile {
     // An empty path: nothing is written.
     explicit CClockFile(std::string path) : m_path(std::move(path)) {}
 
+    // Why no clock file can be at this place; empty: it can.
+    static std::string WhyNot(const std::string& path);
+
     // The board's time at a moment; it is written when it has moved against the machine's clock by
     // more than a few ms, at most a hundred times a second. The file is replaced as a whole. A
     // failure is told on standard error, once.

@@ -32,6 +32,12 @@ void Set(int signal, const struct sigaction& action) {
 
 }  // namespace
 
+void IgnoreBrokenPipes() {
+    struct sigaction action {};
+    action.sa_handler = SIG_IGN;  // NOLINT(cppcoreguidelines-pro-type-cstyle-cast)
+    Set(SIGPIPE, action);
+}
+
 void Install(bool bCommand) {
     struct sigaction action {};
     sigemptyset(&action.sa_mask);
@@ -43,8 +49,6 @@ void Install(bool bCommand) {
         }
     }
     action = {};
-    action.sa_handler = SIG_IGN;  // NOLINT(cppcoreguidelines-pro-type-cstyle-cast)
-    Set(SIGPIPE, action);
     action.sa_handler = SIG_DFL;  // else nobody could tell how a child has ended
     Set(SIGCHLD, action);
 }

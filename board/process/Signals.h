@@ -11,8 +11,11 @@ namespace Signals {
 
 constexpr std::array<int, 4> OF_THE_COMMAND = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
 
+// A pipe that nobody reads is an error of the write from now on.
+void IgnoreBrokenPipes();
+
 // From now on the first three are noted and end nothing by themselves; with `bCommand` SIGQUIT too.
-// SIGPIPE is ignored, SIGCHLD is not.
+// SIGCHLD is not ignored.
 void Install(bool bCommand);
 
 // Set by any of them.
@@ -22,7 +25,7 @@ const volatile std::sig_atomic_t& Stop();
 // terminal is left out: the command has that itself.
 int TakeSent();
 
-// In a forked child: all as they were before Install.
+// In a forked child: all as they were before.
 void Restore();
 
 }  // namespace Signals

@@ -9,6 +9,7 @@
 #include "ctl/CtlMain.h"
 #include "process/BoardOptions.h"
 #include "process/BoardSet.h"
+#include "process/ClockFile.h"
 #include "process/Command.h"
 #include "process/CommandSetting.h"
 #include "process/Signals.h"
@@ -50,8 +51,16 @@ class CPlay {
     explicit CPlay(const Options& options)
         : m_options(options), m_boards(options.group, options.accessNs) {}
 
-    // Before the boards are made. `clockFile`: the boards' own, which a command may need one for.
-    bool Prepare(std::string& clockFile, std::string& error) {
+    // Before the boards are made. `clockFile`: the boards', which a command gets one for; `at`: who
+    // asks for it.
+    bool Prepare(std::string& clockFile, const std::string& at, std::string& error) {
+        ZceBoard::Signals::Install(!m_options.command.empty());
+        const std::string why = clockFile.empty() ? "" : ZceBoard::CClockFile::WhyNot(clockFile);
+        if (!why.empty()) {
+            error = at;
+            error.append(": ").append(why);
+            return false;
+        }
         if (m_options.command.empty()) {
             return true;
         }
@@ -92,7 +101,7 @@ int PlayLive(const Options& options) {
     }
     CPlay play(options);
     std::string clockFile = options.clockFile;
-    if (!play.Prepare(clockFile, error) ||
+    if (!play.Prepare(clockFile, "--clock-file " + clockFile, error) ||
         !play.Boards().Add(options.bus.value_or(0), feeds,
                            std::make_unique<ZceBoard::CLiveTraffic>(list, options.live), clockFile,
                            error)) {
@@ -112,7 +121,7 @@ int PlayScenario(const Options& options) {
     }
     CPlay play(options);
     std::string clockFile = scenario.clockFile;
-    if (!play.Prepare(clockFile, error)) {
+    if (!play.Prepare(clockFile, scenario.clockFileAt, error)) {
         return NotStarted(error);
     }
     const uint32_t today = ZceBoard::BoardTimeAt(ZceBoard::ReadHostTime().wallNs).date;
@@ -139,7 +148,7 @@ int PlayCapture(const Options& options) {
     }
     CPlay play(options);
     std::string clockFile = options.clockFile;
-    if (!play.Prepare(clockFile, error)) {
+    if (!play.Prepare(clockFile, "--clock-file " + clockFile, error)) {
         return NotStarted(error);
     }
     for (const auto& [bus, content] : summary.buses) {
@@ -155,6 +164,7 @@ int PlayCapture(const Options& options) {
 }
 
 int Main(int argc, char** argv) {
+    ZceBoard::Signals::IgnoreBrokenPipes();
     Options options;
     if (const auto status = ParseOptions(argc, argv, options)) {
         return *status;
@@ -163,7 +173,6 @@ int Main(int argc, char** argv) {
         setenv("TZ", "CST-8", 1);  // the exchange's, on a machine without a list of zones too
     }
     tzset();
-    ZceBoard::Signals::Install(!options.command.empty());
     if (!options.scenario.empty()) {
         return PlayScenario(options);
     }

@@ -84,7 +84,7 @@ bool ReadFeedFile(const std::string& path, CFeeds& feeds, std::string& error) {
         return false;
     }
     if (!ini.HasSection(SECTION)) {
-        error = fmt::format("{}: there is no section [{}]", path, SECTION);
+        error = fmt::format("{}: there is no section [{}]", ini.Path(), SECTION);
         return false;
     }
     return ReadFeedSection(ini, SECTION, feeds, error);

@@ -1,22 +1,28 @@
 #include "traffic/IniFile.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <utility>
 
 #include "memory/Values.h"
 
 namespace ZceBoard {
 
 namespace {
+
+constexpr size_t MOST_INPUT = size_t{16} << 20;
 
 std::string* g_complaints = nullptr;
 
@@ -69,35 +75,104 @@ std::string FirstComplaint(const std::string& path, const std::string& complaint
                        text);
 }
 
+// Whose byte order mark a file begins with; null: it has none.
+const char* ByteOrderMark(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    std::array<char, 3> first{};
+    file.read(first.data(), first.size());
+    const std::string_view bytes(first.data(), static_cast<size_t>(file.gcount()));
+    if (bytes == "\xEF\xBB\xBF") {
+        return "UTF-8";
+    }
+    const std::string_view two = bytes.substr(0, 2);
+    return two == "\xFF\xFE" || two == "\xFE\xFF" ? "UTF-16" : nullptr;
+}
+
+// The comment behind the value of a line, without blanks around its text.
+std::string CommentIn(std::string_view line) {
+    const size_t equals = line.find('=');
+    if (equals == std::string_view::npos) {
+        return "";
+    }
+    const std::string_view value = Trimmed(line.substr(equals + 1));
+    const size_t mark = value.find_first_of(";#");
+    if (mark == std::string_view::npos || value[0] == '"' || value[0] == '\'') {
+        return "";
+    }
+    return fmt::format("{} {}", value[mark], Trimmed(value.substr(mark + 1)));
+}
+
 }  // namespace
 
 bool CIniFile::Load(const std::string& path, std::string& error) {
+    if (path == "-") {
+        return LoadStandardInput(error);
+    }
     m_path = path;
-    if (const int err = ReadError(path); err != 0) {
-        error = fmt::format("{}: {}", path, strerror(err));
+    return Read(path, error);
+}
+
+// By way of a file in memory.
+bool CIniFile::LoadStandardInput(std::string& error) {
+    m_path = "standard input";
+    const bool bOpen = fcntl(STDIN_FILENO, F_GETFD) >= 0;
+    const int copy = bOpen ? memfd_create("standard-input", MFD_CLOEXEC) : -1;
+    std::array<char, 65536> bytes{};
+    ssize_t got = 1;
+    size_t size = 0;
+    while (copy >= 0 && got > 0 && size <= MOST_INPUT) {
+        got = read(STDIN_FILENO, bytes.data(), bytes.size());
+        if (got > 0 && write(copy, bytes.data(), static_cast<size_t>(got)) != got) {
+            got = -1;
+        }
+        size += got > 0 ? static_cast<size_t>(got) : 0;
+    }
+    bool good = copy >= 0 && got >= 0 && size <= MOST_INPUT;
+    if (!good) {
+        error =
+            fmt::format("{}: {}", m_path,
+                        size > MOST_INPUT ? "more than 16 MiB are no INI file" : strerror(errno));
+    }
+    good = good && Read(fmt::format("/proc/self/fd/{}", copy), error);
+    if (copy >= 0) {
+        close(copy);
+    }
+    return good;
+}
+
+bool CIniFile::Read(const std::string& file, std::string& error) {
+    if (const int err = ReadError(file); err != 0) {
+        error = fmt::format("{}: {}", m_path, strerror(err));
         return false;
     }
-    if (!IsRegular(path)) {
-        error = path + ": not a regular file";
+    if (!IsRegular(file)) {
+        error = m_path + ": not a regular file";
+        return false;
+    }
+    if (const char* mark = ByteOrderMark(file); mark != nullptr) {
+        error = fmt::format(
+            "{}:1: the file begins with the byte order mark of {}: save it as UTF-8 without one",
+            m_path, mark);
         return false;
     }
     std::string complaints;
     g_complaints = &complaints;
     iniparser_set_error_callback(KeepComplaint);
-    m_ini.reset(iniparser_load(path.c_str()));
+    m_ini.reset(iniparser_load(file.c_str()));
     iniparser_set_error_callback(nullptr);
     g_complaints = nullptr;
     if (m_ini == nullptr) {
-        error = FirstComplaint(path, complaints);
+        error = FirstComplaint(m_path, complaints);
         return false;
     }
-    return FindLines(error);
+    return FindLines(file, error);
 }
 
-bool CIniFile::FindLines(std::string& error) {
+bool CIniFile::FindLines(const std::string& path, std::string& error) {
     m_lines.clear();
     m_sections.clear();
-    std::ifstream file(m_path);
+    m_comments.clear();
+    std::ifstream file(path);
     std::string raw;
     std::string section;
     bool continued = false;
@@ -118,9 +193,13 @@ bool CIniFile::FindLines(std::string& error) {
         if (section.empty() && m_sections.empty()) {
             m_lines.emplace("", number);
             m_sections.emplace_back();
+            m_strayLine = fmt::format("{}:{}: {}", m_path, number, line);
         }
         const std::string key = section + ":" + Lower(Trimmed(line.substr(0, line.find('='))));
         const auto [place, fresh] = m_lines.emplace(key, number);
+        if (std::string comment = CommentIn(line); !comment.empty()) {
+            m_comments.emplace(key, std::move(comment));
+        }
         if (!fresh) {
             error = fmt::format("{}:{}: [{}] {} is there twice, first in line {}", m_path, number,
                                 section, key.substr(section.size() + 1), place->second);
@@ -147,6 +226,11 @@ std::vector<std::string> CIniFile::Keys(const std::string& section) const {
 
 const char* CIniFile::Get(const std::string& section, const std::string& key) const {
     return iniparser_getstring(m_ini.get(), (section + ":" + key).c_str(), nullptr);
+}
+
+std::string CIniFile::Comment(const std::string& section, const std::string& key) const {
+    const auto place = m_comments.find(section + ":" + key);
+    return place != m_comments.end() ? place->second : "";
 }
 
 std::string CIniFile::Where(const std::string& section, const std::string& key) const {

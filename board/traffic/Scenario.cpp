@@ -83,6 +83,20 @@ class CScenarioReader {
         const Refusal why = take(std::string_view(value));
         return why.empty() || Fail(section, key, value, why);
     }
+    // The same for a list. Items behind a ';' are a comment for the parser, and would be missing.
+    template <class Take, class IsItem>
+    bool WithList(const std::string& section, const std::string& key, Take take, IsItem isItem) {
+        const std::string comment = m_ini.Comment(section, key);
+        std::string rest = comment.substr(std::min(comment.size(), size_t{1}));
+        std::replace(rest.begin(), rest.end(), ';', ',');
+        const auto items = SplitList(rest);
+        if (comment.empty() || !std::all_of(items.begin(), items.end(), isItem)) {
+            return With(section, key, take);
+        }
+        const char* value = m_ini.Get(section, key);
+        return Fail(section, key, fmt::format("{}{}", value != nullptr ? value : "", comment),
+                    fmt::format("{} begins a comment: commas go between the items", comment[0]));
+    }
     bool TakeNumber(const std::string& section, const std::string& key, uint64_t most,
                     uint64_t& number) {
         return With(section, key, [&](std::string_view text) -> Refusal {
@@ -135,6 +149,13 @@ const std::map<std::string, std::vector<std::string_view>, std::less<>>& KnownKe
     return known;
 }
 
+// "09:00:00-10:15:00", at a glance.
+bool IsSpan(std::string_view item) {
+    const size_t dash = item.find('-');
+    return dash != std::string_view::npos && ParseTimeOfDay(item.substr(0, dash)) &&
+           ParseTimeOfDay(item.substr(dash + 1), true);
+}
+
 bool IsFaultSection(std::string_view section) {
     return section.substr(0, FAULT_SECTION.size()) == FAULT_SECTION;
 }
@@ -142,7 +163,7 @@ bool IsFaultSection(std::string_view section) {
 bool CScenarioReader::CheckNames() {
     for (const std::string& section : m_ini.Sections()) {
         if (section.empty()) {
-            m_error = fmt::format("{} a key stands in front of any section", m_ini.Where(section));
+            m_error = m_ini.StrayLine() + ": a key stands in front of any section";
             return false;
         }
         if (section == "feeds") {
@@ -181,7 +202,11 @@ bool CScenarioReader::CheckFeedKeys() {
 }
 
 bool CScenarioReader::ReadBoard() {
-    return With("board", "bus", [this](std::string_view text) -> Refusal {
+    const auto isBus = [](std::string_view item) {
+        uint64_t bus = 0;
+        return ParseNumber(item, MAX_BUS, bus);
+    };
+    const auto take = [this](std::string_view text) -> Refusal {
         m_scenario.buses.clear();
         for (const std::string_view item : SplitList(text)) {
             uint64_t bus = 0;
@@ -196,7 +221,8 @@ bool CScenarioReader::ReadBoard() {
             buses.push_back(bus32);
         }
         return "";
-    });
+    };
+    return WithList("board", "bus", take, isBus);
 }
 
 bool CScenarioReader::ReadInstruments() {
@@ -232,6 +258,8 @@ bool CScenarioReader::ReadClock() {
                       TakeDecimal("clock", "speed", MIN_SPEED, MAX_SPEED, speed) &&
                       With("clock", "file", [this](std::string_view text) -> Refusal {
                           m_scenario.clockFile = text;
+                          m_scenario.clockFileAt =
+                              fmt::format("{} = {}", m_ini.Where("clock", "file"), text);
                           return text.empty() ? "a file's name is needed" : "";
                       });
     if (!good) {
@@ -252,7 +280,7 @@ bool CScenarioReader::ReadClock() {
 }
 
 bool CScenarioReader::ReadSkips() {
-    return With("clock", "skip", [this](std::string_view text) -> Refusal {
+    const auto take = [this](std::string_view text) -> Refusal {
         for (const std::string_view item : SplitList(text)) {
             const size_t dash = item.find('-');
             if (dash == std::string_view::npos) {
@@ -272,7 +300,8 @@ bool CScenarioReader::ReadSkips() {
         std::sort(m_scenario.skips.begin(), m_scenario.skips.end(),
                   [](const Span& one, const Span& other) { return one.fromNs < other.fromNs; });
         return "";
-    });
+    };
+    return WithList("clock", "skip", take, IsSpan);
 }
 
 Refusal CScenarioReader::AddWindows(std::string_view list, Phase phase) {
@@ -298,8 +327,8 @@ bool CScenarioReader::ReadDay() {
     }
     m_scenario.day.Clear();
     for (const Phase phase : {Phase::Auction, Phase::Trading, Phase::Break}) {
-        if (!With("day", PhaseName(phase),
-                  [this, phase](std::string_view text) { return AddWindows(text, phase); })) {
+        const auto take = [this, phase](std::string_view text) { return AddWindows(text, phase); };
+        if (!WithList("day", PhaseName(phase), take, IsSpan)) {
             return false;
         }
     }
@@ -320,21 +349,22 @@ bool CScenarioReader::ReadBroadcast() {
 
 bool CScenarioReader::ReadLevel(const std::string& section, LevelPlan& level) {
     double every = 0;
-    const bool good =
-        TakeNumber(section, "rate", MAX_RATE, level.rate) &&
-        TakeNumber(section, "burst", MAX_RATE, level.burst) &&
-        TakeDecimal(section, "burst_every", 0.001, MAX_BURST_EVERY, every) &&
-        With(section, "phases", [&level](std::string_view text) -> Refusal {
-            level.phases = {};
-            for (const std::string_view item : SplitList(text)) {
-                const auto phase = PhaseOf(item);
-                if (!phase) {
-                    return fmt::format("\"{}\" is none of auction, trading, break, closed", item);
-                }
-                level.phases[static_cast<size_t>(*phase)] = true;
+    const auto takePhases = [&level](std::string_view text) -> Refusal {
+        level.phases = {};
+        for (const std::string_view item : SplitList(text)) {
+            const auto phase = PhaseOf(item);
+            if (!phase) {
+                return fmt::format("\"{}\" is none of auction, trading, break, closed", item);
             }
-            return "";
-        });
+            level.phases[static_cast<size_t>(*phase)] = true;
+        }
+        return "";
+    };
+    const bool good = TakeNumber(section, "rate", MAX_RATE, level.rate) &&
+                      TakeNumber(section, "burst", MAX_RATE, level.burst) &&
+                      TakeDecimal(section, "burst_every", 0.001, MAX_BURST_EVERY, every) &&
+                      WithList(section, "phases", takePhases,
+                               [](std::string_view item) { return PhaseOf(item).has_value(); });
     if (!good) {
         return false;
     }

@@ -47,6 +47,7 @@ struct Scenario {
     int64_t speedMilli = 1000;
     std::vector<Span> skips;  // spans that the clock jumps over
     std::string clockFile;    // for libfaketime; empty: none
+    std::string clockFileAt;  // where the scenario says so, for messages
     CSessionTable day;
     BroadcastPace pace{4'000'000'000, 60'000'000'000};
     std::array<LevelPlan, 2> levels;  // level 1, level 2

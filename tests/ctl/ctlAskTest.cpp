@@ -76,8 +76,6 @@ TEST_F(CtlAsk, ALongStepIsMadeASecondAtATime) {
 
 TEST_F(CtlAsk, WhatTheBoardRefusesIsSaidInWords) {
     const std::string where = "zce-board ctl: bus 0: ";
-    EXPECT_EQ(RefusedWith(EALREADY, {"pause"}), where + "the board is paused already\n");
-    EXPECT_EQ(RefusedWith(EALREADY, {"resume"}), where + "the board is going on already\n");
     EXPECT_EQ(RefusedWith(EPERM, {"step"}),
               where + "a step can be made only while the board is paused\n");
     EXPECT_EQ(RefusedWith(EINVAL, {"step", "7"}), where + "a step of 7 ms is not possible\n");
@@ -86,6 +84,18 @@ TEST_F(CtlAsk, WhatTheBoardRefusesIsSaidInWords) {
     EXPECT_EQ(RefusedWith(ENOTSUP, {"advance", "09:00:00"}),
               where + "the board's traffic has a time of its own, which cannot be moved\n");
     EXPECT_EQ(RefusedWith(EIO, {"pause"}), where + "Input/output error\n");
+}
+
+TEST_F(CtlAsk, WhatIsSoAlreadyIsSaidAndNoError) {
+    Shm().stats.date = 20261120;
+    Shm().stats.hhmmss = 90000;
+    Shm().stats.phase = 2;
+    Shm().stats.speedMilli = 1000;
+    const std::string clock = "bus 0: 2026-11-20 09:00:00.000, trading, running, speed 1\n";
+    const AnsweringThread board = Answering(EALREADY);
+    EXPECT_EQ(Said({"pause"}), "bus 0: already paused\n" + clock);
+    EXPECT_EQ(Said({"resume"}), "bus 0: already running\n" + clock);
+    EXPECT_EQ(json::parse(Said({"resume", "--json"}))["phase"], "trading");
 }
 
 TEST_F(CtlAsk, ABoardThatDoesNotAnswerIsNamed) {

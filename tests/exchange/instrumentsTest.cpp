@@ -95,6 +95,12 @@ TEST_F(InstrumentFile, TheFirstInstrumentTooManyForATableIsNamed) {
     EXPECT_EQ(Read(content), m_path + ":4096: more than 4095 combinations");
 }
 
+TEST_F(InstrumentFile, AByteOrderMarkIsNamed) {
+    const std::string why = ":1: the list begins with a byte order mark: save it without";
+    EXPECT_EQ(Read("\xEF\xBB\xBFSR209\n"), m_path + why);
+    EXPECT_EQ(Read("\xEF\xBB\xBF# all\nSR209\n"), m_path + why);
+}
+
 TEST_F(InstrumentFile, AnEmptyFileAndOneThatCannotBeReadAreErrors) {
     EXPECT_EQ(Read("# nothing\n\n"), m_path + ": there is no instrument in it");
     std::string error;

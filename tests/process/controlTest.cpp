@@ -170,9 +170,16 @@ TEST_F(Controlled, TheClockFileTellsHowFarTheBoardIsAheadOfTheMachine) {
     };
     const double before = told();
     EXPECT_EQ(Ask(Request::Advance, 103000), 0);
-    m_host.realNs += 20 * MS;
-    Pass(0);
     EXPECT_NEAR(told() - before, 3600, 10);  // and what the test itself took
+}
+
+TEST_F(Controlled, AClockFileThatCannotBeThereIsSaid) {
+    using ZceBoard::CClockFile;
+    EXPECT_EQ(CClockFile::WhyNot(m_clock), "");
+    EXPECT_EQ(CClockFile::WhyNot("clock"), "");
+    EXPECT_EQ(CClockFile::WhyNot("/nowhere/clock"), "No such file or directory");
+    EXPECT_EQ(CClockFile::WhyNot(m_clock + "/clock"), "Not a directory");
+    EXPECT_EQ(CClockFile::WhyNot("/proc"), "Is a directory");
 }
 
 }  // namespace

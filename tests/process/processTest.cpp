@@ -22,7 +22,7 @@ using std::chrono::milliseconds;
 class BoardProcess {
   public:
     BoardProcess(const std::string& output, const std::vector<std::string>& arguments,
-                 const std::string& zone = "")
+                 const std::string& zone = "", const char* program = ZCE_BOARD_PROGRAM)
         : m_output(output) {
         unlink(output.c_str());
         m_pid = fork();
@@ -33,12 +33,12 @@ class BoardProcess {
             const int file = open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
             dup2(file, STDOUT_FILENO);
             dup2(file, STDERR_FILENO);
-            std::vector<char*> argv{const_cast<char*>(ZCE_BOARD_PROGRAM)};
+            std::vector<char*> argv{const_cast<char*>(program)};
             for (const std::string& argument : arguments) {
                 argv.push_back(const_cast<char*>(argument.c_str()));
             }
             argv.push_back(nullptr);
-            execv(ZCE_BOARD_PROGRAM, argv.data());
+            execv(program, argv.data());
             _exit(127);
         }
     }
@@ -116,7 +116,7 @@ class Process : public boardtest::LibraryFixture {
     }
     // Starts one that is expected to refuse: its exit status and what it said.
     int Refused(const std::vector<std::string>& arguments, std::string& text) {
-        BoardProcess board(m_dir + "/out2", arguments);
+        BoardProcess board(m_dir + "/out2", arguments, "", m_program);
         const int status = board.End(0);
         text = board.Output();
         return status;
@@ -144,6 +144,7 @@ class Process : public boardtest::LibraryFixture {
     bool NameExists(uint32_t bus = 0) const { return access(ShmPath(bus).c_str(), F_OK) == 0; }
 
     std::string m_dir;
+    const char* m_program = ZCE_BOARD_PROGRAM;  // that Refused starts
 };
 
 TEST_F(Process, MakesTheBoardAndRemovesItAtEachOfTheSignals) {
@@ -220,6 +221,78 @@ TEST_F(Process, AUsageErrorSaysWhichAndExits2) {
         EXPECT_NE(text.find(option), std::string::npos) << option;
     }
     EXPECT_FALSE(NameExists());
+}
+
+TEST_F(Process, TellsItsVersionAndWhereTheRestIsTold) {
+    std::string text;
+    EXPECT_EQ(Refused({"--version"}, text), 0);
+    EXPECT_EQ(text, "zce-board " ZCE_VERSION "\n");
+    EXPECT_EQ(Refused({"ctl", "--version"}, text), 0);
+    EXPECT_EQ(text, "zce-board ctl " ZCE_VERSION "\n");
+    EXPECT_EQ(Refused({"--help"}, text), 0);
+    EXPECT_NE(text.find("zce-board ctl --help. Manual pages: zce-board(1), zce-board-ctl(1).\n"),
+              std::string::npos)
+        << text;
+    EXPECT_EQ(Refused({"--products", "all", "--clock-file", "/nowhere/clock"}, text), 2);
+    EXPECT_EQ(text, "zce-board: --clock-file /nowhere/clock: No such file or directory\n");
+    WriteList("[exchange]\nproducts = all\n[clock]\nstart = 09:00:00\nfile = /nowhere/x\n");
+    EXPECT_EQ(Refused({"--scenario", m_dir + "/list"}, text), 2);
+    EXPECT_EQ(text, "zce-board: " + m_dir +
+                        "/list:5: [clock] file = /nowhere/x: No such file or directory\n");
+    EXPECT_FALSE(NameExists());
+}
+
+TEST_F(Process, AnOutputThatCannotBeWrittenIsAnErrorInOneLine) {
+    std::string text;
+    const auto shell = [this, &text](const std::string& line) {
+        m_program = "/bin/bash";
+        return Refused({"-c", "board='" ZCE_BOARD_PROGRAM "'; " + line}, text);
+    };
+    for (const std::string arguments :
+         {"--help", "--version", "--products all --list-instruments", "ctl --help", "ctl --version",
+          "ctl fault kinds", "ctl fault kinds --json"}) {
+        const std::string name = arguments[0] == 'c' ? "zce-board ctl" : "zce-board";
+        EXPECT_EQ(shell("$board " + arguments + " >/dev/full"), 2) << arguments;
+        EXPECT_EQ(text, name + ": standard output: No space left on device\n") << arguments;
+        // Nobody reads: the reader has ended before anything is written.
+        EXPECT_EQ(shell("exec 3> >(:); wait $!; $board " + arguments + " >&3"), 2) << arguments;
+        EXPECT_EQ(text, name + ": standard output: Broken pipe\n") << arguments;
+    }
+}
+
+TEST_F(Process, StandardInputIsReadInPlaceOfAFile) {
+    std::string text;
+    const auto fed = [this, &text](const std::string& input, const std::string& arguments) {
+        m_program = "/bin/bash";
+        WriteList(input);
+        return Refused({"-c", "cat '" + m_dir + "/list' | '" ZCE_BOARD_PROGRAM "' " + arguments},
+                       text);
+    };
+    EXPECT_EQ(fed("SR209\nCF301\n", "--instruments - --list-instruments"), 0);
+    EXPECT_EQ(text, "0,0,SR209\n1,0,CF301\n");
+    EXPECT_EQ(fed("SR209\nSR209\n", "--instruments - --list-instruments"), 2);
+    EXPECT_EQ(text, "zce-board: standard input:2: \"SR209\" is there twice\n");
+    EXPECT_EQ(fed("[exchange]\nproducts = all\n[clock]\nstart = 9\n", "--scenario -"), 2);
+    EXPECT_EQ(text,
+              "zce-board: standard input:4: [clock] start = 9: a time of day hh:mm:ss is needed\n");
+    EXPECT_EQ(fed("[exchange]\ninstruments = list\n[clock]\nstart = 09:00:00\n",
+                  "--scenario - --list-instruments <<<''"),
+              2);
+    EXPECT_EQ(text,
+              "zce-board: standard input: [exchange]: one of products and instruments is "
+              "needed\n");
+    EXPECT_EQ(fed("[config]\nL1_DSTIP = 239.1.1\n", "--products all --feeds -"), 2);
+    EXPECT_EQ(text,
+              "zce-board: standard input:2: [config] l1_dstip = 239.1.1: an IP address is four "
+              "numbers from 0 to 255, like 239.1.1.5\n");
+    EXPECT_EQ(fed("[x]\n", "--products all --feeds -"), 2);
+    EXPECT_EQ(text, "zce-board: standard input: there is no section [config]\n");
+    EXPECT_EQ(fed("", "--instruments - --feeds -"), 2);
+    EXPECT_EQ(text, "zce-board: --feeds: standard input is that of --instruments already\n");
+    EXPECT_EQ(fed("", "--scenario - </dev/zero"), 2);
+    EXPECT_EQ(text, "zce-board: standard input: more than 16 MiB are no INI file\n");
+    EXPECT_EQ(fed("", "--scenario - <&-"), 2);
+    EXPECT_EQ(text, "zce-board: standard input: Bad file descriptor\n");
 }
 
 TEST_F(Process, ABadInstrumentFileIsNamedWithFileAndLine) {

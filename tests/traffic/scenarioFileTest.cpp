@@ -193,7 +193,7 @@ TEST_F(ScenarioFile, WhatTheParserWouldPassOverIsRefused) {
     EXPECT_EQ(RefusalOf("[fault: link]\nfault = crash\n"),
               "s.ini:6: [fault: link]: there is no such section");
     EXPECT_EQ(Refusal(std::string("bus = 7\n") + LEAST),
-              "s.ini:1: [] a key stands in front of any section");
+              "s.ini:1: bus = 7: a key stands in front of any section");
     EXPECT_EQ(RefusalOf("[feeds]\nL5-DSTIP = 239.1.1.1\n"),
               "s.ini:7: [feeds] l5-dstip: there is no such address of a feed");
     const std::string pipe = m_dir + "/s.ini";
@@ -202,6 +202,63 @@ TEST_F(ScenarioFile, WhatTheParserWouldPassOverIsRefused) {
     Scenario scenario;
     EXPECT_FALSE(ReadScenario(pipe, scenario, m_error));
     EXPECT_EQ(m_error, pipe + ": not a regular file");
+}
+
+TEST_F(ScenarioFile, ASemicolonBetweenTheItemsOfAListIsNotTakenForAComment) {
+    const std::string why = ": ; begins a comment: commas go between the items";
+    EXPECT_EQ(RefusalOf("[level1]\nphases = auction; trading\n"),
+              "s.ini:7: [level1] phases = auction; trading" + why);
+    EXPECT_EQ(RefusalOf("[level2]\nphases = auction, break ;trading;closed\n"),
+              "s.ini:7: [level2] phases = auction, break; trading;closed" + why);
+    EXPECT_EQ(RefusalOf("[board]\nbus = 0;1\n"), "s.ini:7: [board] bus = 0; 1" + why);
+    EXPECT_EQ(RefusalOf("skip = 09:00:00-09:05:00; 09:10:00-09:15:00\n"),
+              "s.ini:6: [clock] skip = 09:00:00-09:05:00; 09:10:00-09:15:00" + why);
+    EXPECT_EQ(RefusalOf("[day]\nbreak = 10:15:00-10:30:00 # 11:30:00-24:00:00\n"),
+              "s.ini:7: [day] break = 10:15:00-10:30:00# 11:30:00-24:00:00: # begins a comment: "
+              "commas go between the items");
+    Scenario scenario;
+    EXPECT_TRUE(Read(std::string(LEAST) +
+                         "skip = 09:00:00-09:05:00 ; 09:10:00 comes later\n"
+                         "[board]\nbus = 1 ; 2 boards are too many\n"
+                         "[day]\nauction = 08:55:00-09:00:00 ; - \n"
+                         "[level1]\nrate = 5 ; 6\nphases = auction ; trading comes later\n"
+                         "[level2]\nphases = auction ;\n",
+                     scenario))
+        << m_error;
+    EXPECT_EQ(scenario.levels[0].rate, 5U);
+}
+
+TEST_F(ScenarioFile, AByteOrderMarkIsNamed) {
+    EXPECT_EQ(
+        Refusal("\xEF\xBB\xBF" + std::string(LEAST)),
+        "s.ini:1: the file begins with the byte order mark of UTF-8: save it as UTF-8 without "
+        "one");
+    EXPECT_EQ(
+        Refusal(std::string("\xFF\xFE[\0e\0", 6)),
+        "s.ini:1: the file begins with the byte order mark of UTF-16: save it as UTF-8 without "
+        "one");
+    EXPECT_EQ(
+        Refusal("\xFE\xFF"),
+        "s.ini:1: the file begins with the byte order mark of UTF-16: save it as UTF-8 without "
+        "one");
+}
+
+TEST_F(ScenarioFile, TheCommandLinesClockTakesThePlaceOfTheFiles) {
+    std::ofstream(m_dir + "/s.ini")
+        << "[exchange]\nproducts = all\n[clock]\ndate = 20261120\nend = 09:00:10\nspeed = 4\n"
+           "skip = 08:59:00-08:59:30\n";
+    Scenario scenario;
+    ASSERT_TRUE(ReadScenario(m_dir + "/s.ini", scenario, m_error, {20261121, 85850, 2500}))
+        << m_error;
+    EXPECT_EQ(scenario.date, 20261121U);
+    EXPECT_EQ(scenario.start, 85850U);
+    EXPECT_EQ(scenario.speedMilli, 2500);
+    EXPECT_EQ(scenario.lengthNs, 80 * SECOND);
+    ASSERT_EQ(scenario.skips.size(), 1U);
+    EXPECT_EQ(scenario.skips[0].fromNs, 10 * SECOND);
+    ASSERT_TRUE(ReadScenario(m_dir + "/s.ini", scenario, m_error, {{}, 85850, {}})) << m_error;
+    EXPECT_EQ(scenario.date, 20261120U);
+    EXPECT_EQ(scenario.speedMilli, 4000);
 }
 
 TEST_F(ScenarioFile, WhatIsNotKnownOrMissingOrTwiceIsNamed) {
