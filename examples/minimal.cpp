@@ -6,7 +6,7 @@
 namespace {
 
 // The callbacks run on the thread that polls; `body` is valid only during the call.
-class CCounter : public IVelaZceMdSpi {
+class CCounter final : public IVelaZceMdSpi {
   public:
     void OnDmaType17Msg(const unsigned char* /*body*/) override { ++m_ulCount; }
     void OnDmaType18Msg(const unsigned char* /*body*/) override { ++m_ulCount; }

@@ -7,6 +7,9 @@
 // The last line is "zce-recv channel=C total=T type17=A type18=B type19=C type20=D gaps=G", G being
 // the number of messages that the board sent to this channel and that did not arrive; behind it
 // " bad=B" if B bodies were not what their type says. Those are not in the counts.
+//
+// Exit status: 0; 1 if the library's log could not be started, or what it prints or writes could
+// not be; 2 for a usage error. The reason is told on standard error.
 
 #include <getopt.h>
 #include <iniparser.h>
@@ -21,17 +24,18 @@
 #include <climits>
 #include <condition_variable>
 #include <csignal>
+#include <cstdarg>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "IVelaZceMdApi.h"
+#include "VelaZceUtils.h"
 #include "ZceBoardMsg.h"
 
 namespace {
@@ -50,15 +54,47 @@ struct Arguments {
     long napUs = 0;
 };
 
-// Whether standard output takes a line within this time. A program that a signal is to end must not
-// wait for a reader that has stopped.
-bool CanPrint(int timeoutMs) {
-    pollfd output = {STDOUT_FILENO, POLLOUT, 0};
+// Whether standard output, or another file, takes a line within this time. A program that a signal
+// is to end must not wait for a reader that has stopped.
+bool CanPrint(int timeoutMs, int fd = STDOUT_FILENO) {
+    pollfd output = {fd, POLLOUT, 0};
     int ready = 0;
     do {
         ready = poll(&output, 1, timeoutMs);
     } while (ready < 0 && errno == EINTR);
     return ready != 0;
+}
+
+// Why something printed was lost, an errno: the first reason. 0: nothing was.
+std::atomic<int> g_iOutputError{0};
+
+// Prints, at once. A reader that is gone, or a full disk, ends the program, at its last line or
+// when the reporter looks.
+__attribute__((format(printf, 1, 2))) void Print(const char* format, ...) {
+    errno = 0;
+    va_list values;
+    va_start(values, format);
+    const int written = std::vprintf(format, values);
+    va_end(values);
+    if (written < 0 || std::fflush(stdout) != 0) {
+        int none = 0;
+        g_iOutputError.compare_exchange_strong(none, errno != 0 ? errno : EIO);
+    }
+}
+
+void TellError(const std::string& what, int err) {
+    if (CanPrint(outputPatienceMs, STDERR_FILENO)) {
+        std::fprintf(stderr, "zce-recv: %s: %s\n", what.c_str(), std::strerror(err));
+    }
+}
+
+// `status`, or 1 with the reason on standard error if something printed was lost.
+int FinishOutput(int status) {
+    if (g_iOutputError == 0) {
+        return status;
+    }
+    TellError("standard output", g_iOutputError);
+    return 1;
 }
 
 // A callback gives no length, and nobody has looked at the body: one that does not fit its type
@@ -110,17 +146,17 @@ class CReceiver : public IVelaZceMdSpi {
         return ulTotal;
     }
 
-    // One line "messages,name" for each instrument that had any.
-    bool WriteNames(const std::string& path) const {
-        std::ofstream file(path);
+    // One line "messages,name" for each instrument that had any. False, with errno: `out` did not
+    // take all of them.
+    bool WriteNames(std::FILE* out) const {
         for (const std::vector<Instrument>& table : m_aTables) {
             for (const Instrument& instrument : table) {
-                if (instrument.messages != 0) {
-                    file << instrument.messages << ',' << instrument.name << '\n';
+                if (instrument.messages != 0 && !WriteName(out, instrument)) {
+                    return false;
                 }
             }
         }
-        return static_cast<bool>(file.flush());
+        return true;
     }
 
   private:
@@ -128,6 +164,16 @@ class CReceiver : public IVelaZceMdSpi {
         std::uint64_t messages = 0;
         std::string name;
     };
+
+    static bool WriteName(std::FILE* out, const Instrument& instrument) {
+        if (!CanPrint(outputPatienceMs, fileno(out))) {
+            errno = EAGAIN;
+            return false;
+        }
+        return std::fprintf(out, "%llu,%s\n", static_cast<unsigned long long>(instrument.messages),
+                            instrument.name.c_str()) >= 0 &&
+               std::fflush(out) == 0;
+    }
 
     void Take(unsigned int uiType, const unsigned char* body) {
         ZceBoardQuote_t quote;
@@ -144,23 +190,22 @@ class CReceiver : public IVelaZceMdSpi {
         m_ulLastSeq = quote.ulSeq;
         if (m_lPrint > 0 && CanPrint(outputPatienceMs)) {
             --m_lPrint;
-            Print(uiType, quote, body);
+            PrintMessage(uiType, quote, body);
         }
         if (m_bKeepNames) {
             KeepName(quote);
         }
     }
 
-    static void Print(unsigned int uiType, const ZceBoardQuote_t& quote,
-                      const unsigned char* body) {
+    static void PrintMessage(unsigned int uiType, const ZceBoardQuote_t& quote,
+                             const unsigned char* body) {
         char szName[ZCE_BOARD_NAME_SIZE + 1];
         ZceBoardLevel_t best;
         std::memcpy(&best, body + sizeof(quote), sizeof(best));
-        std::printf("zce-recv type=%u %s %06u last %.2f bid %.2f x %u ask %.2f x %u volume %llu\n",
-                    uiType, ZceBoardName(&quote, szName), quote.uiTime,
-                    ZceBoardPrice(quote.lLastPrice), ZceBoardPrice(best.lBidPrice),
-                    best.uiBidVolume, ZceBoardPrice(best.lAskPrice), best.uiAskVolume,
-                    static_cast<unsigned long long>(quote.ulVolume));
+        Print("zce-recv type=%u %s %06u last %.2f bid %.2f x %u ask %.2f x %u volume %llu\n",
+              uiType, ZceBoardName(&quote, szName), quote.uiTime, ZceBoardPrice(quote.lLastPrice),
+              ZceBoardPrice(best.lBidPrice), best.uiBidVolume, ZceBoardPrice(best.lAskPrice),
+              best.uiAskVolume, static_cast<unsigned long long>(quote.ulVolume));
     }
 
     void KeepName(const ZceBoardQuote_t& quote) {
@@ -189,20 +234,32 @@ void PrintLastLine(long lChannel, const CReceiver& receiver) {
     if (!CanPrint(outputPatienceMs)) {
         return;
     }
-    std::printf(
+    std::string bad;
+    if (receiver.Bad() != 0) {
+        bad = " bad=" + std::to_string(receiver.Bad());
+    }
+    Print(
         "zce-recv channel=%ld total=%llu type17=%llu type18=%llu type19=%llu type20=%llu "
-        "gaps=%llu",
+        "gaps=%llu%s\n",
         lChannel, static_cast<unsigned long long>(receiver.Total()),
         static_cast<unsigned long long>(receiver.Count(0)),
         static_cast<unsigned long long>(receiver.Count(1)),
         static_cast<unsigned long long>(receiver.Count(2)),
         static_cast<unsigned long long>(receiver.Count(3)),
-        static_cast<unsigned long long>(receiver.Gaps()));
-    if (receiver.Bad() != 0) {
-        std::printf(" bad=%llu", static_cast<unsigned long long>(receiver.Bad()));
+        static_cast<unsigned long long>(receiver.Gaps()), bad.c_str());
+}
+
+// "-" is standard output.
+bool WriteNamesTo(const std::string& path, const CReceiver& receiver) {
+    if (path == "-") {
+        return receiver.WriteNames(stdout);
     }
-    std::putchar('\n');
-    std::fflush(stdout);
+    std::FILE* file = std::fopen(path.c_str(), "w");
+    if (file == nullptr) {
+        return false;
+    }
+    const bool bWritten = receiver.WriteNames(file);
+    return std::fclose(file) == 0 && bWritten;
 }
 
 // ---- Ending ------------------------------------------------------------------------------------
@@ -233,8 +290,8 @@ void CatchEarlySignals(long lChannel, bool bOwnLoop) {
     std::signal(SIGTERM, OnEarlySignal);
 }
 
-// Prints the rate once a second while messages come, and ends the program after `--seconds`, the
-// way Ctrl-C does.
+// Prints the rate once a second while messages come, and ends the program after `--seconds`, or
+// when what is printed is lost, the way Ctrl-C does.
 class CReporter {
   public:
     CReporter(const CReceiver& receiver, long lSeconds)
@@ -262,13 +319,13 @@ class CReporter {
             }
             const std::uint64_t ulNow = m_receiver.Total();
             if (ulNow != ulBefore && CanPrint(outputPatienceMs)) {
-                std::printf("zce-recv rate=%llu/s total=%llu gaps=%llu\n",
-                            static_cast<unsigned long long>(ulNow - ulBefore),
-                            static_cast<unsigned long long>(ulNow),
-                            static_cast<unsigned long long>(m_receiver.Gaps()));
+                Print("zce-recv rate=%llu/s total=%llu gaps=%llu\n",
+                      static_cast<unsigned long long>(ulNow - ulBefore),
+                      static_cast<unsigned long long>(ulNow),
+                      static_cast<unsigned long long>(m_receiver.Gaps()));
             }
             ulBefore = ulNow;
-            if (lSecond == m_lSeconds) {
+            if (lSecond == m_lSeconds || g_iOutputError != 0) {
                 kill(getpid(), SIGINT);
             }
         }
@@ -296,9 +353,10 @@ bool ReadNumber(const char* option, const char* text, long& value) {
     return true;
 }
 
-void Usage(std::FILE* out) {
-    std::fputs(
+void PrintUsage() {
+    Print(
         "usage: zce-recv CONFIG [--seconds N] [--print N] [--own-loop] [--nap US] [--names FILE]\n"
+        "Receives one DMA channel and tells what comes.\n"
         "  CONFIG        the INI file; its config:device names board and channel\n"
         "  --seconds N   end after N seconds (0: at Ctrl-C only)\n"
         "  --print N     print the first N messages\n"
@@ -306,20 +364,53 @@ void Usage(std::FILE* out) {
         "  --nap US      with --own-loop: after a poll that found nothing rest for US "
         "microseconds;\n"
         "                leaves the CPU to others, and each message may come that much later\n"
-        "  --names FILE  at the end, write 'messages,instrument' lines to FILE\n",
-        out);
+        "  --names FILE  at the end, write 'messages,instrument' lines to FILE (-: standard "
+        "output)\n"
+        "  --help        print this, and end\n"
+        "  --version     print the version, and end\n");
+}
+
+// What is wrong with the argument that getopt_long has just refused.
+void TellRefused(int choice, const char* argument) {
+    const bool bLong = std::strncmp(argument, "--", 2) == 0;
+    if (choice == ':') {
+        std::fprintf(stderr, "zce-recv: %s: the value is missing\n", argument);
+    } else if (bLong && optopt != 0) {
+        std::fprintf(stderr, "zce-recv: %s: this option takes no value\n", argument);
+    } else if (bLong) {
+        std::fprintf(stderr, "zce-recv: %s: no such option\n", argument);
+    } else {
+        std::fprintf(stderr, "zce-recv: -%c: no such option\n", optopt);
+    }
+}
+
+// One line on standard error says what is wrong.
+bool CheckArguments(int argc, char** argv, Arguments& arguments) {
+    if (arguments.napUs > 0 && !arguments.ownLoop) {
+        std::fputs("zce-recv: --nap: needs --own-loop\n", stderr);
+        return false;
+    }
+    if (optind == argc) {
+        std::fputs("zce-recv: CONFIG is missing\n", stderr);
+        return false;
+    }
+    if (argc - optind > 1) {
+        std::fprintf(stderr, "zce-recv: %s: one CONFIG only\n", argv[optind + 1]);
+        return false;
+    }
+    arguments.config = argv[optind];
+    return true;
 }
 
 // 0: go on; otherwise the program ends with this status (-1: with 0).
 int ReadArguments(int argc, char** argv, Arguments& arguments) {
-    const option options[] = {{"seconds", required_argument, nullptr, 's'},
-                              {"print", required_argument, nullptr, 'p'},
-                              {"own-loop", no_argument, nullptr, 'o'},
-                              {"nap", required_argument, nullptr, 'r'},
-                              {"names", required_argument, nullptr, 'n'},
-                              {"help", no_argument, nullptr, 'h'},
-                              {nullptr, 0, nullptr, 0}};
-    for (int choice = 0; (choice = getopt_long(argc, argv, "h", options, nullptr)) != -1;) {
+    const option options[] = {
+        {"seconds", required_argument, nullptr, 's'}, {"print", required_argument, nullptr, 'p'},
+        {"own-loop", no_argument, nullptr, 'o'},      {"nap", required_argument, nullptr, 'r'},
+        {"names", required_argument, nullptr, 'n'},   {"help", no_argument, nullptr, 'h'},
+        {"version", no_argument, nullptr, 'v'},       {nullptr, 0, nullptr, 0}};
+    opterr = 0;
+    for (int choice = 0; (choice = getopt_long(argc, argv, ":h", options, nullptr)) != -1;) {
         bool bGood = true;
         switch (choice) {
             case 's':
@@ -338,31 +429,21 @@ int ReadArguments(int argc, char** argv, Arguments& arguments) {
                 arguments.namesFile = optarg;
                 break;
             case 'h':
-                Usage(stdout);
+                PrintUsage();
                 return -1;
-            default:  // getopt_long has said which option
+            case 'v':
+                Print("zce-recv %s\n", GetUpDmaLibVersion());
+                return -1;
+            default:
+                TellRefused(choice, argv[optind - 1]);
                 bGood = false;
                 break;
         }
         if (!bGood) {
-            Usage(stderr);
             return usageError;
         }
     }
-    if (arguments.napUs > 0 && !arguments.ownLoop) {
-        std::fputs("zce-recv: --nap needs --own-loop\n", stderr);
-        Usage(stderr);
-        return usageError;
-    }
-    if (argc - optind != 1) {
-        std::fprintf(stderr, "zce-recv: %s%s\n",
-                     optind == argc ? "CONFIG is missing" : "one CONFIG only, what is ",
-                     optind == argc ? "" : argv[optind + 1]);
-        Usage(stderr);
-        return usageError;
-    }
-    arguments.config = argv[optind];
-    return 0;
+    return CheckArguments(argc, argv, arguments) ? 0 : usageError;
 }
 
 // The channel that the file's config:device names, -1 if it names none: the library will say so.
@@ -384,10 +465,11 @@ long ConfiguredChannel(const std::string& config) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    std::signal(SIGPIPE, SIG_IGN);  // a reader that is gone is an error of what is printed
     Arguments arguments;
     const int usage = ReadArguments(argc, argv, arguments);
     if (usage != 0) {
-        return usage < 0 ? 0 : usage;
+        return usage < 0 ? FinishOutput(0) : usage;
     }
     const long lChannel = ConfiguredChannel(arguments.config);
     CatchEarlySignals(lChannel, arguments.ownLoop);
@@ -416,10 +498,10 @@ int main(int argc, char** argv) {
     }
     IVelaZceMdApi::DestroyVelaZceMdApi(*api);
 
-    if (!arguments.namesFile.empty() && !receiver.WriteNames(arguments.namesFile)) {
-        std::fprintf(stderr, "zce-recv: --names: cannot write %s\n", arguments.namesFile.c_str());
+    if (!arguments.namesFile.empty() && !WriteNamesTo(arguments.namesFile, receiver)) {
+        TellError("--names: cannot write " + arguments.namesFile, errno);
         result = 1;
     }
     PrintLastLine(lChannel, receiver);
-    return result == 0 ? 0 : 1;
+    return FinishOutput(result == 0 ? 0 : 1);
 }
