@@ -56,6 +56,7 @@ sigset_t WaitedSignals() {
     const sigset_t waited = WaitedSignals();
     sigprocmask(SIG_UNBLOCK, &waited, nullptr);
     std::vector<char*> arguments;
+    arguments.reserve(command.size() + 1);
     for (std::string& word : command) {
         arguments.push_back(&word[0]);
     }

@@ -24,6 +24,7 @@
 #include <climits>
 #include <condition_variable>
 #include <csignal>
+#include <cstdarg>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -67,11 +68,15 @@ bool CanPrint(int timeoutMs, int fd = STDOUT_FILENO) {
 // Why something printed was lost, an errno: the first reason. 0: nothing was.
 std::atomic<int> g_iOutputError{0};
 
-// Brings what was just printed to the reader. A reader that is gone, or a full disk, ends the
-// program, at its last line or when the reporter looks.
-void FlushOutput() {
+// Prints, at once. A reader that is gone, or a full disk, ends the program, at its last line or
+// when the reporter looks.
+__attribute__((format(printf, 1, 2))) void Print(const char* format, ...) {
     errno = 0;
-    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+    va_list values;
+    va_start(values, format);
+    const int written = std::vprintf(format, values);
+    va_end(values);
+    if (written < 0 || std::fflush(stdout) != 0) {
         int none = 0;
         g_iOutputError.compare_exchange_strong(none, errno != 0 ? errno : EIO);
     }
@@ -85,7 +90,6 @@ void TellError(const std::string& what, int err) {
 
 // `status`, or 1 with the reason on standard error if something printed was lost.
 int FinishOutput(int status) {
-    FlushOutput();
     if (g_iOutputError == 0) {
         return status;
     }
@@ -186,24 +190,22 @@ class CReceiver : public IVelaZceMdSpi {
         m_ulLastSeq = quote.ulSeq;
         if (m_lPrint > 0 && CanPrint(outputPatienceMs)) {
             --m_lPrint;
-            Print(uiType, quote, body);
+            PrintMessage(uiType, quote, body);
         }
         if (m_bKeepNames) {
             KeepName(quote);
         }
     }
 
-    static void Print(unsigned int uiType, const ZceBoardQuote_t& quote,
-                      const unsigned char* body) {
+    static void PrintMessage(unsigned int uiType, const ZceBoardQuote_t& quote,
+                             const unsigned char* body) {
         char szName[ZCE_BOARD_NAME_SIZE + 1];
         ZceBoardLevel_t best;
         std::memcpy(&best, body + sizeof(quote), sizeof(best));
-        std::printf("zce-recv type=%u %s %06u last %.2f bid %.2f x %u ask %.2f x %u volume %llu\n",
-                    uiType, ZceBoardName(&quote, szName), quote.uiTime,
-                    ZceBoardPrice(quote.lLastPrice), ZceBoardPrice(best.lBidPrice),
-                    best.uiBidVolume, ZceBoardPrice(best.lAskPrice), best.uiAskVolume,
-                    static_cast<unsigned long long>(quote.ulVolume));
-        FlushOutput();
+        Print("zce-recv type=%u %s %06u last %.2f bid %.2f x %u ask %.2f x %u volume %llu\n",
+              uiType, ZceBoardName(&quote, szName), quote.uiTime, ZceBoardPrice(quote.lLastPrice),
+              ZceBoardPrice(best.lBidPrice), best.uiBidVolume, ZceBoardPrice(best.lAskPrice),
+              best.uiAskVolume, static_cast<unsigned long long>(quote.ulVolume));
     }
 
     void KeepName(const ZceBoardQuote_t& quote) {
@@ -232,20 +234,19 @@ void PrintLastLine(long lChannel, const CReceiver& receiver) {
     if (!CanPrint(outputPatienceMs)) {
         return;
     }
-    std::printf(
+    std::string bad;
+    if (receiver.Bad() != 0) {
+        bad = " bad=" + std::to_string(receiver.Bad());
+    }
+    Print(
         "zce-recv channel=%ld total=%llu type17=%llu type18=%llu type19=%llu type20=%llu "
-        "gaps=%llu",
+        "gaps=%llu%s\n",
         lChannel, static_cast<unsigned long long>(receiver.Total()),
         static_cast<unsigned long long>(receiver.Count(0)),
         static_cast<unsigned long long>(receiver.Count(1)),
         static_cast<unsigned long long>(receiver.Count(2)),
         static_cast<unsigned long long>(receiver.Count(3)),
-        static_cast<unsigned long long>(receiver.Gaps()));
-    if (receiver.Bad() != 0) {
-        std::printf(" bad=%llu", static_cast<unsigned long long>(receiver.Bad()));
-    }
-    std::putchar('\n');
-    FlushOutput();
+        static_cast<unsigned long long>(receiver.Gaps()), bad.c_str());
 }
 
 // "-" is standard output.
@@ -318,11 +319,10 @@ class CReporter {
             }
             const std::uint64_t ulNow = m_receiver.Total();
             if (ulNow != ulBefore && CanPrint(outputPatienceMs)) {
-                std::printf("zce-recv rate=%llu/s total=%llu gaps=%llu\n",
-                            static_cast<unsigned long long>(ulNow - ulBefore),
-                            static_cast<unsigned long long>(ulNow),
-                            static_cast<unsigned long long>(m_receiver.Gaps()));
-                FlushOutput();
+                Print("zce-recv rate=%llu/s total=%llu gaps=%llu\n",
+                      static_cast<unsigned long long>(ulNow - ulBefore),
+                      static_cast<unsigned long long>(ulNow),
+                      static_cast<unsigned long long>(m_receiver.Gaps()));
             }
             ulBefore = ulNow;
             if (lSecond == m_lSeconds || g_iOutputError != 0) {
@@ -354,7 +354,7 @@ bool ReadNumber(const char* option, const char* text, long& value) {
 }
 
 void PrintUsage() {
-    std::fputs(
+    Print(
         "usage: zce-recv CONFIG [--seconds N] [--print N] [--own-loop] [--nap US] [--names FILE]\n"
         "Receives one DMA channel and tells what comes.\n"
         "  CONFIG        the INI file; its config:device names board and channel\n"
@@ -367,8 +367,7 @@ void PrintUsage() {
         "  --names FILE  at the end, write 'messages,instrument' lines to FILE (-: standard "
         "output)\n"
         "  --help        print this, and end\n"
-        "  --version     print the version, and end\n",
-        stdout);
+        "  --version     print the version, and end\n");
 }
 
 // What is wrong with the argument that getopt_long has just refused.
@@ -433,7 +432,7 @@ int ReadArguments(int argc, char** argv, Arguments& arguments) {
                 PrintUsage();
                 return -1;
             case 'v':
-                std::printf("zce-recv %s\n", GetUpDmaLibVersion());
+                Print("zce-recv %s\n", GetUpDmaLibVersion());
                 return -1;
             default:
                 TellRefused(choice, argv[optind - 1]);

@@ -59,6 +59,21 @@ build_apps() { # build_apps NAME: $work/NAME/app by the CMake package, $work/NAM
         2>"$work/build.log" || { cat "$work/build.log"; exit 1; }
 }
 build_apps whole
+for compiler in "g++ -std=c++11" "g++ -std=c++20" "clang++ -std=c++11" "clang++ -std=c++20"; do
+    # shellcheck disable=SC2046
+    $compiler -fsyntax-only -Wall -Wextra -Wpedantic -Wnon-virtual-dtor -Werror "$work/app/main.cpp" \
+        $(PKG_CONFIG_PATH="$libdir/pkgconfig" pkg-config --cflags velazcemdapi)
+done
+# The lines of examples/README.md, where the examples are installed.
+(
+    cd "$work/tree/$doc/examples"
+    grep '^g++ .*velazcemdapi' README.md >"$work/lines"
+    PKG_CONFIG_PATH="$libdir/pkgconfig" sh -e "$work/lines"
+    for example in minimal zce-recv strategy-ring channels; do
+        [ -x "$example" ] || fail "examples/README.md does not build $example"
+        rm "$example"
+    done
+)
 
 # loaded PROGRAM: the libenyx-hw-c.so.5 that it gets.
 loaded() { LD_TRACE_LOADED_OBJECTS=1 "$@" | sed -n 's/.*libenyx-hw-c.so.5 => \([^(]*[^( ]\).*/\1/p'; }

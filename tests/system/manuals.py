@@ -10,6 +10,10 @@ import sys
 PROGRAMS = ["zce-board", "zce-board-run", "zce-top", "zce-recv", "zce-check", "zce-bin"]
 # A command with a manual page of its own.
 PAGES = {("zce-board", "ctl"): "zce-board-ctl.1"}
+# Forms of a program that its --help does not list as commands; what the program's first form offers
+# to get into them.
+FORMS = {"zce-check": (["--when"], ["host"], ["vendor"])}
+WAYS = {("zce-check",): {"--when"}}
 # Macros of mdoc that end what Fl says.
 MACROS = {"Ar", "Cm", "Fl", "Op", "Oo", "Oc", "Ns", "Ql", "Sq", "|", "Ic", "Pa", "Xr", "Nm"}
 
@@ -100,6 +104,7 @@ def check(build, source, path, page, told):
     of_page[0] |= options
     long_options = {option for option in options if option.startswith("--")}
     offered = completed(source, build, path, "-")
+    long_options |= WAYS.get(tuple(path), set())
     compare(" ".join(path), long_options, {word for word in offered if word.startswith("-")},
             "the completion")
     if commands:
@@ -129,7 +134,8 @@ def main():
         if not os.path.exists(f"{source}/completion/{name}"):
             complain(f"{name} has no completion")
             continue
-        check(build, source, [name], f"{name}.1", pages)
+        for form in ([], *FORMS.get(name, ())):
+            check(build, source, [name] + form, f"{name}.1", pages)
     for page, (options, commands) in pages.items():
         explained, named, commands_of_page = page_of(source, page)
         compare(page, options, explained, "the page")

@@ -15,6 +15,7 @@
 
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::StartsWith;
 
 namespace velatest {
 
@@ -39,10 +40,47 @@ class Receiver : public Market {
 
     // A master that has subscribed, and a receiver on channel 3 that gets messages.
     void StartBoth(const std::vector<std::string>& more) {
-        m_master = Receive(0);
+        m_master = Receive(0, {"--names", "-"});
         ASSERT_TRUE(m_master->WaitFor("Fpga start transmit inst map pkt.")) << m_master->Output();
         m_receiver = Receive(3, more);
         ASSERT_TRUE(m_receiver->WaitFor("zce-recv type=")) << m_receiver->Output();
+    }
+    // A receiver whose output and names are lost; the shell tells its exit status.
+    std::unique_ptr<Process> StartLost(unsigned int channel, const std::string& output) {
+        const std::string name = "lost" + std::to_string(channel);
+        const Process::Options where = Where(name);
+        WriteFile(Path(name) + "/config.ini",
+                  "[config]\ndevice = xilinx0:" + std::to_string(channel) + "\n");
+        const std::string command =
+            "{ '" ZCE_RECV_PROGRAM
+            "' config.ini --names /dev/full --seconds 40; echo status=$? >&2; } ";
+        return std::make_unique<Process>(std::vector<std::string>{"sh", "-c", command + output},
+                                         where);
+    }
+    static void ExpectLost(Process& receiver, const std::string& reason) {
+        EXPECT_EQ(receiver.WaitEnd(), 0);
+        EXPECT_EQ(receiver.Output(),
+                  "zce-recv: --names: cannot write /dev/full: No space left on device\n"
+                  "zce-recv: standard output: " +
+                      reason + "\nstatus=1\n");
+    }
+    // A line for each instrument of the master's channel, and then its last line.
+    void ExpectMastersNames() {
+        Finish(*m_master, 0);
+        const std::string output = m_master->Output();
+        std::smatch found;
+        ASSERT_TRUE(std::regex_search(
+            output, found,
+            std::regex(
+                "\n([0-9]+),SR301\n([0-9]+),SR305\n([0-9]+),SR301C5000\n([0-9]+),SR301P5000\n"
+                "([0-9]+),SPD-SR301&SR305\n([0-9]+),SPD-CF301&CF305\nzce-recv channel=0 "
+                "total=([0-9]+) ")))
+            << output;
+        long sum = 0;
+        for (size_t k = 1; k <= 6; ++k) {
+            sum += std::stol(found[k]);
+        }
+        EXPECT_EQ(sum, std::stol(found[7])) << output;
     }
     // How many messages the board has dropped on channel 3, by its last status line.
     long Dropped() const {
@@ -59,10 +97,19 @@ class Receiver : public Market {
 };
 
 TEST_F(Receiver, PrintsAsManyMessagesAsAskedForAndARateOnceASecond) {
+    m_rules +=
+        "[channel4]\ninsts = all\noptions = norecv\nips = recv\n"
+        "[channel5]\ninsts = all\noptions = norecv\nips = recv\n";
     StartClock(shortlyBeforeExpiry);
     StartSmallBoard();
     StartBoth({"--print", "3", "--seconds", "9"});
+    const auto gone = StartLost(4, "| true");
+    const auto full = StartLost(5, ">/dev/full");
     EXPECT_EQ(m_receiver->WaitEnd(), 0);
+    // What is not printed or written is told, too.
+    ExpectLost(*gone, "Broken pipe");
+    ExpectLost(*full, "No space left on device");
+    ExpectMastersNames();
     const std::string output = m_receiver->Output();
     const std::vector<std::string> messages = LinesOf(output, "zce-recv type=");
     EXPECT_EQ(messages.size(), 3U);
@@ -113,7 +160,41 @@ TEST_F(Receiver, CountsEveryMessageThatItWasTooSlowFor) {
 TEST_F(Receiver, KnowsTheLibraryByItsHeaderAndTheBoardByItsBodiesAlone) {
     const std::string source = ReadFile(ZCE_RECV_SOURCE);
     EXPECT_THAT(LinesOf(source, "#include \""),
-                ElementsAre("#include \"IVelaZceMdApi.h\"", "#include \"ZceBoardMsg.h\""));
+                ElementsAre("#include \"IVelaZceMdApi.h\"", "#include \"VelaZceUtils.h\"",
+                            "#include \"ZceBoardMsg.h\""));
+}
+
+TEST_F(Receiver, AWrongArgumentIsNamed) {
+    const std::vector<std::pair<std::vector<std::string>, const char*>> cases = {
+        {{"--bogus"}, "zce-recv: --bogus: no such option\n"},
+        {{"-x"}, "zce-recv: -x: no such option\n"},
+        {{"--own-loop=3"}, "zce-recv: --own-loop=3: this option takes no value\n"},
+        {{"config.ini", "--seconds"}, "zce-recv: --seconds: the value is missing\n"},
+        {{"config.ini", "--print", "3x"},
+         "zce-recv: --print: '3x' is not a number from 0 to 2147483647\n"},
+        {{"config.ini", "--nap", "3"}, "zce-recv: --nap: needs --own-loop\n"},
+        {{}, "zce-recv: CONFIG is missing\n"},
+        {{"one.ini", "two.ini"}, "zce-recv: two.ini: one CONFIG only\n"},
+    };
+    for (const auto& [arguments, error] : cases) {
+        std::vector<std::string> command{ZCE_RECV_PROGRAM};
+        command.insert(command.end(), arguments.begin(), arguments.end());
+        Process receiver(command, Where("wrong"));
+        EXPECT_EQ(receiver.WaitEnd(), 2);
+        EXPECT_EQ(receiver.Output(), error);
+    }
+}
+
+TEST_F(Receiver, HelpAndVersionAreAnswers) {
+    Process help({ZCE_RECV_PROGRAM, "--help"}, Where("help"));
+    EXPECT_EQ(help.WaitEnd(), 0);
+    EXPECT_THAT(help.Output(), StartsWith("usage: zce-recv CONFIG [--seconds N] [--print N] "));
+    Process version({ZCE_RECV_PROGRAM, "--version"}, Where("version"));
+    EXPECT_EQ(version.WaitEnd(), 0);
+    EXPECT_EQ(version.Output(), "zce-recv 3.10.0\n");
+    Process lost({"sh", "-c", "exec '" ZCE_RECV_PROGRAM "' --version >/dev/full"}, Where("lost"));
+    EXPECT_EQ(lost.WaitEnd(), 1);
+    EXPECT_EQ(lost.Output(), "zce-recv: standard output: No space left on device\n");
 }
 
 class BoardProgram : public Market {};
