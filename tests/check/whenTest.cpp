@@ -10,6 +10,7 @@
 
 #include "check/WhenDay.h"
 #include "check/WhenStart.h"
+#include "log/elog.h"
 #include "program/Moment.h"
 #include "programRun.h"
 #include "wholeFile.h"
@@ -333,6 +334,17 @@ TEST(WhenText, WithoutAMomentTheHostsClockSays) {
         bFound = bFound || run.text.starts_with(date(at));
     }
     EXPECT_TRUE(bFound) << run.text;
+}
+
+// The library's log is neither opened nor printed.
+TEST(WhenText, NothingIsLogged) {
+    for (const char* const command : {"--when", "host --lab", "vendor"}) {
+        const ProgramRun run(std::string(ZCE_CHECK_PROGRAM " ") + command + " 2>&1");
+        EXPECT_FALSE(run.text.empty());
+        EXPECT_EQ(run.text.find("[fpga]"), std::string::npos) << run.text;
+    }
+    PlanStart(SecondOfTime(93000), BoardState::Still);
+    EXPECT_FALSE(elog_get_enabled());
 }
 
 TEST(Moment, IsReadFromTextsOfItsShapesAlone) {

@@ -124,6 +124,8 @@ class Commands(unittest.TestCase):
         self.assertEqual(self.faults_of("zce-bored --bus 0"), ["there is no program zce-bored"])
         self.assertEqual(self.faults_of("zce-board --bus 0 -- zce-board --feed"), ["zce-board has no option --feed"])
         self.assertEqual(self.faults_of("no-such-command"), ["there is no command no-such-command"])
+        self.assertEqual(self.faults_of("x=$(( ($(date +%s) - 1) / 2 )):$((x % 2)) date -u"), [])
+        self.assertEqual(self.faults_of("date -d $(zce-board --when)"), ["zce-board has no option --when"])
 
     def test_scripts_files_and_presets(self):
         self.assertEqual(self.faults_of("./scripts/go.sh --quick"), [])

@@ -14,7 +14,7 @@ PUBLIC_HEADERS = ("include/*.h", "board/include/*.h", "capture/ZceCapture.h")
 def all_pages(root):
     """Every page of the tree, as paths relative to it."""
     root = Path(root)
-    found = sorted(root.glob("*.md")) + sorted((root / "docs").rglob("*.md"))
+    found = [path for part in ("*.md", "docs/**/*.md", "examples/**/*.md") for path in sorted(root.glob(part))]
     return [str(path.relative_to(root)) for path in found]
 
 
