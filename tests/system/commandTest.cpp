@@ -89,8 +89,9 @@ TEST_F(Command, SeesTheListLearntAndMarketDataAtAnyHour) {
 }
 
 TEST_F(Command, HasTheBoardsClockWhichIsTheExchangesWhateverTheZone) {
-    EXPECT_EQ(RunShell({"--at", "2026-11-20 23:59:50"}, "date '+%F %T' >clock; exit 7"), 7);
+    EXPECT_EQ(RunShell({"--at", "2026-11-20 23:59:50"}, "date '+%F %T %z' >clock; exit 7"), 7);
     EXPECT_THAT(ReadFile(Path("together/clock")), StartsWith("2026-11-20 23:59:5"));
+    EXPECT_THAT(ReadFile(Path("together/clock")), HasSubstr(" +0800\n"));
     // It jumps with the board's, and goes at its speed.
     const std::string ctl = std::string("'") + ZCE_BOARD_PROGRAM + "' ctl --bus 3 ";
     EXPECT_EQ(RunShell({"--at", "08:54:50", "--bus", "3", "--clock-speed", "100"},
