@@ -12,7 +12,7 @@ trap 'rm -rf "$work"' EXIT
 cmake --install "$build" --prefix "$work/tree" >"$work/install.log"
 libdir=$(dirname "$(find "$work/tree" -name 'libVelaZceMdApi.so.3')")
 for file in include/IVelaZceMdApi.h include/VelaZceUtils.h include/ZceBoardMsg.h \
-    include/ZceCapture.h bin/zce-board bin/zce-top share/zce-board/zce.lua; do
+    include/ZceCapture.h bin/zce-board bin/zce-top bin/zce-bin bin/zce-check share/zce-board/zce.lua; do
     [ -f "$work/tree/$file" ] || { echo "$file is not installed"; exit 1; }
 done
 [ -f "$libdir/zce-board/libzce-record.so" ] || { echo "the recorder is not installed"; exit 1; }
