@@ -1,7 +1,8 @@
 #ifndef ZCE_CAPTURE_H
 #define ZCE_CAPTURE_H
 
-/*
+/**
+ * @file
  * A capture: a file of the DMA messages that an application polled, written by libzce-record.so,
  * read by zce-board's replay and by Wireshark with zce.lua.
  *
@@ -42,28 +43,29 @@
 extern "C" {
 #endif
 
+/** Versions, kinds and sizes. */
 enum { /* NOLINT: C has no other way to name a constant of an array's size */
-       ZCE_CAPTURE_VERSION = 1,
-       ZCE_CAPTURE_KIND_MESSAGE = 1,
-       ZCE_CAPTURE_KIND_LOST = 2,
-       ZCE_CAPTURE_PREFIX_SIZE = 16,
-       ZCE_CAPTURE_CHANNELS = 16,
-       ZCE_CAPTURE_LINK_TYPE = 147,
-       ZCE_CAPTURE_SNAPLEN = 262144, /* of the file; no packet is larger, the prefix included */
-       ZCE_CAPTURE_BUS_UNKNOWN = 65535
+       ZCE_CAPTURE_VERSION = 1,        /**< of the prefix */
+       ZCE_CAPTURE_KIND_MESSAGE = 1,   /**< a DMA message follows */
+       ZCE_CAPTURE_KIND_LOST = 2,      /**< messages were lost here */
+       ZCE_CAPTURE_PREFIX_SIZE = 16,   /**< bytes */
+       ZCE_CAPTURE_CHANNELS = 16,      /**< channels are 0 to 15 */
+       ZCE_CAPTURE_LINK_TYPE = 147,    /**< LINKTYPE_USER0 */
+       ZCE_CAPTURE_SNAPLEN = 262144,   /**< of the file; no packet is larger, the prefix included */
+       ZCE_CAPTURE_BUS_UNKNOWN = 65535 /**< in place of a bus index */
 };
 
-/* What every packet begins with, 16 bytes. */
+/** What every packet begins with, 16 bytes. */
 typedef struct ZceCapturePrefix_t { /* NOLINT(modernize-use-using) */
-    uint8_t ucVersion;              /*  0  ZCE_CAPTURE_VERSION */
-    uint8_t ucKind;                 /*  1  ZCE_CAPTURE_KIND_... */
-    uint16_t usBus;                 /*  2 */
-    uint16_t usChannel;             /*  4 */
-    uint16_t usOpening;             /*  6 */
-    uint64_t ulNumber;              /*  8  number of the message, or how many were lost */
+    uint8_t ucVersion;              /**<  0  ZCE_CAPTURE_VERSION */
+    uint8_t ucKind;                 /**<  1  ZCE_CAPTURE_KIND_... */
+    uint16_t usBus;                 /**<  2  bus index of the board */
+    uint16_t usChannel;             /**<  4  DMA channel, 0 to 15 */
+    uint16_t usOpening;             /**<  6  which opening of the stream */
+    uint64_t ulNumber;              /**<  8  number of the message, or how many were lost */
 } ZceCapturePrefix_t;
 
-/* Copies the prefix of a packet, which need not lie on any boundary. */
+/** Copies the prefix of a packet, which need not lie on any boundary. */
 static inline void ZceCaptureReadPrefix(const unsigned char* pPacket, ZceCapturePrefix_t* pPrefix) {
     memcpy(pPrefix, pPacket, sizeof(*pPrefix));
 }

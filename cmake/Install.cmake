@@ -104,7 +104,8 @@ endforeach()
 # Pages and examples, beside each other as in the source tree: their links hold.
 install(FILES README.md CHANGELOG.md CONTRIBUTING.md LICENSE
         DESTINATION ${VELAZCE_DOC_DIR} COMPONENT documentation)
-install(DIRECTORY docs DESTINATION ${VELAZCE_DOC_DIR} COMPONENT documentation)
+install(DIRECTORY docs DESTINATION ${VELAZCE_DOC_DIR} COMPONENT documentation
+        PATTERN Doxyfile.in EXCLUDE PATTERN reference.dox EXCLUDE)
 install(DIRECTORY examples DESTINATION ${VELAZCE_DOC_DIR} COMPONENT documentation
         PATTERN CMakeLists.txt EXCLUDE)
 include(cmake/Manuals.cmake)

@@ -13,7 +13,7 @@ BUILD_PACKAGES=(g++ cmake ninja-build libiniparser-dev libcli11-dev libfmt-dev
                 libatomic-queue-dev libreaderwriterqueue-dev libiceoryx-posh-dev iceoryx libspdlog-dev)
 TEST_PACKAGES=(clang-14 lld clang-tidy clang-format libclang-rt-14-dev faketime strace binutils
                pkg-config make git procps tmux tshark
-               abigail-tools cppcheck
+               abigail-tools cppcheck doxygen
                dpkg-dev file lintian man-db mandoc)
 # For the plots.
 BENCH_PACKAGES=(gnuplot-nox git)

@@ -71,8 +71,8 @@ TEST(CheckReport, ErrorsAndWarningsAreCounted) {
 }
 
 TEST(CheckReport, JsonHoldsTheFindings) {
-    const json report = JsonOf(
-        ConfigRun("[config]\ndevice = xilinx0:0\n[channel1]\ninsts = SR\noptions = RECV\n", INSTRUMENTS));
+    const json report = JsonOf(ConfigRun(
+        "[config]\ndevice = xilinx0:0\n[channel1]\ninsts = SR\noptions = RECV\n", INSTRUMENTS));
     EXPECT_EQ(report["file"], "c.ini");
     EXPECT_EQ(report["status"], 2);
     EXPECT_EQ(report["errors"], 1);

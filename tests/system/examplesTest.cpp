@@ -111,9 +111,9 @@ TEST_F(Examples, EachChannelHasItsProcessAndTheStrategyGetsWhatFitsInItsRing) {
 
 TEST_F(Examples, TheLauncherEndsTheLastOneFirstAndRestartsNothing) {
     const std::string script =
-        "case $1 in b) exit 3;; c) trap 'kill -9 $$' INT;; *) trap \"echo end $1; exit\" INT;; "
+        "case $1 in b) exit 3;; c) trap 'kill -PIPE $$' INT;; *) trap \"echo end $1; exit\" INT;; "
         "esac\n"
-        "echo \"ready $1\"; while :; do sleep 0.02; done";
+        "[ $(ps -o pgid= -p $$) -eq $$ ] && echo \"ready $1\"; while :; do sleep 0.02; done";
     const auto launcher =
         Run("launched", CHANNELS_PROGRAM, {"a", "b", "c", "d", "--", "sh", "-c", script, "sh"});
     for (const char* text : {"ready a", "ready c", "ready d", ": exit status 3"}) {
@@ -125,10 +125,32 @@ TEST_F(Examples, TheLauncherEndsTheLastOneFirstAndRestartsNothing) {
     EXPECT_THAT(output, HasSubstr("channels: b: process N: exit status 3\n"));
     EXPECT_THAT(output, EndsWith("end d\n"
                                  "channels: d: process N: exit status 0\n"
-                                 "channels: c: process N: ended by signal 9\n"
+                                 "channels: c: process N: ended by signal 13\n"
                                  "end a\n"
                                  "channels: a: process N: exit status 0\n"));
     EXPECT_EQ(output.find("ready b"), std::string::npos);
+}
+
+TEST_F(Examples, NothingIsLeftOfALauncherThatIsKilled) {
+    const auto launcher =
+        Run("launched", CHANNELS_PROGRAM, {"60", "--", "sh", "-c", "echo up; exec sleep 60", "sh"});
+    ASSERT_TRUE(launcher->WaitFor("up\n")) << launcher->Output();
+    std::smatch found;
+    const std::string output = launcher->Output();
+    ASSERT_TRUE(std::regex_search(output, found, std::regex("process ([0-9]+)"))) << output;
+    launcher->Signal(SIGKILL);
+    EXPECT_EQ(launcher->WaitEnd(), 128 + SIGKILL);
+    // Nobody but the system's first process may see to it that its entry goes: it is dead then,
+    // too.
+    const std::string status = "/proc/" + std::string(found[1]) + "/status";
+    const auto bAlive = [&status] {
+        const std::string text = ReadFile(status);
+        return !text.empty() && text.find("State:\tZ") == std::string::npos;
+    };
+    for (int k = 0; k < 500 && bAlive(); ++k) {
+        usleep(10'000);
+    }
+    EXPECT_FALSE(bAlive());
 }
 
 TEST_F(Examples, WhatCannotBeRunIsSaid) {

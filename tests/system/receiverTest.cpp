@@ -40,10 +40,47 @@ class Receiver : public Market {
 
     // A master that has subscribed, and a receiver on channel 3 that gets messages.
     void StartBoth(const std::vector<std::string>& more) {
-        m_master = Receive(0);
+        m_master = Receive(0, {"--names", "-"});
         ASSERT_TRUE(m_master->WaitFor("Fpga start transmit inst map pkt.")) << m_master->Output();
         m_receiver = Receive(3, more);
         ASSERT_TRUE(m_receiver->WaitFor("zce-recv type=")) << m_receiver->Output();
+    }
+    // A receiver whose output and names are lost; the shell tells its exit status.
+    std::unique_ptr<Process> StartLost(unsigned int channel, const std::string& output) {
+        const std::string name = "lost" + std::to_string(channel);
+        const Process::Options where = Where(name);
+        WriteFile(Path(name) + "/config.ini",
+                  "[config]\ndevice = xilinx0:" + std::to_string(channel) + "\n");
+        const std::string command =
+            "{ '" ZCE_RECV_PROGRAM
+            "' config.ini --names /dev/full --seconds 40; echo status=$? >&2; } ";
+        return std::make_unique<Process>(std::vector<std::string>{"sh", "-c", command + output},
+                                         where);
+    }
+    static void ExpectLost(Process& receiver, const std::string& reason) {
+        EXPECT_EQ(receiver.WaitEnd(), 0);
+        EXPECT_EQ(receiver.Output(),
+                  "zce-recv: --names: cannot write /dev/full: No space left on device\n"
+                  "zce-recv: standard output: " +
+                      reason + "\nstatus=1\n");
+    }
+    // A line for each instrument of the master's channel, and then its last line.
+    void ExpectMastersNames() {
+        Finish(*m_master, 0);
+        const std::string output = m_master->Output();
+        std::smatch found;
+        ASSERT_TRUE(std::regex_search(
+            output, found,
+            std::regex(
+                "\n([0-9]+),SR301\n([0-9]+),SR305\n([0-9]+),SR301C5000\n([0-9]+),SR301P5000\n"
+                "([0-9]+),SPD-SR301&SR305\n([0-9]+),SPD-CF301&CF305\nzce-recv channel=0 "
+                "total=([0-9]+) ")))
+            << output;
+        long sum = 0;
+        for (size_t k = 1; k <= 6; ++k) {
+            sum += std::stol(found[k]);
+        }
+        EXPECT_EQ(sum, std::stol(found[7])) << output;
     }
     // How many messages the board has dropped on channel 3, by its last status line.
     long Dropped() const {
@@ -60,10 +97,19 @@ class Receiver : public Market {
 };
 
 TEST_F(Receiver, PrintsAsManyMessagesAsAskedForAndARateOnceASecond) {
+    m_rules +=
+        "[channel4]\ninsts = all\noptions = norecv\nips = recv\n"
+        "[channel5]\ninsts = all\noptions = norecv\nips = recv\n";
     StartClock(shortlyBeforeExpiry);
     StartSmallBoard();
     StartBoth({"--print", "3", "--seconds", "9"});
+    const auto gone = StartLost(4, "| true");
+    const auto full = StartLost(5, ">/dev/full");
     EXPECT_EQ(m_receiver->WaitEnd(), 0);
+    // What is not printed or written is told, too.
+    ExpectLost(*gone, "Broken pipe");
+    ExpectLost(*full, "No space left on device");
+    ExpectMastersNames();
     const std::string output = m_receiver->Output();
     const std::vector<std::string> messages = LinesOf(output, "zce-recv type=");
     EXPECT_EQ(messages.size(), 3U);
@@ -149,52 +195,6 @@ TEST_F(Receiver, HelpAndVersionAreAnswers) {
     Process lost({"sh", "-c", "exec '" ZCE_RECV_PROGRAM "' --version >/dev/full"}, Where("lost"));
     EXPECT_EQ(lost.WaitEnd(), 1);
     EXPECT_EQ(lost.Output(), "zce-recv: standard output: No space left on device\n");
-}
-
-TEST_F(Receiver, ItEndsWithAnErrorWhenItsOutputIsLostAndWritesNamesWhereItIsTold) {
-    m_rules += "[channel4]\ninsts = all\noptions = norecv\nips = recv\n";
-    StartClock(shortlyBeforeExpiry);
-    StartSmallBoard();
-    m_master = Receive(0, {"--names", "-"});
-    ASSERT_TRUE(m_master->WaitFor("Fpga start transmit inst map pkt.")) << m_master->Output();
-    const auto start = [this](unsigned int channel, const std::string& output) {
-        const std::string name = "lost" + std::to_string(channel);
-        const Process::Options where = Where(name);
-        WriteFile(Path(name) + "/config.ini",
-                  "[config]\ndevice = xilinx0:" + std::to_string(channel) + "\n");
-        return std::make_unique<Process>(
-            std::vector<std::string>{"sh", "-c",
-                                     "{ '" ZCE_RECV_PROGRAM
-                                     "' config.ini --names /dev/full --seconds 40; echo "
-                                     "status=$? >&2; } " +
-                                         output},
-            where);
-    };
-    const auto gone = start(3, "| true");
-    const auto full = start(4, ">/dev/full");
-    const std::string names =
-        "zce-recv: --names: cannot write /dev/full: No space left on device\n";
-    EXPECT_EQ(gone->WaitEnd(), 0);
-    EXPECT_EQ(gone->Output(), names + "zce-recv: standard output: Broken pipe\nstatus=1\n");
-    EXPECT_EQ(full->WaitEnd(), 0);
-    EXPECT_EQ(full->Output(),
-              names + "zce-recv: standard output: No space left on device\nstatus=1\n");
-    StopBoard();
-    const std::string line = Finish(*m_master, 0);
-    const std::string output = m_master->Output();
-    // A line for each instrument of the channel, and then the last line.
-    std::smatch found;
-    ASSERT_TRUE(std::regex_search(
-        output, found,
-        std::regex("\n([0-9]+),SR301\n([0-9]+),SR305\n([0-9]+),SR301C5000\n([0-9]+),SR301P5000\n"
-                   "([0-9]+),SPD-SR301&SR305\n([0-9]+),SPD-CF301&CF305\nzce-recv channel=0 "
-                   "total=([0-9]+) ")))
-        << output;
-    long sum = 0;
-    for (size_t k = 1; k <= 6; ++k) {
-        sum += std::stol(found[k]);
-    }
-    EXPECT_EQ(sum, std::stol(found[7])) << output;
 }
 
 class BoardProgram : public Market {};

@@ -87,10 +87,12 @@ std::string ReadAll(int descriptor) {
 std::vector<std::string> ChattyEnvironment() {
     std::vector<std::string> variables;
     for (char** variable = environ; *variable != nullptr; ++variable) {
-        if (std::strncmp(*variable, "LD_DEBUG", std::strlen("LD_DEBUG")) != 0) {
-            variables.emplace_back(*variable);
+        const std::string_view given = *variable;
+        if (!given.starts_with("LD_DEBUG") && !given.starts_with("LD_TRACE_")) {
+            variables.emplace_back(given);
         }
     }
+    variables.emplace_back("LD_TRACE_LOADED_OBJECTS=1");  // what is loaded, and nothing is run
     variables.emplace_back("LD_DEBUG=libs");
     return variables;
 }
@@ -111,7 +113,7 @@ std::optional<std::string> RunLoader(const std::string& file) {
     if (pipe2(ends, O_CLOEXEC) != 0) {
         return std::nullopt;
     }
-    std::vector<std::string> arguments = {LOADER, "--list", file};
+    std::vector<std::string> arguments = {LOADER, file};
     std::vector<std::string> environment = ChattyEnvironment();
     posix_spawn_file_actions_t actions{};
     posix_spawn_file_actions_init(&actions);

@@ -3,8 +3,8 @@
 #include <optional>
 #include <string>
 
-// Which vendor's library the dynamic loader takes, as the loader itself says it (its --list and its
-// LD_DEBUG=libs). No library's code is run.
+// Which vendor's library the dynamic loader takes, as the loader itself says it, asked as by ldd
+// and with LD_DEBUG=libs. No library's code is run.
 namespace ZceMachine {
 
 extern const char* const VENDOR_SONAME;  // libenyx-hw-c.so.5

@@ -130,6 +130,25 @@ std::string ExpandShorthand(const std::string& text) {
     return Replaced(Replaced(Replaced(result, "␣", " "), "⇥", "\t"), "␍", "\r");
 }
 
+std::vector<IniSample> ReadIniSamples(const std::string& path) {
+    std::ifstream page(path);
+    std::vector<IniSample> samples;
+    bool inBlock = false;
+    int number = 0;
+    for (std::string line; std::getline(page, line);) {
+        ++number;
+        if (!inBlock && line == blockBegin) {
+            samples.push_back({number + 1, {}});
+            inBlock = true;
+        } else if (inBlock && line == blockEnd) {
+            inBlock = false;
+        } else if (inBlock) {
+            samples.back().lines.push_back(line);
+        }
+    }
+    return samples;
+}
+
 std::vector<DocTable> ReadDocTables(const std::string& path) {
     std::ifstream page(path);
     Reader reader;

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-// The tables of docs/configuration.md, read as a person reads them: headings, code blocks, tables
+// The tables of the configuration pages, read as a person reads them: headings, code blocks, tables
 // whose exact texts stand in code spans.
 namespace velatest {
 
@@ -26,8 +26,18 @@ struct DocTable {
     std::vector<DocRow> rows;
 };
 
-// docs/configuration.md
-inline constexpr const char* configPage = VELAZCE_CONFIG_DOC;
+// The guide has the rules that select instruments, the reference every value of every key.
+inline constexpr const char* guidePage = VELAZCE_SOURCE "/docs/configuration.md";
+inline constexpr const char* configPage = VELAZCE_SOURCE "/docs/configuration-reference.md";
+
+// An ini block as it stands on a page.
+struct IniSample {
+    int line = 0;  // of its first line, from 1
+    std::vector<std::string> lines;
+};
+
+// Every ini block of the page; empty if it cannot be read.
+std::vector<IniSample> ReadIniSamples(const std::string& path);
 
 // Every table of the page; empty if it cannot be read.
 std::vector<DocTable> ReadDocTables(const std::string& path);

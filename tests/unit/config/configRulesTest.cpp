@@ -69,8 +69,8 @@ std::set<std::string> Select(const std::vector<std::string>& rules,
 }
 
 TEST(ConfigPageRules, SelectWhatThePageSays) {
-    const std::vector<DocTable> lists = velatest::DocTablesOf(velatest::configPage, "instrument");
-    const std::vector<DocTable> tables = velatest::DocTablesOf(velatest::configPage, "rules");
+    const std::vector<DocTable> lists = velatest::DocTablesOf(velatest::guidePage, "instrument");
+    const std::vector<DocTable> tables = velatest::DocTablesOf(velatest::guidePage, "rules");
     ASSERT_EQ(lists.size(), 1U);
     ASSERT_EQ(tables.size(), 1U);
     std::vector<std::string> names;
@@ -83,7 +83,7 @@ TEST(ConfigPageRules, SelectWhatThePageSays) {
         const std::vector<std::string>& told = row.cells.at(1).spans;
         EXPECT_EQ(Select(row.cells.at(0).spans, Numbered(names)),
                   std::set<std::string>(told.begin(), told.end()))
-            << velatest::configPage << ":" << row.line;
+            << velatest::guidePage << ":" << row.line;
     }
 }
 
