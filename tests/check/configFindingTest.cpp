@@ -183,6 +183,16 @@ TEST(CheckConfig, MisspeltKey) {
               "    -> did you mean insts?\n");
 }
 
+TEST(CheckConfig, AKeyThatIsThereTwiceIsToldOnce) {
+    EXPECT_EQ(FindingsBelowDevice("cpucroe = 1\ncpucroe = 2\n"),
+              "c.ini:4: warning: [config] cpucroe = 2: the key is there 2 times, the first time on "
+              "line 3: only this last one counts (duplicate-key)\n"
+              "    -> keep one of them\n"
+              "c.ini:4: error: [config] cpucroe = 2: nothing reads cpucroe in [config] "
+              "(misspelt-key)\n"
+              "    -> did you mean cpucore?\n");
+}
+
 TEST(CheckConfig, MisplacedKey) {
     EXPECT_EQ(ConfigRun("cpucore = 0\n[config]\ndevice = xilinx0:0\n[channel0]\nspd = recv\n"
                         "l1_dstport = 30001\n")

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -11,6 +12,7 @@
 #include "check/Nearest.h"
 #include "check/Report.h"
 #include "configRun.h"
+#include "log/elog.h"
 
 namespace velatest {
 
@@ -146,6 +148,11 @@ TEST(CheckReport, TheLibraryLogsToNobodyUnlessAsked) {
     EXPECT_THAT(told.log, HasSubstr("Error! Invalid parameter! Input: intel0:0 \n"));
     EXPECT_THAT(told.log, HasSubstr("Get dma chan fail!\n"));
     EXPECT_THAT(told.log, HasSubstr("[channel:0] spd=recv\n"));
+    EXPECT_FALSE(elog_get_enabled());
+    // No log file was opened: the service takes its first one here.
+    EXPECT_EQ(elog_log_file_init("log", "fpga"), 0);
+    EXPECT_FALSE(std::filesystem::is_empty("log"));
+    elog_log_file_close();
 }
 
 TEST(CheckReport, NearNamesComeNearestFirst) {

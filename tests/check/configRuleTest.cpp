@@ -65,6 +65,13 @@ TEST(CheckRules, OptionsWithoutInsts) {
     EXPECT_EQ(FindingsBelowDevice("[channel3]\noptions = norecv\nspd = recv\n"), "");
 }
 
+TEST(CheckRules, WhatOptionsHoldsWithoutInstsIsToldOnce) {
+    EXPECT_EQ(FindingsBelowDevice("[channel3]\noptions = RECV\nspd = recv\n"),
+              "c.ini:4: error: [channel3] options = RECV: options without insts is not read: no "
+              "option is selected (options-without-insts)\n"
+              "    -> add insts, with all for every instrument\n");
+}
+
 TEST(CheckRules, NotRecv) {
     EXPECT_EQ(FindingsBelowDevice("[channel3]\ninsts = SR\noptions = RECV\n"),
               "c.ini:5: error: [channel3] options = RECV: it counts as norecv: only the exact word "
@@ -196,6 +203,19 @@ TEST(CheckRules, ClassNotInList) {
               "c.ini:4: error: [channel3] insts: no instrument of list has the class TAR "
               "(class-not-in-list)\n"
               "    -> did you mean TA?\n");
+}
+
+TEST(CheckRules, WhatCanNeverMatchIsNotLookedForInTheList) {
+    std::string codes;
+    const ConfigRun run(
+        "[config]\ndevice = xilinx0:0\n[channel3]\noptions = recv\n"
+        "insts = SR305C7000, SPD-AP1&AP2, \xef\xbc\xb3R209, SR/CF, IPS, small\n",
+        LIST);
+    for (const ZceCheck::Finding& finding : run.Result().findings.All()) {
+        codes += std::string(ZceCheck::InfoOf(finding.code).name) + " ";
+    }
+    EXPECT_EQ(codes,
+              "option-id combination-id full-width class-not-letters combination-id all-in-word ");
 }
 
 TEST(CheckRules, NoneOfKind) {

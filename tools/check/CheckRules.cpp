@@ -250,7 +250,7 @@ void CheckChannel(unsigned channel, unsigned lastRead, CheckResult& result) {
     if (bInsts) {
         CheckInsts(section, rules, result);
     } else if (const std::string* options = result.library.Value(section, "options");
-               options != nullptr && *options == RECV) {
+               options != nullptr && *options != "norecv") {
         result.findings.Add(Code::OptionsWithoutInsts, PlaceOf(result, section, "options"),
                             "options without insts is not read: no option is selected",
                             "add insts, with all for every instrument");

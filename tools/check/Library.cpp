@@ -90,7 +90,6 @@ class CContracts final : public Vela2_U50::CContractServ {
         for (const auto& [index, name] : m_mapCmbSubs[channel]) {
             selection.combined.push_back(name);
         }
-        m_vecLackIds.clear();
         Id_chkPresent(channel);
         selection.lacking = m_vecLackIds;
         return selection;
