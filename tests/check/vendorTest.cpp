@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <random>
 #include <set>
 #include <string>
@@ -77,6 +78,18 @@ TEST(VendorLibrary, LacksACall) {
               "error    calls: 1 of 34 missing: enyx_hw_core_lock\n"
               "         -> a process that loads it ends at once; see the declarations in "
               "enyxHw.h\n");
+}
+
+// A name that is only asked for is not there.
+TEST(VendorLibrary, AsksForACallItself) {
+    std::string reason;
+    const std::optional<ElfLibrary> library = ZceMachine::ReadElfFile(SUBJECT_LIBRARY, reason);
+    ASSERT_TRUE(library) << reason;
+    EXPECT_TRUE(library->calls.contains("subject"));
+    EXPECT_FALSE(library->calls.contains("enyx_hw_read"));
+    const std::vector<Result> results = ZceMachine::CheckVendorLibrary(SUBJECT_LIBRARY);
+    EXPECT_TRUE(results.at(3).found.starts_with("34 of 34 missing: enyx_hw_a2c_stream_create, "));
+    EXPECT_TRUE(results.at(2).found.starts_with("libcheck_subject.so, not ")) << results[2].found;
 }
 
 TEST(VendorLibrary, HasAnotherSoname) {

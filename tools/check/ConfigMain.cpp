@@ -78,6 +78,8 @@ int ConfigMain(int argc, const char* const* argv) {
         "Says what a configuration file of the library will do, before the session: what each "
         "channel gets, how the feeds are set up, and what is wrong with it.",
         "zce-check"};
+    app.footer(
+        "Other questions: zce-check --when, zce-check host, zce-check vendor; each with --help.");
     Options options;
     AddOptions(app, options);
     if (const auto status = ZceProgram::ReadCommandLine(app, argc, argv)) {

@@ -18,7 +18,7 @@ namespace {
 constexpr std::uintmax_t MAX_FILE = std::uintmax_t{256} << 20U;
 
 // What the software board's library asks the environment for, and no other library does.
-constexpr std::string_view BOARD_MARK("ZCE_BOARD_SHM_PREFIX", 21);  // with its terminating zero
+constexpr char BOARD_MARK[] = "ZCE_BOARD_SHM_PREFIX";
 
 // The bytes of a file; every access is checked.
 class CElfBytes {
@@ -235,7 +235,7 @@ std::optional<ElfLibrary> ReadElf(std::string_view bytes, std::string& reason) {
         reason = reader.Reason();
         return std::nullopt;
     }
-    library.bSoftwareBoard = bytes.find(BOARD_MARK) != std::string_view::npos;
+    library.bSoftwareBoard = bytes.find({BOARD_MARK, sizeof(BOARD_MARK)}) != std::string_view::npos;
     return library;
 }
 

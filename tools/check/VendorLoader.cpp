@@ -186,7 +186,7 @@ std::optional<LoaderAnswer> AskLoader(const std::string& file, std::string& reas
         reason = std::string(LOADER) + ": " + std::strerror(errno);
         return std::nullopt;
     }
-    const std::optional<LoaderAnswer> answer = ReadLoaderOutput(*text);
+    std::optional<LoaderAnswer> answer = ReadLoaderOutput(*text);
     if (!answer) {
         reason = Complaint(*text);
     }
