@@ -1,7 +1,9 @@
 #include "process/Command.h"
 
 #include <fcntl.h>
+#include <semaphore.h>
 #include <signal.h>  // NOLINT(modernize-deprecated-headers): kill()
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -20,6 +22,13 @@ namespace {
 
 constexpr int64_t LAST_MESSAGES_NS = NS_PER_SECOND;
 constexpr int SIGNALLED = 128;
+
+// A process under libfaketime that becomes another program by exec leaves these behind.
+void RemoveFaketimeMemory(pid_t pid) {
+    const std::string number = std::to_string(pid);
+    shm_unlink(("/faketime_shm_" + number).c_str());
+    sem_unlink(("/faketime_sem_" + number).c_str());
+}
 
 }  // namespace
 
@@ -96,6 +105,7 @@ bool CCommand::HasEnded() {
     }
     int status = 0;
     if (waitpid(m_pid, &status, WNOHANG) == m_pid) {
+        RemoveFaketimeMemory(m_pid);
         End(WIFSIGNALED(status) ? SIGNALLED + WTERMSIG(status) : WEXITSTATUS(status));
     }
     return m_bEnded;

@@ -62,7 +62,7 @@ bool IsThere(struct stat& output) {
 // Only if there is room just now. Somebody else may still take it first.
 void WriteIfThereIsRoom(const char* line, size_t size) {
     pollfd room{STDERR_FILENO, POLLOUT, 0};
-    if (poll(&room, 1, 0) == 1 && room.revents == POLLOUT) {
+    if (poll(&room, 1, 0) == 1) {
         WriteOnce(STDERR_FILENO, line, size);
     }
 }

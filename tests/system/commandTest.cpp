@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <sstream>
 
 #include "market.h"
 
@@ -88,8 +89,9 @@ TEST_F(Command, SeesTheListLearntAndMarketDataAtAnyHour) {
 }
 
 TEST_F(Command, HasTheBoardsClockWhichIsTheExchangesWhateverTheZone) {
-    EXPECT_EQ(RunShell({"--at", "2026-11-20 23:59:50"}, "date '+%F %T' >clock; exit 7"), 7);
+    EXPECT_EQ(RunShell({"--at", "2026-11-20 23:59:50"}, "date '+%F %T %z' >clock; exit 7"), 7);
     EXPECT_THAT(ReadFile(Path("together/clock")), StartsWith("2026-11-20 23:59:5"));
+    EXPECT_THAT(ReadFile(Path("together/clock")), HasSubstr(" +0800\n"));
     // It jumps with the board's, and goes at its speed.
     const std::string ctl = std::string("'") + ZCE_BOARD_PROGRAM + "' ctl --bus 3 ";
     EXPECT_EQ(RunShell({"--at", "08:54:50", "--bus", "3", "--clock-speed", "100"},
@@ -132,6 +134,34 @@ TEST_F(Command, HasStandardOutputToItselfAndFindsTheBoardsLibrary) {
     EXPECT_EQ(output("'" + Path("usr/bin/zce-board") + "' --at 08:54:50 --instruments '" +
                      Path("list") + "' -- sh -c 'echo \"$LD_LIBRARY_PATH\"'"),
               std::filesystem::canonical(Path("usr/lib/zce-board")).string() + ":/somewhere\n");
+}
+
+TEST_F(Command, HasTheSignalsAndTheFilesThatItHasWithoutABoard) {
+    const std::string look =
+        "sh -c 'ls -l /proc/$$/fd | grep -c zce-board; grep SigIgn /proc/$$/status; cat'";
+    const auto output = [this](const std::string& command) {
+        Process process({"sh", "-c", "echo input | " + command + " 2>errors"}, Where("together"));
+        EXPECT_EQ(process.WaitEnd(), 0);
+        return process.Output();
+    };
+    const std::string alone = output(look);
+    EXPECT_THAT(alone, StartsWith("0\nSigIgn:"));
+    EXPECT_THAT(alone, HasSubstr("\ninput\n"));
+    EXPECT_EQ(output(std::string("'") + ZCE_BOARD_PROGRAM + "' --products all -- " + look), alone);
+    // A command that becomes another program leaves no memory of libfaketime.
+    const std::string left =
+        output("'" + std::string(ZCE_BOARD_PROGRAM) +
+               "' --products all -- sh -c 'ls /dev/shm/*faketime_s*_$$; exec true'");
+    EXPECT_THAT(left, HasSubstr("/dev/shm/faketime_shm_"));
+    EXPECT_THAT(left, HasSubstr("/dev/shm/sem.faketime_sem_"));
+    std::istringstream names(left);
+    for (std::string name; std::getline(names, name);) {
+        EXPECT_FALSE(std::filesystem::exists(name)) << name;
+    }
+    // What the starter ignores, nohup for one, the command ignores as well.
+    EXPECT_EQ(output("(trap '' HUP CHLD; '" + std::string(ZCE_BOARD_PROGRAM) +
+                     "' --products all -- sh -c 'kill -HUP $$; echo here')"),
+              "here\n");
 }
 
 TEST_F(Command, ItsEndIsTheEndOfAll) {
