@@ -102,7 +102,7 @@ foreach(program zce-board zce-top zce-check zce-bin zce-recv)
 endforeach()
 
 # Pages and examples, beside each other as in the source tree: their links hold.
-install(FILES README.md CHANGELOG.md CONTRIBUTING.md LICENSE
+install(FILES README.md README.zh.md CHANGELOG.md CONTRIBUTING.md LICENSE
         DESTINATION ${VELAZCE_DOC_DIR} COMPONENT documentation)
 install(DIRECTORY docs DESTINATION ${VELAZCE_DOC_DIR} COMPONENT documentation
         PATTERN Doxyfile.in EXCLUDE PATTERN reference.dox EXCLUDE)

@@ -306,8 +306,8 @@ TEST_F(ChannelInstruments, AreThoseOfTheMaskAndThoseThatHadMessages) {
         registers.StoreName(0, index, "CF30" + std::to_string(index));
     }
     registers.StoreName(1, 4094, "SPD-CF301&CF302\x01");
-    Shm().tables[0][1 * 64] = 0x8000;
-    Shm().tables[0][2 * 64] = 0x7FFF;
+    Shm().tables[0][64] = 0x8000;
+    Shm().tables[0][128] = 0x7FFF;
     Shm().instruments[15].sent[0][1] = 3;
     Shm().instruments[15].sent[0][3] = 12345678901;
     Shm().instruments[14].sent[0][0] = 1;

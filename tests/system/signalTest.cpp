@@ -20,12 +20,12 @@ class FullPipe : public Market {
   protected:
     FullPipe() { LetReceiversRest(); }
 
-    // Starts a receiver on channel 0 that prints into a pipe.
-    void StartReceiver(const std::vector<std::string>& more = {}) {
+    // Starts a receiver that prints into a pipe.
+    void StartReceiver(const std::vector<std::string>& more = {}, unsigned int channel = 0) {
         const std::string directory = Path("receiver" + std::to_string(m_number++));
         mkdir(directory.c_str(), 0755);
         m_output = std::make_unique<StalledOutput>(directory + "/output");
-        m_receiver = Receive(0, more);
+        m_receiver = Receive(channel, more);
     }
     // How long the process goes on after the signal; its exit status.
     std::chrono::duration<double> EndBy(int signal, int& status) {
@@ -66,6 +66,13 @@ TEST_F(FullPipe, ASignalEndsAReceiverThatGetsMessages) {
     int status = -1;
     EXPECT_LT(EndBy(SIGTERM, status).count(), 1.0);
     EXPECT_EQ(status, 0);
+    // Names that were asked for and are not printed are an error; they are not waited for either.
+    StartReceiver({"--own-loop", "--names", "-"}, 3);
+    ASSERT_TRUE(m_output->DrainUntil("zce-recv type="));
+    m_output->Fill();
+    ASSERT_TRUE(m_output->WaitUntilFull());
+    EXPECT_LT(EndBy(SIGTERM, status).count(), 2.0);
+    EXPECT_EQ(status, 1);
 }
 
 TEST_F(FullPipe, TheLinesOfTheEndAreThereIfThePipeIsReadAgain) {

@@ -159,6 +159,13 @@ TEST_F(TopScreen, ItEndsWithTheBoardAndSaysSoOnTheShellsScreen) {
     EXPECT_THAT(m_tmux->Screen(), HasSubstr(gone));
 }
 
+TEST_F(TopScreen, WhileItWaitsForABoardQEndsIt) {
+    RunOnTerminal("--bus 7 --wait");
+    ASSERT_TRUE(m_tmux->WaitFor("zce-top: bus 7: waiting for a board")) << m_tmux->Screen();
+    m_tmux->Press("a q");
+    ExpectEnded();
+}
+
 TEST_F(TopScreen, WhatIsPipedInIsNoKeyAlsoWhenTheSizeChanges) {
     Trade();
     velatest::WriteFile(Path("terminal") + "/keys", "q");

@@ -34,6 +34,7 @@ ZceBoard::TopView AView() {
 
 std::vector<std::string> Texts(const TopPage& page) {
     std::vector<std::string> texts;
+    texts.reserve(page.lines.size());
     for (const TopLine& line : page.lines) {
         texts.push_back(line.text);
     }

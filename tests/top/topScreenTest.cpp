@@ -46,6 +46,7 @@ BoardSnapshot ABoard() {
 
 std::vector<std::string> TextsOf(const std::vector<TopLine>& lines) {
     std::vector<std::string> texts;
+    texts.reserve(lines.size());
     for (const TopLine& line : lines) {
         texts.push_back(line.text);
     }

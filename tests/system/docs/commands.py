@@ -117,9 +117,13 @@ class Checker:
         return [] if (self.root / word).exists() else [f"there is no {word}"]
 
     def line_faults(self, line):
-        """A line of shell: its commands, between && ; | and the like."""
+        """A line of shell: its commands, between && ; | and the like, and those in $( )."""
         line = re.sub(r"^\$ ", "", line.strip())
-        line = re.sub(r"\$\((?P<inner>[^()]*)\)", "", line)
+        inner = re.findall(r"\$\(([^()]+)\)", line)
+        line = re.sub(r"\$\([^()]+\)", "_", line)
+        arithmetic = "$((" in line
+        while arithmetic and re.search(r"\([^()]*\)", line):
+            line = re.sub(r"\$?\([^()]*\)", "_", line)
         try:
             lexer = shlex.shlex(line, posix=True, punctuation_chars="|&;<>()")
             lexer.whitespace_split = True
@@ -137,7 +141,8 @@ class Checker:
                 commands.append([])
             else:
                 commands[-1].append(word)
-        return [fault for command in commands for fault in self.command_faults(command)]
+        return [fault for command in commands for fault in self.command_faults(command)] + [
+            fault for text in inner for fault in self.line_faults(text)]
 
 
 def shell_lines(first, lines):

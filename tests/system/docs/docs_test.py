@@ -8,6 +8,7 @@ import unittest
 from pathlib import Path
 
 import commands
+import configs
 import formats
 import languages
 import messages
@@ -124,6 +125,8 @@ class Commands(unittest.TestCase):
         self.assertEqual(self.faults_of("zce-bored --bus 0"), ["there is no program zce-bored"])
         self.assertEqual(self.faults_of("zce-board --bus 0 -- zce-board --feed"), ["zce-board has no option --feed"])
         self.assertEqual(self.faults_of("no-such-command"), ["there is no command no-such-command"])
+        self.assertEqual(self.faults_of("x=$(( ($(date +%s) - 1) / 2 )):$((x % 2)) date -u"), [])
+        self.assertEqual(self.faults_of("date -d $(zce-board --when)"), ["zce-board has no option --when"])
 
     def test_scripts_files_and_presets(self):
         self.assertEqual(self.faults_of("./scripts/go.sh --quick"), [])
@@ -147,6 +150,18 @@ class Commands(unittest.TestCase):
                 "<!-- runnable -->\n```sh\nfalse\ntrue\n```\n```sh\nexit 3\n```\n")
         with tree({**self.FILES, "README.md": page}) as root:
             self.assertEqual(commands.run_faults(root, Path(root, "bin")), ["README.md:8: a runnable block fails: failed"])
+
+
+class Configs(unittest.TestCase):
+    def test_what_zce_check_says_of_a_file(self):
+        page = ("```ini\n[config]\nbad = 1\n```\n```ini\n[channel0]\ninsts = SR\n```\n"
+                "```ini\n[config]\n...\n```\n```ini\n[config]\ncpucore = 9\n```\n")
+        program = ("#!/bin/sh\ngrep -q bad $1 && echo \"$1:2: error: bad (unknown)\" && exit 2\n"
+                   "grep -q cpucore $1 && echo \"$1:2: error: (cpu-absent)\" && exit 2\n"
+                   "grep -q xilinx0:0 $1 || exit 99\n")
+        with tree({"README.md": page, "bin/zce-check": program}) as root:
+            self.assertEqual(configs.faults(root, Path(root, "bin")),
+                             ["README.md:2: zce-check: sample.ini:2: error: bad (unknown)"])
 
 
 class Formats(unittest.TestCase):

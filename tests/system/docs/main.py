@@ -7,6 +7,7 @@ PROGRAMS is the folder of the built programs. Each check is a module of this fol
 import sys
 
 import commands
+import configs
 import formats
 import languages
 import messages
@@ -25,6 +26,7 @@ def main():
         ("log lines", lambda: messages.differences(root)),
         ("registers and messages", lambda: formats.faults(root)),
         ("C++ samples", lambda: samples.faults(root)),
+        ("INI files", lambda: configs.faults(root, programs)),
         ("commands", lambda: commands.faults(root, programs)),
         ("runnable commands", lambda: commands.run_faults(root, programs)),
         ("languages", lambda: languages.faults(root)),
