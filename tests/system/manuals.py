@@ -12,7 +12,7 @@ PROGRAMS = ["zce-board", "zce-board-run", "zce-top", "zce-recv", "zce-check", "z
 PAGES = {("zce-board", "ctl"): "zce-board-ctl.1"}
 # Forms of a program that its --help does not list as commands; what the program's first form offers
 # to get into them.
-FORMS = {"zce-check": (["--when"], ["host"], ["vendor"])}
+FORMS = {"zce-board": (["ctl"],), "zce-check": (["--when"], ["host"], ["vendor"])}
 WAYS = {("zce-check",): {"--when"}}
 # Macros of mdoc that end what Fl says.
 MACROS = {"Ar", "Cm", "Fl", "Op", "Oo", "Oc", "Ns", "Ql", "Sq", "|", "Ic", "Pa", "Xr", "Nm"}

@@ -33,7 +33,7 @@ for name in $all; do
     (cd "$work/$name" && find . -path ./DEBIAN -prune -o ! -type d -print | sed 's#^\./##' | sort) >"$work/files"
     cp "$source/packaging/$name.files" "$work/expected"
     if [ "$name" = velazcemdapi-doc ]; then # the pages and examples, as they are in the source tree
-        (cd "$source" && find docs examples ! -type d ! -name CMakeLists.txt) |
+        (cd "$source" && find docs examples ! -type d ! -name CMakeLists.txt ! -name Doxyfile.in ! -name '*.dox') |
             sed 's#^#usr/share/doc/VelaZceMdApi/#' >>"$work/expected"
     fi
     diff -u <(sort "$work/expected") "$work/files" ||
