@@ -157,26 +157,6 @@ TEST_F(Receiving, WithTheFullListTheReceiverStaysUnder32MiBAndItsBoardUnder64) {
     }
 }
 
-TEST(Usage, AWrongArgumentOfTheReceiverIsNamedAndExits2) {
-    struct Case {
-        std::vector<std::string> arguments;
-        const char* text;
-    };
-    TempDir directory;
-    const std::string output = directory.path() + "/output";
-    for (const Case& wrong :
-         {Case{{}, "CONFIG"}, Case{{"a.ini", "--rubbish"}, "--rubbish"},
-          Case{{"a.ini", "--seconds"}, "--seconds"}, Case{{"a.ini", "--seconds", "x"}, "--seconds"},
-          Case{{"a.ini", "--print", "-3"}, "--print"}, Case{{"a.ini", "b.ini"}, "b.ini"},
-          Case{{"a.ini", "--nap", "10"}, "--nap needs --own-loop"}}) {
-        std::vector<std::string> command{ZCE_RECV_PROGRAM};
-        command.insert(command.end(), wrong.arguments.begin(), wrong.arguments.end());
-        Process receiver(command, {"", {}, output});
-        EXPECT_EQ(receiver.WaitEnd(), 2);
-        EXPECT_THAT(receiver.Output(), HasSubstr(wrong.text));
-    }
-}
-
 }  // namespace
 
 }  // namespace velatest

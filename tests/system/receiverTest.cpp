@@ -172,6 +172,8 @@ TEST_F(Receiver, AWrongArgumentIsNamed) {
         {{"config.ini", "--seconds"}, "zce-recv: --seconds: the value is missing\n"},
         {{"config.ini", "--print", "3x"},
          "zce-recv: --print: '3x' is not a number from 0 to 2147483647\n"},
+        {{"config.ini", "--print", "-3"},
+         "zce-recv: --print: '-3' is not a number from 0 to 2147483647\n"},
         {{"config.ini", "--nap", "3"}, "zce-recv: --nap: needs --own-loop\n"},
         {{}, "zce-recv: CONFIG is missing\n"},
         {{"one.ini", "two.ini"}, "zce-recv: two.ini: one CONFIG only\n"},
