@@ -43,7 +43,9 @@ void AddOptions(CLI::App& app, Options& options) {
     source->require_option(0, 1);
     app.add_flag("--json", options.bJson, "Print one JSON object");
     app.add_flag("--log", options.bLog, "Print what the library logs, on standard error");
-    app.footer("Exit status: 0 fine, 1 warnings, 2 errors and whatever could not be done.");
+    app.footer(
+        "Exit status: 0 fine, 1 warnings, 2 errors and whatever could not be done.\n"
+        "Other questions: zce-check --when, zce-check host, zce-check vendor; each with --help.");
 }
 
 // False: `error` says why.
@@ -78,8 +80,6 @@ int ConfigMain(int argc, const char* const* argv) {
         "Says what a configuration file of the library will do, before the session: what each "
         "channel gets, how the feeds are set up, and what is wrong with it.",
         "zce-check"};
-    app.footer(
-        "Other questions: zce-check --when, zce-check host, zce-check vendor; each with --help.");
     Options options;
     AddOptions(app, options);
     if (const auto status = ZceProgram::ReadCommandLine(app, argc, argv)) {
