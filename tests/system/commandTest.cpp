@@ -138,7 +138,8 @@ TEST_F(Command, HasStandardOutputToItselfAndFindsTheBoardsLibrary) {
 
 TEST_F(Command, HasTheSignalsAndTheFilesThatItHasWithoutABoard) {
     const std::string look =
-        "sh -c 'ls -l /proc/$$/fd | grep -c zce-board; grep -e SigIgn -e SigBlk /proc/$$/status; cat'";
+        "sh -c 'ls -l /proc/$$/fd | grep -c zce-board; grep -e SigIgn -e SigBlk /proc/$$/status; "
+        "cat'";
     const auto output = [this](const std::string& command) {
         Process process({"sh", "-c", "echo input | " + command + " 2>errors"}, Where("together"));
         EXPECT_EQ(process.WaitEnd(), 0);
