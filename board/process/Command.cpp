@@ -4,6 +4,7 @@
 #include <semaphore.h>
 #include <signal.h>  // NOLINT(modernize-deprecated-headers): kill()
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -14,7 +15,6 @@
 #include <utility>
 
 #include "memory/HostClock.h"
-#include "process/Signals.h"
 
 namespace ZceBoard {
 
@@ -35,6 +35,7 @@ void RemoveFaketimeMemory(pid_t pid) {
 CCommand::CCommand(std::vector<std::string> words, const CCommandSetting& setting)
     : m_words(std::move(words)),
       m_setting(setting),
+      m_board(getpid()),
       m_output(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1)) {
     fflush(stdout);
     dup2(STDERR_FILENO, STDOUT_FILENO);
@@ -51,12 +52,13 @@ CCommand::~CCommand() {
 void CCommand::Start() {
     m_bStarted = true;
     int errors[2] = {-1, -1};
+    const Signals::CBlocked blocked;
     if (pipe2(errors, O_CLOEXEC) != 0 || (m_pid = fork()) < 0) {
         fprintf(stderr, "zce-board: %s: cannot start a process: %s\n", m_words[0].c_str(),
                 strerror(errno));
         End(CANNOT_BE_RUN);
     } else if (m_pid == 0) {
-        Become(errors[1]);
+        Become(errors[1], blocked);
     }
     close(errors[1]);
     int err = 0;
@@ -69,8 +71,13 @@ void CCommand::Start() {
 }
 
 // In the child. What keeps it from being the command is told in `errors`, else that is closed.
-void CCommand::Become(int errors) const {
+void CCommand::Become(int errors, const Signals::CBlocked& blocked) const {
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
+    if (getppid() != m_board) {  // it was killed just before
+        _exit(IS_NOT_THERE);
+    }
     Signals::Restore();
+    blocked.Release();
     if (m_output >= 0) {
         dup2(m_output, STDOUT_FILENO);
     } else {

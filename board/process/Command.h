@@ -7,10 +7,12 @@
 #include <vector>
 
 #include "process/CommandSetting.h"
+#include "process/Signals.h"
 
 namespace ZceBoard {
 
-// A program that runs beside the boards of this process, with their clock, and ends them with it.
+// A program that runs beside the boards of this process, with their clock, and ends them with it;
+// if this process is killed it is sent SIGTERM.
 // Standard output is its own alone: what this process prints there goes to standard error instead,
 // from the construction on. One thread.
 class CCommand {
@@ -36,12 +38,13 @@ class CCommand {
     int Status() const { return m_status; }
 
   private:
-    [[noreturn]] void Become(int errors) const;
+    [[noreturn]] void Become(int errors, const Signals::CBlocked& blocked) const;
     void End(int status);
 
     std::vector<std::string> m_words;
     const CCommandSetting& m_setting;
-    int m_output = -1;  // standard output as it was
+    pid_t m_board = -1;  // this process
+    int m_output = -1;   // standard output as it was
     pid_t m_pid = -1;
     int m_status = 0;
     int64_t m_idleSinceNs = 0;

@@ -67,6 +67,19 @@ int TakeSent() {
     return 0;
 }
 
+CBlocked::CBlocked() {
+    sigset_t blocked;
+    sigemptyset(&blocked);
+    for (const int signal : OF_THE_COMMAND) {
+        sigaddset(&blocked, signal);
+    }
+    pthread_sigmask(SIG_BLOCK, &blocked, &m_before);
+}
+
+void CBlocked::Release() const {
+    pthread_sigmask(SIG_SETMASK, &m_before, nullptr);
+}
+
 void Restore() {
     for (const auto& [signal, before] : g_before) {
         sigaction(signal, &before, nullptr);

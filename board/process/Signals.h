@@ -25,6 +25,20 @@ const volatile std::sig_atomic_t& Stop();
 // terminal is left out: the command has that itself.
 int TakeSent();
 
+// While it lives, none of the four reaches this thread: they wait. For a fork: until the child has
+// Restore()d, a signal to it would end up in this process's notes, and be lost.
+class CBlocked {
+  public:
+    CBlocked();
+    ~CBlocked() { Release(); }
+    CBlocked(const CBlocked&) = delete;
+    CBlocked& operator=(const CBlocked&) = delete;
+    void Release() const;
+
+  private:
+    sigset_t m_before{};
+};
+
 // In a forked child: all as they were before.
 void Restore();
 

@@ -243,7 +243,7 @@ TEST_F(BinProgram, TellsWhatCannotBeRead) {
         {"none", "zce-bin: none: No such file or directory\n"},
         {"fifo", "zce-bin: fifo: is no regular file\n"},
         {"/dev/zero", "zce-bin: /dev/zero: is no regular file\n"},
-        {"folder", "zce-bin: folder: is a directory\n"},
+        {"folder", "zce-bin: folder: Is a directory\n"},
         {"- < folder", "zce-bin: standard input: Is a directory\n"},
         {"binary", "zce-bin: binary: is no text: byte 8 is zero\n"},
         {"huge", "zce-bin: huge: has more than 16 MiB: no cache file has\n"},

@@ -276,6 +276,19 @@ TEST(CheckConfig, BadNumber) {
     EXPECT_THAT(FindingsBelowDevice("cpucore = 0x400\n"), Not(HasSubstr("bad-number")));
 }
 
+TEST(CheckConfig, ANumberThatTheReaderCutsIsABadNumber) {
+    EXPECT_EQ(FindingsBelowDevice("cpucore = 4294967296\n"),
+              "c.ini:3: error: [config] cpucore = 4294967296: 4294967296 is too large a number: it "
+              "is read as 0 (bad-number)\n    -> write a smaller one\n");
+    EXPECT_THAT(FindingsBelowDevice("cpucore = 4294967295\n"), HasSubstr("it is read as -1 (bad-"));
+    EXPECT_EQ(FindingsBelowDevice("cpucore = -1\n"), "");
+    EXPECT_THAT(FindingsBelowDevice("L1_DSTPORT = 4294968296\n"),
+                HasSubstr("it is read as 1000 (bad-number)"));
+    EXPECT_THAT(FindingsBelowDevice("L1_DSTPORT = 99999999999999999999\n"),
+                HasSubstr("it is read as -1 (bad-number)"));
+    EXPECT_THAT(FindingsBelowDevice("L1_DSTPORT = -1\n"), Not(HasSubstr("bad-number")));
+}
+
 TEST(CheckConfig, OctalNumber) {
     EXPECT_EQ(FindingsBelowDevice("l1_dstport = 010\nl1_dstmac = 0:0:0:0:0:0\nl1_dstip = 1.1.1.1\n"
                                   "l1_srcport = 1\nl1_srcmac = 0:0:0:0:0:0\nl1_srcip = 1.1.1.1\n"

@@ -132,6 +132,39 @@ TEST(CheckReport, WhatIsNotUtf8DoesNotSpoilTheJson) {
     EXPECT_EQ(report["findings"][0]["value"], "\xef\xbf\xbd");
 }
 
+TEST(CheckReport, NothingInAFileMovesTheCursor) {
+    const std::string text =
+        ConfigRun(
+            "[config]\ndevice = xilinx0:0 \x1b[2J\nl1_dstport = 99999\x1b[2J\nd\x1b"
+            "evice = 1\n"
+            "[chan\x1bnel1]\n[channel2]\ninsts = sr\x1b[2J209, SR\x1b"
+            "209C5000, SPD-\xc2\x9b"
+            "1,"
+            "SR\xff\uff0cCF\noptions = \x1b[2J\n")
+            .Text();
+    EXPECT_THAT(text, HasSubstr("sr\\x1b[2J209"));
+    EXPECT_THAT(text, HasSubstr("\"SPD-\\xc2\\x9b1\" is one item"));
+    EXPECT_THAT(text, HasSubstr("there is no port 99999\\x1b[2J"));
+    EXPECT_THAT(text, HasSubstr("SR\\xff\uff0cCF"));
+    EXPECT_EQ(text.find('\x1b'), std::string::npos) << text;
+    EXPECT_EQ(text.find("\xc2\x9b"), std::string::npos) << text;
+}
+
+TEST(CheckReport, ALongTextIsNotCutInsideALetter) {
+    std::string shown = "a";
+    std::string text = "a";
+    for (int letter = 0; letter < 39; ++letter) {
+        shown += "\uff0c";
+    }
+    for (int letter = 0; letter < 50; ++letter) {
+        text += "\uff0c";
+    }
+    EXPECT_EQ(ZceCheck::Shown(text), shown + "...");
+    EXPECT_EQ(ZceCheck::Shown("\t\xe0\x82\x9b\xf0\x82\x82\x9b\x7f\xe4\xb8"),
+              "\\t\\xe0\\x82\\x9b\\xf0\\x82\\x82\\x9b\\x7f\\xe4\\xb8");
+    EXPECT_EQ(ZceCheck::Shown("\u4e2d\U0001f600\u00e9"), "\u4e2d\U0001f600\u00e9");
+}
+
 TEST(CheckReport, TheLibraryLogsToNobodyUnlessAsked) {
     const TempDir dir(TempDir::Enter::yes);
     std::FILE* const file = std::fopen("c.ini", "w");

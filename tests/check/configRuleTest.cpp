@@ -170,6 +170,16 @@ TEST(CheckRules, AllInWord) {
     EXPECT_EQ(Insts("ALL"), "");
 }
 
+TEST(CheckRules, AllInAnIdOrBehindAFullWidthComma) {
+    EXPECT_EQ(Insts("BALL209"),
+              "c.ini:4: warning: [channel3] insts: there is \"all\" in BALL209: the channel gets "
+              "every future, and every option with options = recv (all-in-word)\n"
+              "    -> write all if that is meant, or take the item away\n");
+    EXPECT_THAT(Insts("SR\uff0call"), HasSubstr("gets every future, and every option with"));
+    EXPECT_THAT(Insts("SR\uff0call"), HasSubstr("(full-width)"));
+    EXPECT_THAT(Insts("SPD-ALL"), HasSubstr("(all-in-word)"));
+}
+
 TEST(CheckRules, DuplicateItem) {
     EXPECT_EQ(Insts("SR, SR209, TA, SR, SR209"),
               "c.ini:4: warning: [channel3] insts: SR is there more than once (duplicate-item)\n"

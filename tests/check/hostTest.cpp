@@ -326,6 +326,12 @@ TEST_F(HostTest, HugePages) {
               "vendor's driver takes them");
 }
 
+TEST_F(HostTest, WhatAProcessIsCalledSaysNothingToTheTerminal) {
+    const std::string text =
+        ZceMachine::AsText({{Level::Warning, "receivers", "7 (\x1b[2J)", "see \xff"}});
+    EXPECT_EQ(text, "warning  receivers: 7 (\\x1b[2J)\n         -> see \\xff\n");
+}
+
 TEST_F(HostTest, TheReportAndItsStatus) {
     const Result fine{Level::Ok, "zone", "as the exchange", ""};
     const Result doubtful{Level::Warning, "clock", "not \"set\"", "set it"};

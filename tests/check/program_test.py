@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import argparse
+import os
 import re
 import subprocess
 import sys
@@ -92,6 +93,33 @@ class NotDone(unittest.TestCase):
             self.assert_refused(check(none), f"{none}: No such file or directory")
             master = EXAMPLES / "master.ini"
             self.assert_refused(check(master, "--bin", none), f"{none}: No such file or directory")
+
+    def test_what_cannot_be_read_twice_is_refused_at_once(self) -> None:
+        with tempfile.TemporaryDirectory() as directory:
+            fifo = f"{directory}/fifo"
+            os.mkfifo(fifo)
+            master = EXAMPLES / "master.ini"
+            self.assert_refused(check(fifo), f"{fifo}: is no regular file")
+            self.assert_refused(check("/dev/stdin", given="[config]\n"), "/dev/stdin: is no regular file")
+            self.assert_refused(check(master, "--bin", fifo), f"{fifo}: is no regular file")
+            self.assert_refused(check("host", "--config", fifo), f"{fifo}: is no regular file")
+            large = Path(directory) / "large.ini"
+            with large.open("wb") as file:
+                file.truncate(1 << 40)
+            self.assert_refused(check(large), f"{large}: has more than 16 MiB: no configuration has")
+
+    def test_an_empty_argument_is_an_argument(self) -> None:
+        master = EXAMPLES / "master.ini"
+        for option in ("--bin", "--instruments"):
+            self.assert_refused(check(master, option, ""), ": No such file or directory")
+        self.assert_refused(check("host", "--config", ""), ": No such file or directory")
+        done = check("--when", "--at", "")
+        self.assertEqual((done.returncode, done.stdout), (2, ""))
+        self.assertEqual(check("vendor", "").returncode, 2)
+
+    def test_a_list_says_nothing_to_the_terminal(self) -> None:
+        done = check(EXAMPLES / "master.ini", "--instruments", "-", given="SR\x1b[2J209\n")
+        self.assert_refused(done, 'standard input:1: "SR\\x1b[2J209" is not one instrument\'s name')
 
     def test_a_bad_line_of_a_list_is_named(self) -> None:
         done = check(EXAMPLES / "master.ini", "--instruments", "-", given="SR209\nSR 301\n")

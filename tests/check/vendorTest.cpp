@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <optional>
@@ -164,6 +165,45 @@ TEST(VendorLibrary, IsCutOrAltered) {
         }
         ZceMachine::ReadElf(altered, reason);
     }
+}
+
+// The library with another soname, which stands behind all else. Its strings lie in the file as
+// they do in memory.
+std::string WithSoname(std::string library, const std::string& soname) {
+    const auto at = [&library]<typename Record>(std::size_t offset, Record& record) {
+        ASSERT_LE(offset + sizeof(record), library.size());
+        std::memcpy(&record, library.data() + offset, sizeof(record));
+    };
+    Elf64_Ehdr head{};
+    at(0, head);
+    Elf64_Phdr segment{};
+    for (std::size_t number = 0; segment.p_type != PT_DYNAMIC && number < head.e_phnum; ++number) {
+        at(head.e_phoff + number * sizeof(segment), segment);
+    }
+    std::size_t place = 0;  // of the soname's entry
+    std::uint64_t strings = 0;
+    Elf64_Dyn entry{};
+    for (std::size_t offset = segment.p_offset; offset < segment.p_offset + segment.p_filesz;
+         offset += sizeof(entry)) {
+        at(offset, entry);
+        place = entry.d_tag == DT_SONAME ? offset : place;
+        strings = entry.d_tag == DT_STRTAB ? entry.d_un.d_ptr : strings;
+    }
+    entry.d_tag = DT_SONAME;
+    entry.d_un.d_val = library.size() - strings;
+    std::memcpy(library.data() + place, &entry, sizeof(entry));
+    return library + soname + '\0';
+}
+
+TEST(VendorLibrary, HasNoNameOfThousandsOfLetters) {
+    const std::string whole = WholeFile(STUB_LIBRARY);
+    ASSERT_FALSE(whole.empty());
+    std::string reason;
+    const auto read = ZceMachine::ReadElf(WithSoname(whole, std::string(4095, 'x')), reason);
+    ASSERT_TRUE(read) << reason;
+    EXPECT_EQ(read->soname, std::string(4095, 'x'));
+    EXPECT_FALSE(ZceMachine::ReadElf(WithSoname(whole, std::string(4096, 'x')), reason));
+    EXPECT_EQ(reason, "its strings lead beyond the file");
 }
 
 // An environment of the test's own for the loader's runs.

@@ -138,14 +138,15 @@ TEST_F(Command, HasStandardOutputToItselfAndFindsTheBoardsLibrary) {
 
 TEST_F(Command, HasTheSignalsAndTheFilesThatItHasWithoutABoard) {
     const std::string look =
-        "sh -c 'ls -l /proc/$$/fd | grep -c zce-board; grep SigIgn /proc/$$/status; cat'";
+        "sh -c 'ls -l /proc/$$/fd | grep -c zce-board; grep -e SigIgn -e SigBlk /proc/$$/status; "
+        "cat'";
     const auto output = [this](const std::string& command) {
         Process process({"sh", "-c", "echo input | " + command + " 2>errors"}, Where("together"));
         EXPECT_EQ(process.WaitEnd(), 0);
         return process.Output();
     };
     const std::string alone = output(look);
-    EXPECT_THAT(alone, StartsWith("0\nSigIgn:"));
+    EXPECT_THAT(alone, StartsWith("0\nSigBlk:"));
     EXPECT_THAT(alone, HasSubstr("\ninput\n"));
     EXPECT_EQ(output(std::string("'") + ZCE_BOARD_PROGRAM + "' --products all -- " + look), alone);
     // A command that becomes another program leaves no memory of libfaketime.
@@ -212,6 +213,20 @@ TEST_F(Command, GetsTheSignalsThatTheBoardIsSentAndIsWaitedFor) {
     EXPECT_EQ(process->WaitEnd(), 9) << process->Output();
     EXPECT_THAT(process->Output(), HasSubstr("\ngot INT\nzce-board stopped "));
     ExpectNothingLeft();
+}
+
+TEST_F(Command, IsToldToEndIfTheBoardIsKilled) {
+    const auto process =
+        Start({"--instruments", Path("list")},
+              {"sh", "-c",
+               "trap 'echo over >over; exit' TERM; echo waiting; while :; do sleep 0.02; done"});
+    ASSERT_TRUE(process->WaitFor("waiting\n")) << process->Output();
+    process->Signal(SIGKILL);
+    EXPECT_NE(process->WaitEnd(), 0);
+    for (int tries = 0; tries < 500 && ReadFile(Path("together/over")) != "over\n"; ++tries) {
+        usleep(20'000);
+    }
+    EXPECT_EQ(ReadFile(Path("together/over")), "over\n");
 }
 
 TEST_F(Command, GetsAKeyOfTheTerminalOnce) {

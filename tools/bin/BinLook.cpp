@@ -1,14 +1,10 @@
 #include "bin/BinLook.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <memory>
 #include <string_view>
 #include <utility>
@@ -16,6 +12,7 @@
 #include "VelaZceBinFormat.h"
 #include "VelaZceBinRead.h"
 #include "program/Moment.h"
+#include "program/RegularFile.h"
 
 namespace ZceBin {
 
@@ -71,26 +68,6 @@ std::string ClockText(unsigned long bound) {
                                 std::min(time % 100, 59U));
 }
 
-// A file that can be read to its end without waiting; -1, with the reason, for any other.
-int OpenRegular(const std::string& path, std::string& reason) {
-    // Not to wait for the writer of a FIFO before it is known for one.
-    const int descriptor = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    struct stat status {};
-    if (descriptor < 0 || fstat(descriptor, &status) != 0) {
-        reason = std::strerror(errno);
-    } else if (S_ISDIR(status.st_mode)) {
-        reason = "is a directory";
-    } else if (!S_ISREG(status.st_mode)) {
-        reason = "is no regular file";
-    } else {
-        return descriptor;
-    }
-    if (descriptor >= 0) {
-        close(descriptor);
-    }
-    return -1;
-}
-
 }  // namespace
 
 BinLook LookAtBin(const std::string& bytes, const VORBA2::LocalMoment_t& at) {
@@ -140,24 +117,16 @@ std::string ReasonOf(const BinLook& look, const VORBA2::LocalMoment_t& at) {
 }
 
 std::optional<std::string> ReadBin(const std::string& path, std::string& reason) {
-    const int descriptor = path == "-" ? STDIN_FILENO : OpenRegular(path, reason);
+    const int descriptor = path == "-" ? STDIN_FILENO : ZceProgram::OpenRegular(path, reason);
     if (descriptor < 0) {
         return std::nullopt;
     }
     std::string bytes;
-    char piece[65536];
-    ssize_t size = 0;
-    while (bytes.size() <= MAX_BYTES &&
-           ((size = read(descriptor, piece, sizeof(piece))) > 0 || (size < 0 && errno == EINTR))) {
-        bytes.append(piece, size > 0 ? static_cast<std::size_t>(size) : 0);
-    }
-    if (size < 0) {
-        reason = std::strerror(errno);
-    }
+    const bool bRead = ZceProgram::ReadUpTo(descriptor, MAX_BYTES, bytes, reason);
     if (descriptor != STDIN_FILENO) {
         close(descriptor);
     }
-    if (size < 0) {
+    if (!bRead) {
         return std::nullopt;
     }
     if (bytes.size() > MAX_BYTES) {

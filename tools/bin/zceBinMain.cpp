@@ -69,18 +69,18 @@ void PrintJson(const BinLook& look, const Question& question) {
 }
 
 // The moment of --at, or the host's; nothing, with the reason told, for what is none.
-std::optional<VORBA2::LocalMoment_t> MomentToAsk(const std::string& text) {
+std::optional<VORBA2::LocalMoment_t> MomentToAsk(const std::optional<std::string>& text) {
     const std::optional<VORBA2::LocalMoment_t> now = VORBA2::LocalNow();
     if (!now) {
         fprintf(stderr, "zce-bin: the host's local time cannot be determined\n");
         return std::nullopt;
     }
-    if (text.empty()) {
+    if (!text) {
         return now;
     }
-    const std::optional<Moment> at = ZceProgram::ReadMoment(text, now->date);
+    const std::optional<Moment> at = ZceProgram::ReadMoment(*text, now->date);
     if (!at) {
-        fprintf(stderr, "zce-bin: --at: %s is %s\n", text.c_str(), ZceProgram::NO_MOMENT);
+        fprintf(stderr, "zce-bin: --at: %s is %s\n", text->c_str(), ZceProgram::NO_MOMENT);
         return std::nullopt;
     }
     return VORBA2::LocalMoment_t{at->date, at->time};
@@ -92,7 +92,7 @@ int Main(int argc, const char* const* argv) {
         "believe it. Exit status 1 if it would not.",
         "zce-bin"};
     Question question;
-    std::string at;
+    std::optional<std::string> at;
     bool bJson = false;
     app.add_option("FILE", question.file, "The cache file; - for standard input")->required();
     app.add_option("--at", at,

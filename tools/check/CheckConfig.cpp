@@ -108,18 +108,23 @@ void CheckAddress(CheckResult& result, const std::string& key, char separator,
              : "write four numbers from 0 to 255, as 239.1.1.5");
 }
 
-// A number of the file: what the reader makes of it. Says if it ends before the text does, or is
-// octal.
+// A number of the file: what the reader makes of it. Says if it ends before the text does, is too
+// large for the reader, or is octal.
 void CheckNumber(CheckResult& result, const std::string& key, long read) {
     const Place place = PlaceOf(result, CONFIG, key);
     const char* const text = place.value.c_str();
     char* end = nullptr;
-    std::strtol(text, &end, 0);
+    const long number = std::strtol(text, &end, 0);
     if (end == text || *end != '\0') {
         result.findings.Add(
             Code::BadNumber, place,
             fmt::format("\"{}\" is no number: it is read as {}", Shown(place.value), read),
             "write the digits alone");
+    } else if (number != read) {
+        result.findings.Add(
+            Code::BadNumber, place,
+            fmt::format("{} is too large a number: it is read as {}", Shown(place.value), read),
+            "write a smaller one");
     } else if (place.value.size() > 1 && place.value[0] == '0' &&
                std::isdigit(static_cast<unsigned char>(place.value[1])) != 0) {
         result.findings.Add(Code::OctalNumber, place,
@@ -141,7 +146,7 @@ void CheckPort(CheckResult& result, const std::string& key, const std::optional<
     } else if (*port > MAX_PORT) {
         result.findings.Add(
             Code::BadPort, place,
-            fmt::format("there is no port {}: the board gets 0x{:x}", place.value, *port),
+            fmt::format("there is no port {}: the board gets 0x{:x}", Shown(place.value), *port),
             "write a port from 1 to 65535");
     }
 }

@@ -41,32 +41,23 @@ class CItemCheck {
     CItemCheck(CheckResult& result, Place place) : m_result(result), m_place(std::move(place)) {}
 
     void Id(const std::string& item) {
+        All(item);
         if (Wide(item) || Combination(item)) {
             return;
         }
         std::string contract;
         if (Vela2_U50::OptionExtractSecondClass(item, contract) == 0) {
             Add(Code::OptionId,
-                fmt::format("{} is an option, and an option's own id selects nothing", item),
-                fmt::format("write {} and options = recv for all options on it", contract));
+                fmt::format("{} is an option, and an option's own id selects nothing", Shown(item)),
+                fmt::format("write {} and options = recv for all options on it", Shown(contract)));
         } else {
             Small(item);
         }
     }
 
     void Class(const std::string& item) {
-        if (Wide(item) || Combination(item)) {
-            return;
-        }
-        const bool bAll = Vela2_U50::FindAllTag(item);
-        if (bAll && Lowered(item) != "all") {
-            Add(Code::AllInWord,
-                fmt::format("there is \"all\" in {}: the channel gets every future, and every "
-                            "option with options = recv",
-                            Shown(item)),
-                "write all if that is meant, or take the item away");
-        }
-        if (bAll) {
+        const bool bAll = All(item);
+        if (Wide(item) || Combination(item) || bAll) {
             return;
         }
         if (Vela2_U50::ClassIn(item) != item) {
@@ -83,6 +74,19 @@ class CItemCheck {
   private:
     void Add(Code code, std::string message, std::string hint) {
         m_result.findings.Add(code, m_place, std::move(message), std::move(hint));
+    }
+
+    // The letters count wherever they stand, in an id too.
+    bool All(const std::string& item) {
+        const bool bAll = Vela2_U50::FindAllTag(item);
+        if (bAll && Lowered(item) != "all") {
+            Add(Code::AllInWord,
+                fmt::format("there is \"all\" in {}: the channel gets every future, and every "
+                            "option with options = recv",
+                            Shown(item)),
+                "write all if that is meant, or take the item away");
+        }
+        return bAll;
     }
 
     bool Wide(const std::string& item) {
@@ -105,7 +109,7 @@ class CItemCheck {
         }
         const bool bIps = item.starts_with("IPS");
         Add(Code::CombinationId,
-            fmt::format("{} is a combination, and insts selects none of them", item),
+            fmt::format("{} is a combination, and insts selects none of them", Shown(item)),
             fmt::format("write {} = recv for all of its kind", bIps ? "ips" : "spd"));
         return true;
     }
@@ -116,7 +120,7 @@ class CItemCheck {
                 fmt::format(
                     "{} has small letters in it, and the exchange's names have capitals: it "
                     "matches nothing",
-                    item),
+                    Shown(item)),
                 "write it in capitals");
         }
     }

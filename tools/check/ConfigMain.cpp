@@ -1,32 +1,34 @@
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
-#include <memory>
 #include <optional>
 #include <string>
 
 #include "check/Commands.h"
 #include "check/Report.h"
+#include "program/Printable.h"
 #include "program/Program.h"
+#include "program/RegularFile.h"
 
 namespace ZceCheck {
 
 namespace {
 
 constexpr unsigned LAST_BUS = 9;
+constexpr std::size_t MAX_BYTES = std::size_t{16} << 20U;
 
 struct Options {
     std::string file;
-    std::string instruments;
-    std::string bin;
+    std::optional<std::string> instruments;
+    std::optional<std::string> bin;
     std::optional<unsigned> board;
     bool bJson = false;
     bool bLog = false;
 };
 
 int NotDone(const std::string& reason) {
-    fprintf(stderr, "zce-check: %s\n", reason.c_str());
+    fprintf(stderr, "zce-check: %s\n", ZceProgram::Printable(reason).c_str());
     return ZceProgram::EXIT_NOT_DONE;
 }
 
@@ -48,29 +50,30 @@ void AddOptions(CLI::App& app, Options& options) {
         "Other questions: zce-check --when, zce-check host, zce-check vendor; each with --help.");
 }
 
-// False: `error` says why.
+// False: `error` says why. The library reads the file as well, and more than once: a pipe would be
+// empty by then.
 bool ReadFile(const std::string& path, std::string& text, std::string& error) {
-    const std::unique_ptr<FILE, int (*)(FILE*)> file(fopen(path.c_str(), "r"), [](FILE* opened) {
-        return opened == nullptr ? 0 : fclose(opened);
-    });
-    char piece[4096];
-    size_t got = 0;
-    while (file && (got = fread(piece, 1, sizeof(piece), file.get())) != 0) {
-        text.append(piece, got);
+    std::string reason;
+    const int descriptor = ZceProgram::OpenRegular(path, reason);
+    bool bRead = descriptor >= 0;
+    if (bRead) {
+        bRead = ZceProgram::ReadUpTo(descriptor, MAX_BYTES, text, reason);
+        close(descriptor);
     }
-    if (!file || ferror(file.get()) != 0) {
-        error = path + ": " + std::strerror(errno);
-        return false;
+    if (bRead && text.size() > MAX_BYTES) {
+        reason = "has more than 16 MiB: no configuration has";
+        bRead = false;
     }
-    return true;
+    error = bRead ? "" : path + ": " + reason;
+    return bRead;
 }
 
 bool ReadNames(const Options& options, InstrumentNames& names, std::string& error) {
     if (options.board) {
         return ReadBoardTables(*options.board, names, error);
     }
-    return options.bin.empty() ? ReadNameList(options.instruments, names, error)
-                               : ReadBinFile(options.bin, names, error);
+    return options.bin ? ReadBinFile(*options.bin, names, error)
+                       : ReadNameList(*options.instruments, names, error);
 }
 
 }  // namespace
@@ -90,7 +93,7 @@ int ConfigMain(int argc, const char* const* argv) {
     if (!ReadFile(options.file, text, error)) {
         return NotDone(error);
     }
-    const bool bNames = options.board || !options.bin.empty() || !options.instruments.empty();
+    const bool bNames = options.board || options.bin || options.instruments;
     InstrumentNames names;
     if (bNames && !ReadNames(options, names, error)) {
         return NotDone(error);
@@ -98,7 +101,7 @@ int ConfigMain(int argc, const char* const* argv) {
     const CheckResult result =
         CheckFile(options.file, text, bNames ? &names : nullptr, options.bLog);
     if (options.bLog) {
-        fputs(result.library.log.c_str(), stderr);
+        fputs(ZceProgram::PrintableLines(result.library.log).c_str(), stderr);
     }
     const std::string report = options.bJson ? JsonReport(result) : TextReport(result);
     fwrite(report.data(), 1, report.size(), stdout);

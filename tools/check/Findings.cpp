@@ -1,10 +1,10 @@
 #include "check/Findings.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <array>
 #include <utility>
+
+#include "program/Printable.h"
 
 namespace ZceCheck {
 
@@ -120,18 +120,14 @@ std::size_t CFindings::Count(Severity severity) const {
 }
 
 std::string Shown(std::string_view text) {
-    std::string shown;
-    const std::size_t length = std::min(text.size(), SHOWN_MAX);
-    for (const char letter : text.substr(0, length)) {
-        const auto byte = static_cast<unsigned char>(letter);
-        // UTF-8 stays: a terminal shows full-width letters as such.
-        if (byte < ' ' || byte == 0x7F) {
-            shown += letter == '\t' ? std::string("\\t") : fmt::format("\\x{:02x}", byte);
-        } else {
-            shown += letter;
-        }
+    if (text.size() <= SHOWN_MAX) {
+        return ZceProgram::Printable(text);
     }
-    return length < text.size() ? shown + "..." : shown;
+    std::size_t length = SHOWN_MAX;
+    while (length != 0 && (static_cast<unsigned char>(text[length]) & 0xC0U) == 0x80) {
+        --length;  // not inside a letter
+    }
+    return ZceProgram::Printable(text.substr(0, length)) + "...";
 }
 
 }  // namespace ZceCheck

@@ -1,3 +1,5 @@
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <memory>
@@ -9,6 +11,7 @@
 #include "check/Commands.h"
 #include "check/HostChecks.h"
 #include "program/Program.h"
+#include "program/RegularFile.h"
 
 namespace ZceCheck {
 
@@ -16,6 +19,13 @@ namespace {
 
 // What the file says of the CPU; nothing, with the reason told, if it cannot be loaded.
 ZceMachine::CpuCore LoadCpuCore(const std::string& path) {
+    std::string reason;
+    const int descriptor = ZceProgram::OpenRegular(path, reason);
+    if (descriptor < 0) {
+        fprintf(stderr, "zce-check: %s: %s\n", path.c_str(), reason.c_str());
+        return std::nullopt;
+    }
+    close(descriptor);
     const std::unique_ptr<dictionary, void (*)(dictionary*)> loaded(
         Vela2_U50::ZceIniLoad(path.c_str()), iniparser_freedict);
     if (loaded == nullptr) {
@@ -33,7 +43,7 @@ int HostMain(int argc, const char* const* argv) {
         "are warnings, 2 if there are errors.",
         "zce-check host"};
     ZceMachine::HostPlaces places;
-    std::string config;
+    std::optional<std::string> config;
     bool bLab = false;
     bool bJson = false;
     app.add_option("--config", config,
@@ -46,8 +56,8 @@ int HostMain(int argc, const char* const* argv) {
         return *status;
     }
     ZceMachine::CpuCore core;
-    if (!config.empty()) {
-        core = LoadCpuCore(config);
+    if (config) {
+        core = LoadCpuCore(*config);
         if (!core) {
             return ZceProgram::EXIT_NOT_DONE;
         }

@@ -67,6 +67,7 @@ class CScanner {
             const std::string_view name = line.substr(1, line.find(']') - 1);
             m_section = name.empty() ? m_section : Lowered(Trimmed(name));
             m_result.sections.push_back({m_first, m_section});
+            m_result.firstLine.emplace(m_section, m_first);
             return;
         }
         const auto equals = line.find('=');
@@ -78,6 +79,7 @@ class CScanner {
             return;
         }
         const std::string_view key = Trimmed(line.substr(0, equals));
+        m_result.lastKey[{m_section, Lowered(key)}] = m_result.keys.size();
         m_result.keys.push_back({m_first, m_section, Lowered(key), std::string(key),
                                  std::string(Trimmed(line.substr(equals + 1)))});
     }
@@ -94,16 +96,13 @@ class CScanner {
 }  // namespace
 
 const IniKey* IniLines::Find(std::string_view section, std::string_view key) const {
-    const auto found = std::find_if(keys.rbegin(), keys.rend(), [&](const IniKey& entry) {
-        return entry.section == section && entry.key == key;
-    });
-    return found == keys.rend() ? nullptr : &*found;
+    const auto found = lastKey.find({std::string(section), std::string(key)});
+    return found == lastKey.end() ? nullptr : &keys[found->second];
 }
 
 unsigned IniLines::LineOf(std::string_view section) const {
-    const auto found = std::find_if(sections.begin(), sections.end(),
-                                    [&](const IniSection& entry) { return entry.name == section; });
-    return found == sections.end() ? 0 : found->line;
+    const auto found = firstLine.find(section);
+    return found == firstLine.end() ? 0 : found->second;
 }
 
 IniLines ScanIni(std::string_view text) {

@@ -1,7 +1,11 @@
 #pragma once
 
+#include <cstddef>
+#include <functional>
+#include <map>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace ZceCheck {
@@ -34,6 +38,9 @@ struct IniLines {
     std::vector<IniSection> sections;
     std::vector<IniKey> keys;
     std::vector<IniMark> marks;
+    // By section and key: the last place in `keys`. By section: the first line.
+    std::map<std::pair<std::string, std::string>, std::size_t> lastKey;
+    std::map<std::string, unsigned, std::less<>> firstLine;
 
     // The last place of a key, which is the one that counts; null if it is not there.
     const IniKey* Find(std::string_view section, std::string_view key) const;

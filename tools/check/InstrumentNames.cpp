@@ -1,6 +1,7 @@
 #include "check/InstrumentNames.h"
 
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -15,6 +16,7 @@
 #include "DataType/ZceSubsMasks.h"
 #include "VelaZceBinFile.h"
 #include "check/IniLines.h"
+#include "program/RegularFile.h"
 
 namespace ZceCheck {
 
@@ -100,6 +102,12 @@ bool ReadNameList(const std::string& path, InstrumentNames& names, std::string& 
 bool ReadBinFile(const std::string& path, InstrumentNames& names, std::string& error) {
     names.source = path;
     CTernBinFile file(names.byName, 0);
+    const int descriptor = ZceProgram::OpenRegular(path, error);
+    if (descriptor < 0) {
+        error = path + ": " + error;
+        return false;
+    }
+    close(descriptor);
     errno = 0;
     if (file.Intrade_OpenFile(path.c_str()) != 0 || file.Intrade_GetAllInstFromBin() != 0) {
         error = fmt::format("{}: {}", path, std::strerror(errno != 0 ? errno : EIO));

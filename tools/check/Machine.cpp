@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <fstream>
 
+#include "program/Printable.h"
+
 namespace ZceMachine {
 
 const char* Word(Level level) {
@@ -30,9 +32,10 @@ int ExitStatus(const std::vector<Result>& results) {
 std::string AsText(const std::vector<Result>& results) {
     std::string text;
     for (const Result& result : results) {
-        text += fmt::format("{:<8} {}: {}\n", Word(result.level), result.check, result.found);
+        text += fmt::format("{:<8} {}: {}\n", Word(result.level), result.check,
+                            ZceProgram::Printable(result.found));
         if (!result.advice.empty()) {
-            text += fmt::format("{:<8} -> {}\n", "", result.advice);
+            text += fmt::format("{:<8} -> {}\n", "", ZceProgram::Printable(result.advice));
         }
     }
     return text;

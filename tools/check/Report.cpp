@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+#include "program/Printable.h"
+
 namespace ZceCheck {
 
 namespace {
@@ -26,7 +28,8 @@ std::string FindingText(const std::string& file, const Finding& finding) {
         const bool bValue = !place.value.empty() && Lowered(place.key) != "insts";
         text += Shown(place.key) + (bValue ? fmt::format(" = {}: ", Shown(place.value)) : ": ");
     }
-    return text + fmt::format("{} ({})\n    -> {}\n", finding.message, info.name, finding.hint);
+    return text + fmt::format("{} ({})\n    -> {}\n", ZceProgram::Printable(finding.message),
+                              info.name, ZceProgram::Printable(finding.hint));
 }
 
 std::string ProcessText(const CheckResult& result) {

@@ -16,6 +16,7 @@ namespace ZceMachine {
 namespace {
 
 constexpr std::uintmax_t MAX_FILE = std::uintmax_t{256} << 20U;
+constexpr std::size_t MAX_TEXT = 4096;  // of a name: many long ones would be read for hours
 
 // What the software board's library asks the environment for, and no other library does.
 constexpr char BOARD_MARK[] = "ZCE_BOARD_SHM_PREFIX";
@@ -39,7 +40,7 @@ class CElfBytes {
         if (offset >= m_bytes.size()) {
             return std::nullopt;
         }
-        const std::string_view rest = m_bytes.substr(offset);
+        const std::string_view rest = m_bytes.substr(offset, MAX_TEXT);
         const std::size_t end = rest.find('\0');
         return end == std::string_view::npos ? std::nullopt
                                              : std::optional<std::string>(rest.substr(0, end));
@@ -188,16 +189,17 @@ class CElfReader {
         if (!count) {
             return Fail("its symbols cannot be found");
         }
+        const std::uint64_t symbols = OffsetOf(*m_symbols);
+        const std::uint64_t strings = OffsetOf(*m_strings);
         for (std::uint64_t number = 0; number < *count; ++number) {
             Elf64_Sym symbol{};
-            if (!m_bytes.Read(OffsetOf(*m_symbols) + number * sizeof(symbol), symbol)) {
+            if (!m_bytes.Read(symbols + number * sizeof(symbol), symbol)) {
                 return Fail("its symbols lead beyond the file");
             }
             if (!IsCall(symbol)) {
                 continue;
             }
-            const std::optional<std::string> name =
-                m_bytes.Text(OffsetOf(*m_strings) + symbol.st_name);
+            const std::optional<std::string> name = m_bytes.Text(strings + symbol.st_name);
             if (!name) {
                 return Fail("its strings lead beyond the file");
             }

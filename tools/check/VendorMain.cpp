@@ -1,5 +1,6 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <optional>
 #include <string>
 
 #include "check/Commands.h"
@@ -13,8 +14,8 @@ int VendorMain(int argc, const char* const* argv) {
         "Tells whether a vendor's library has what the product needs, and which one the "
         "loader takes. Exit status 1 if there are warnings, 2 if there are errors.",
         "zce-check vendor"};
-    std::string library;
-    std::string subject;
+    std::optional<std::string> library;
+    std::optional<std::string> subject;
     bool bJson = false;
     app.add_option("LIBRARY", library,
                    "A libenyx-hw-c.so.5, read and not run; without it only the loader is asked");
@@ -26,18 +27,18 @@ int VendorMain(int argc, const char* const* argv) {
         return *status;
     }
     std::vector<ZceMachine::Result> results;
-    if (!library.empty()) {
-        results = ZceMachine::CheckVendorLibrary(library);
+    if (library) {
+        results = ZceMachine::CheckVendorLibrary(*library);
     }
-    if (subject.empty()) {
+    if (!subject) {
         subject = ZceMachine::ProductLibrary();
     }
-    if (subject.empty()) {
+    if (subject->empty()) {
         results.push_back({ZceMachine::Level::Error, "loader",
                            "the product's library is not beside this program",
                            "name it, or a program that uses it, with --for"});
     } else {
-        results.push_back(ZceMachine::CheckLoader(subject, library));
+        results.push_back(ZceMachine::CheckLoader(*subject, library.value_or("")));
     }
     const std::string text = bJson ? ZceMachine::AsJson(results) : ZceMachine::AsText(results);
     fputs(text.c_str(), stdout);

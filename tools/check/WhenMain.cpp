@@ -29,7 +29,7 @@ constexpr int EXIT_TOO_LATE = 3;
 constexpr unsigned int MAX_ROUND = 3600;
 
 struct WhenOptions {
-    std::string at;
+    std::optional<std::string> at;
     std::string board;
     unsigned int round = DEFAULT_ROUND;
     bool bWhen = false;  // always there: it has brought us here
@@ -218,18 +218,18 @@ void AddOptions(CLI::App& app, WhenOptions& options) {
     table->excludes(day)->excludes(json);
 }
 
-std::optional<Moment> MomentToAsk(const std::string& text) {
+std::optional<Moment> MomentToAsk(const std::optional<std::string>& text) {
     const std::optional<VORBA2::LocalMoment_t> now = VORBA2::LocalNow();
     if (!now) {
         fprintf(stderr, "zce-check: the host's local time cannot be determined\n");
         return std::nullopt;
     }
-    if (text.empty()) {
+    if (!text) {
         return Moment{now->date, now->time};
     }
-    const std::optional<Moment> at = ZceProgram::ReadMoment(text, now->date);
+    const std::optional<Moment> at = ZceProgram::ReadMoment(*text, now->date);
     if (!at) {
-        fprintf(stderr, "zce-check: --at: %s is %s\n", text.c_str(), ZceProgram::NO_MOMENT);
+        fprintf(stderr, "zce-check: --at: %s is %s\n", text->c_str(), ZceProgram::NO_MOMENT);
     }
     return at;
 }
