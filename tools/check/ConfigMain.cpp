@@ -7,6 +7,7 @@
 #include <string>
 
 #include "check/Commands.h"
+#include "check/InputFile.h"
 #include "check/Report.h"
 #include "program/Program.h"
 
@@ -46,23 +47,6 @@ void AddOptions(CLI::App& app, Options& options) {
     app.footer("Exit status: 0 fine, 1 warnings, 2 errors and whatever could not be done.");
 }
 
-// False: `error` says why.
-bool ReadFile(const std::string& path, std::string& text, std::string& error) {
-    const std::unique_ptr<FILE, int (*)(FILE*)> file(fopen(path.c_str(), "r"), [](FILE* opened) {
-        return opened == nullptr ? 0 : fclose(opened);
-    });
-    char piece[4096];
-    size_t got = 0;
-    while (file && (got = fread(piece, 1, sizeof(piece), file.get())) != 0) {
-        text.append(piece, got);
-    }
-    if (!file || ferror(file.get()) != 0) {
-        error = path + ": " + std::strerror(errno);
-        return false;
-    }
-    return true;
-}
-
 bool ReadNames(const Options& options, InstrumentNames& names, std::string& error) {
     if (options.board) {
         return ReadBoardTables(*options.board, names, error);
@@ -87,7 +71,8 @@ int ConfigMain(int argc, const char* const* argv) {
     }
     std::string text;
     std::string error;
-    if (!ReadFile(options.file, text, error)) {
+    // The file is read twice, here and by the library: a pipe would be empty then.
+    if (IsNoFile(options.file, error) || !ReadWholeFile(options.file, text, error)) {
         return NotDone(error);
     }
     const bool bNames = options.board || !options.bin.empty() || !options.instruments.empty();

@@ -7,14 +7,14 @@
 #include <cerrno>
 #include <charconv>
 #include <cstring>
-#include <fstream>
-#include <iostream>
 #include <limits>
+#include <sstream>
 #include <string_view>
 
 #include "DataType/ZceSubsMasks.h"
 #include "VelaZceBinFile.h"
 #include "check/IniLines.h"
+#include "check/InputFile.h"
 
 namespace ZceCheck {
 
@@ -67,14 +67,12 @@ std::string AddLine(std::string_view line, InstrumentNames& names, Next& next) {
 }  // namespace
 
 bool ReadNameList(const std::string& path, InstrumentNames& names, std::string& error) {
-    const bool bStandardInput = path == "-";
-    names.source = bStandardInput ? "standard input" : path;
-    errno = 0;
-    std::ifstream file;
-    if (!bStandardInput) {
-        file.open(path);
+    names.source = path == "-" ? "standard input" : path;
+    std::string all;
+    if (!ReadWholeFile(path, all, error, true)) {
+        return false;
     }
-    std::istream& in = bStandardInput ? std::cin : file;
+    std::istringstream in(all);
     Next next{};
     unsigned number = 0;
     for (std::string line; std::getline(in, line);) {
@@ -86,10 +84,6 @@ bool ReadNameList(const std::string& path, InstrumentNames& names, std::string& 
             return false;
         }
     }
-    if (in.bad() || (!bStandardInput && !file.is_open())) {
-        error = fmt::format("{}: {}", names.source, std::strerror(errno != 0 ? errno : EIO));
-        return false;
-    }
     if (names.byName.empty()) {
         error = names.source + ": there is no instrument in it";
         return false;
@@ -99,6 +93,9 @@ bool ReadNameList(const std::string& path, InstrumentNames& names, std::string& 
 
 bool ReadBinFile(const std::string& path, InstrumentNames& names, std::string& error) {
     names.source = path;
+    if (IsNoFile(path, error)) {
+        return false;
+    }
     CTernBinFile file(names.byName, 0);
     errno = 0;
     if (file.Intrade_OpenFile(path.c_str()) != 0 || file.Intrade_GetAllInstFromBin() != 0) {
