@@ -1,6 +1,7 @@
 #include "process/BoardSet.h"
 
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -13,6 +14,10 @@ namespace {
 std::string WhyNotMade(uint32_t bus, int err, int32_t pid) {
     if (err == EBUSY) {
         return fmt::format("bus {}: another zce-board is running on it (process {})", bus, pid);
+    }
+    if (err == EACCES && access(("/dev/shm" + ShmName(bus)).c_str(), F_OK) == 0) {
+        return fmt::format("bus {}: the board on it is another user's (/dev/shm{})", bus,
+                           ShmName(bus));
     }
     if (err == EINVAL) {
         return "ZCE_BOARD_SHM_PREFIX cannot be part of a name in shared memory";

@@ -251,6 +251,7 @@ TEST_F(BinProgram, TellsWhatCannotBeRead) {
         {"binary --at noon",
          "zce-bin: --at: noon is no time: HH:MM, HH:MM:SS or YYYY-MM-DDTHH:MM:SS\n"},
         {"", "zce-bin: FILE is required\n"},
+        {"--jsn", "zce-bin: The following argument was not expected: --jsn\n"},
     };
     for (const auto& one : cases) {
         const ProgramRun run = Look(one.arguments);
@@ -259,6 +260,13 @@ TEST_F(BinProgram, TellsWhatCannotBeRead) {
     }
     const ProgramRun full = Run(ZCE_BIN_PROGRAM " binary --help > /dev/full");
     EXPECT_EQ(full.status, 2);
+    PutFile(dir / "bin", "12,SR209\n");
+    for (const char* option : {"", " --json"}) {
+        const ProgramRun cut =
+            Run(std::string("(" ZCE_BIN_PROGRAM " bin") + option + " > /dev/full)");
+        EXPECT_EQ(cut.text, "zce-bin: standard output: No space left on device\n");
+        EXPECT_EQ(cut.status, 2);
+    }
 }
 
 // The lines of the library's reader are not

@@ -81,6 +81,7 @@ class NotDone(unittest.TestCase):
 
     def test_a_usage_error_is_one_line(self) -> None:
         self.assert_refused(check(), "CONFIG is required")
+        self.assert_refused(check("--jsn"), "The following argument was not expected: --jsn")
         done = check(EXAMPLES / "master.ini", "--board", "10")
         self.assert_refused(done, "--board: Value 10 not in range 0 to 9")
         done = check(EXAMPLES / "master.ini", "--bin", "a", "--instruments", "b")
@@ -93,6 +94,16 @@ class NotDone(unittest.TestCase):
             self.assert_refused(check(none), f"{none}: No such file or directory")
             master = EXAMPLES / "master.ini"
             self.assert_refused(check(master, "--bin", none), f"{none}: No such file or directory")
+            pipe = f"{directory}/pipe"
+            os.mkfifo(pipe)
+            self.assert_refused(check(master, "--bin", pipe), f"{pipe}: is no regular file")
+            # A device that never ends.
+            self.assert_refused(check(master, "--bin", "/dev/zero"), "/dev/zero: is no regular file")
+            self.assert_refused(check("/dev/zero"), "/dev/zero: is no regular file")
+            self.assert_refused(check(pipe), f"{pipe}: is no regular file")
+            self.assert_refused(
+                check(master, "--instruments", "/dev/zero"), "/dev/zero: has more than 16 MiB"
+            )
 
     def test_what_cannot_be_read_twice_is_refused_at_once(self) -> None:
         with tempfile.TemporaryDirectory() as directory:

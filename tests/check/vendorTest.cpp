@@ -223,7 +223,8 @@ TEST_F(LoaderTest, FindsNone) {
               "error    loader: " + subject +
                   " finds no libenyx-hw-c.so.5\n"
                   "         -> install the vendor's package and run ldconfig, or set "
-                  "LD_LIBRARY_PATH\n");
+                  "LD_LIBRARY_PATH; for the software board start the program with "
+                  "zce-board-run\n");
 }
 
 TEST_F(LoaderTest, TakesTheOneOfTheEnvironment) {

@@ -198,6 +198,9 @@ TEST_F(Process, AUsageErrorSaysWhichAndExits2) {
     std::string text;
     EXPECT_EQ(Refused({}, text), 2);
     EXPECT_NE(text.find("--instruments"), std::string::npos) << text;
+    // The misspelt one is told, and not what is missing without it.
+    EXPECT_EQ(Refused({"--prodcuts", "all"}, text), 2);
+    EXPECT_EQ(text, "zce-board: The following arguments were not expected: --prodcuts all\n");
     EXPECT_EQ(Refused({"--products", "all", "--bus", "10"}, text), 2);
     EXPECT_NE(text.find("--bus"), std::string::npos) << text;
     EXPECT_EQ(Refused({"--products", "some"}, text), 2);

@@ -99,6 +99,11 @@ run() {
 }
 run "$work/tree/bin/zce-recv"
 run "$work/tree/bin/zce-board-run" "$work/whole/app"
+"$work/tree/bin/zce-board-run" -- true
+status=0
+"$work/tree/bin/zce-board-run" --bogus true 2>"$work/output" || status=$?
+[ $status -eq 2 ] || fail "zce-board-run --bogus: status $status"
+grep -qx 'zce-board-run: --bogus: no such option; --help tells more' "$work/output"
 run "$work/tree/bin/zce-board-run" "$work/whole/plain"
 for program in zce-board zce-top; do
     "$work/tree/bin/$program" --help >"$work/output" || { cat "$work/output"; fail "$program does not run"; }

@@ -136,6 +136,8 @@ def main():
             continue
         for form in ([], *FORMS.get(name, ())):
             check(build, source, [name] + form, f"{name}.1", pages)
+    if "zce-recv" not in completed(source, build, ["zce-board", "--products", "all", "--"], "zce-re"):
+        complain("zce-board: no command is completed behind --")
     for page, (options, commands) in pages.items():
         explained, named, commands_of_page = page_of(source, page)
         compare(page, options, explained, "the page")

@@ -109,7 +109,7 @@ TEST_F(TopScreen, WhatHappensIsSeenInPlace) {
     EXPECT_THAT(m_tmux->Screen(), Not(HasSubstr("no channel")));
     EXPECT_THAT(m_tmux->Screen(), HasSubstr("\n 3 open  "));
     Ctl({"resume"});
-    EXPECT_TRUE(m_tmux->WaitFor("going on")) << m_tmux->Screen();
+    EXPECT_TRUE(m_tmux->WaitFor("running")) << m_tmux->Screen();
     m_tmux->Press("q");
     ExpectEnded();
 }

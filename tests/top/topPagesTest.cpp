@@ -81,7 +81,7 @@ TEST_F(TopPages, TheBoardsPageHasItsKeysAndNoChosenChannelAtFirst) {
         Texts(m_pages.Page(m_view, {})),
         ElementsAre(
             "zce-board bus 2, process 4711",
-            "0000-00-00 00:00:00.000  closed  going on  speed 0  live traffic",
+            "0000-00-00 00:00:00.000  closed  running  speed 0  live traffic",
             "instruments  exchange 0+0  learnt 0+0  subscribed 0+0",
             "feeds  L5 any (off)  L1 any (off)  map transmit off  link 0x0",
             "parsed 0  -/s  requests 0  resets board 0, core 0", "faults  none",

@@ -82,7 +82,7 @@ TEST(TopScreen, TheTextTellsTheBoardAndARowForEachChannelThatWasEverOpen) {
         TopTexts(history.Add(ABoard(), 0)),
         ElementsAre(
             "zce-board bus 2, process 4711",
-            "2026-11-20 09:05:01.007  trading  going on  speed 1  live traffic",
+            "2026-11-20 09:05:01.007  trading  running  speed 1  live traffic",
             "instruments  exchange 4080+387  learnt 4079+386  subscribed 1200+30",
             "feeds  L5 ok (off)  L1 closed (on)  map transmit on  link 0xf",
             "parsed 5000  -/s  requests 8  resets board 1, core 3", "faults  none", "",

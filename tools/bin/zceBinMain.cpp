@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
+#include <iterator>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
@@ -33,22 +34,26 @@ const char* Name(const std::string& file) {
     return file == "-" ? "standard input" : file.c_str();
 }
 
-void PrintText(const BinLook& look, const Question& question) {
+std::string Text(const BinLook& look, const Question& question) {
+    std::string text;
+    const auto out = std::back_inserter(text);
     const std::string reason = ZceBin::ReasonOf(look, question.at);
-    fmt::print("file:        {}\n", Name(question.file));
-    fmt::print("time:        {}\n", look.time ? ZceBin::CreationTimeText(*look.time) : "none");
-    fmt::print("complete:    {}\n", look.bComplete ? "yes" : "no");
-    fmt::print("instruments: {}\n", look.insts.size());
-    fmt::print("believed:    {}\n", reason.empty() ? "yes" : "no, " + reason);
+    fmt::format_to(out, "file:        {}\n", Name(question.file));
+    fmt::format_to(out, "time:        {}\n",
+                   look.time ? ZceBin::CreationTimeText(*look.time) : "none");
+    fmt::format_to(out, "complete:    {}\n", look.bComplete ? "yes" : "no");
+    fmt::format_to(out, "instruments: {}\n", look.insts.size());
+    fmt::format_to(out, "believed:    {}\n", reason.empty() ? "yes" : "no, " + reason);
     for (const ZceBin::SkippedLine& line : look.skipped) {
-        fmt::print("skipped:     line {}: {}\n", line.number, Printable(line.text));
+        fmt::format_to(out, "skipped:     line {}: {}\n", line.number, Printable(line.text));
     }
     for (const auto& [name, index] : look.insts) {
-        fmt::print("{},{}\n", index, Printable(name));
+        fmt::format_to(out, "{},{}\n", index, Printable(name));
     }
+    return text;
 }
 
-void PrintJson(const BinLook& look, const Question& question) {
+std::string Json(const BinLook& look, const Question& question) {
     const std::string reason = ZceBin::ReasonOf(look, question.at);
     ordered_json json = {
         {"file", question.file},
@@ -65,7 +70,7 @@ void PrintJson(const BinLook& look, const Question& question) {
     for (const ZceBin::SkippedLine& line : look.skipped) {
         json["skipped"].push_back({{"line", line.number}, {"text", line.text}});
     }
-    fmt::print("{}\n", json.dump(2, ' ', false, ordered_json::error_handler_t::replace));
+    return json.dump(2, ' ', false, ordered_json::error_handler_t::replace) + "\n";
 }
 
 // The moment of --at, or the host's; nothing, with the reason told, for what is none.
@@ -114,8 +119,9 @@ int Main(int argc, const char* const* argv) {
         return ZceProgram::EXIT_NOT_DONE;
     }
     const BinLook look = ZceBin::LookAtBin(*bytes, question.at);
-    bJson ? PrintJson(look, question) : PrintText(look, question);
-    return look.verdict == ZceBin::Verdict::Believed ? ZceProgram::EXIT_FINE : EXIT_NOT_BELIEVED;
+    return ZceProgram::WriteOutput(
+        "zce-bin", bJson ? Json(look, question) : Text(look, question),
+        look.verdict == ZceBin::Verdict::Believed ? ZceProgram::EXIT_FINE : EXIT_NOT_BELIEVED);
 }
 
 }  // namespace
@@ -123,7 +129,7 @@ int Main(int argc, const char* const* argv) {
 int main(int argc, char** argv) {
     ZceProgram::IgnoreBrokenPipes();
     try {
-        return ZceProgram::FinishOutput("zce-bin", Main(argc, argv));
+        return Main(argc, argv);
     } catch (const std::exception& error) {  // out of memory
         fprintf(stderr, "zce-bin: %s\n", error.what());
         return ZceProgram::EXIT_NOT_DONE;

@@ -48,19 +48,26 @@ class CTableReader final : public CNoBoard {
     unsigned int m_uiCombinedAddr = 0;
 };
 
+std::string WhyNotAttached(std::uint32_t bus, int err) {
+    if (err == ENODEV) {
+        return fmt::format(
+            "bus {}: no zce-board is running on it; the tables of a card cannot be read without "
+            "disturbing it, take --bin or --instruments",
+            bus);
+    }
+    if (err == EACCES) {
+        return fmt::format("bus {}: the zce-board running on it is another user's", bus);
+    }
+    return fmt::format("bus {}: cannot map the memory of its board: {}", bus, std::strerror(err));
+}
+
 }  // namespace
 
 bool ReadBoardTables(std::uint32_t bus, InstrumentNames& names, std::string& error) {
     names.source = fmt::format("the board on bus {}", bus);
     ZceBoard::CBoardMemory memory;
     if (const int err = memory.Attach(bus); err != 0) {
-        error = err == ENODEV ? fmt::format(
-                                    "bus {}: no zce-board is running on it; the tables of a card "
-                                    "cannot be read without disturbing it, take --bin or "
-                                    "--instruments",
-                                    bus)
-                              : fmt::format("bus {}: cannot map the memory of its board: {}", bus,
-                                            std::strerror(err));
+        error = WhyNotAttached(bus, err);
         return false;
     }
     CTableReader reader(memory.Shm());

@@ -1,5 +1,6 @@
 #include "check/InstrumentNames.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <unistd.h>
 
@@ -8,9 +9,8 @@
 #include <cerrno>
 #include <charconv>
 #include <cstring>
-#include <fstream>
-#include <iostream>
 #include <limits>
+#include <sstream>
 #include <string_view>
 
 #include "DataType/ZceSubsMasks.h"
@@ -22,6 +22,7 @@ namespace ZceCheck {
 
 namespace {
 
+constexpr std::size_t MAX_BYTES = std::size_t{16} << 20;
 constexpr unsigned MAX_INDEX = std::numeric_limits<unsigned short>::max();
 
 // The next free index of each table, for a list that has none.
@@ -66,17 +67,35 @@ std::string AddLine(std::string_view line, InstrumentNames& names, Next& next) {
     return {};
 }
 
+// The whole of a file or a pipe, "-" being standard input.
+bool ReadList(const std::string& path, std::string& all, std::string& reason) {
+    const bool bStandardInput = path == "-";
+    const int descriptor = bStandardInput ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (descriptor < 0) {
+        reason = std::strerror(errno);
+        return false;
+    }
+    bool bRead = ZceProgram::ReadUpTo(descriptor, MAX_BYTES, all, reason);
+    if (bRead && all.size() > MAX_BYTES) {  // a device may never end
+        reason = "has more than 16 MiB";
+        bRead = false;
+    }
+    if (!bStandardInput) {
+        close(descriptor);
+    }
+    return bRead;
+}
+
 }  // namespace
 
 bool ReadNameList(const std::string& path, InstrumentNames& names, std::string& error) {
-    const bool bStandardInput = path == "-";
-    names.source = bStandardInput ? "standard input" : path;
-    errno = 0;
-    std::ifstream file;
-    if (!bStandardInput) {
-        file.open(path);
+    names.source = path == "-" ? "standard input" : path;
+    std::string all;
+    if (!ReadList(path, all, error)) {
+        error = names.source + ": " + error;
+        return false;
     }
-    std::istream& in = bStandardInput ? std::cin : file;
+    std::istringstream in(all);
     Next next{};
     unsigned number = 0;
     for (std::string line; std::getline(in, line);) {
@@ -87,10 +106,6 @@ bool ReadNameList(const std::string& path, InstrumentNames& names, std::string& 
             error = fmt::format("{}:{}: {}", names.source, number, reason);
             return false;
         }
-    }
-    if (in.bad() || (!bStandardInput && !file.is_open())) {
-        error = fmt::format("{}: {}", names.source, std::strerror(errno != 0 ? errno : EIO));
-        return false;
     }
     if (names.byName.empty()) {
         error = names.source + ": there is no instrument in it";

@@ -101,7 +101,8 @@ Result CheckLoader(const std::string& subject, const std::string& library) {
     }
     if (answer->path.empty()) {
         return {Level::Error, "loader", fmt::format("{} finds no {}", subject, VENDOR_SONAME),
-                "install the vendor's package and run ldconfig, or set LD_LIBRARY_PATH"};
+                "install the vendor's package and run ldconfig, or set LD_LIBRARY_PATH; for the "
+                "software board start the program with zce-board-run"};
     }
     const std::optional<ElfLibrary> taken = ReadElfFile(answer->path, reason);
     const bool bBoard = taken && taken->bSoftwareBoard;

@@ -118,7 +118,7 @@ TopLine ClockLine(const TopView& view) {
     if (board.bPaused) {
         line.Append("PAUSED", TopMark::Warning);
     } else {
-        line.text += "going on";
+        line.text += "running";
     }
     line.text += fmt::format("  speed {}  {} traffic", SpeedText(board.speedMilli),
                              SourceText(board.source));
