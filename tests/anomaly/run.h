@@ -32,8 +32,11 @@ extern const Scenario fromCache;  // inside trading time
 extern const Scenario fromTables;
 extern const Scenario channel3;
 
-// Of many points every so many is tried: each run is some times as slow under a sanitizer.
-constexpr std::uint32_t step = velatest::underThreadSanitizer ? 64 : velatest::slowBuild ? 16 : 1;
+// Of many points every so many is tried; each run is some times as slow under a sanitizer.
+inline const std::uint32_t step = velatest::SweepsAll()            ? 1
+                                  : velatest::underThreadSanitizer ? 64
+                                  : velatest::slowBuild            ? 16
+                                                                   : 4;
 
 // What one run left.
 struct Outcome {

@@ -17,11 +17,11 @@ SPD-SR209&SR301 IPS-SR209&CF209""".split()
 
 
 # Of board/memory/ShmLayout.h: four pages, the registers, both tables, 16 rings of 2 MiB to the host
-# and 16 of 64 KiB to the board, each with a page in front and one behind.
+# and 16 of 64 KiB to the board, each with a page in front and one behind; 16 tables of counts.
 PAGE = 4096
 FIRST_RING = 4 * PAGE + 4 * 0x20000 + 2 * 4 * 4096 * 64
 RING_BYTES = (2 << 20) + 2 * PAGE
-SHM_BYTES = FIRST_RING + 16 * RING_BYTES + 16 * ((64 << 10) + 2 * PAGE)
+SHM_BYTES = FIRST_RING + 16 * RING_BYTES + 16 * ((64 << 10) + 2 * PAGE) + 16 * 2 * 4096 * 8
 
 
 class Failure(Exception):

@@ -16,6 +16,7 @@ namespace {
 // A slow build tries every so many minutes alone, and one in so many of the states everywhere.
 constexpr unsigned int minuteStep = slowBuild ? 60 : 1;
 constexpr unsigned int stateStep = 12;
+constexpr unsigned int otherDayStateStep = 48;
 constexpr unsigned int otherDayStep = 3;
 
 constexpr unsigned int today = 20261120;
@@ -201,15 +202,16 @@ class MinuteSweep : public testing::TestWithParam<unsigned int> {
 };
 
 // At a bound of a rule every state of today's board is tried, and every third of another day's,
-// which is reset whatever it does; at the other minutes one in twelve of either. They take their
-// turns.
+// which is reset whatever it does; at the other minutes one in twelve of today's, and at a quarter
+// of them one of another day's. They take their turns.
 std::vector<StartCase> CasesAt(const SweepSecond& at, unsigned int turn) {
     const bool everywhere = at.atBound && !slowBuild;
     std::vector<StartCase> cases;
     unsigned int number = turn;
     for (const bool todaysBoard : {true, false}) {
         const unsigned int boundStep = todaysBoard ? 1 : otherDayStep;
-        const unsigned int step = SweepsAll() ? 1 : everywhere ? boundStep : stateStep;
+        const unsigned int minuteStateStep = todaysBoard ? stateStep : otherDayStateStep;
+        const unsigned int step = SweepsAll() ? 1 : everywhere ? boundStep : minuteStateStep;
         for (const Counters counters :
              {Counters::Moving, Counters::Standing, Counters::NotDecoding}) {
             for (const Cache cache : {Cache::Good, Cache::Stale, Cache::Absent, Cache::Torn}) {
