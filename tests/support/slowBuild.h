@@ -14,8 +14,8 @@ constexpr bool slowBuild = underSanitizer;
 constexpr bool slowBuild = true;
 #endif
 
-// VELAZCE_SWEEP_FULL=1 in the environment: the sweeps over the day and the loops over calls that fail
-// leave nothing out, in any build.
+// VELAZCE_SWEEP_FULL=1 in the environment: the sweeps over the day and the loops over calls that
+// fail leave nothing out, in any build.
 inline bool SweepsAll() {
     static const bool all = std::getenv("VELAZCE_SWEEP_FULL") != nullptr;
     return all;
