@@ -24,7 +24,7 @@ process/main        board/process/zceBoardMain.cpp
 capture             capture/
 tools/preload       tools/preload/
 tools/record        tools/record/
-tools/watch         tools/watch/
+tools/watch         tools/preload program src/enyxHw
 tools/top           tools/top/
 tools/check         tools/check/
 tools/bin           tools/bin/
@@ -48,7 +48,7 @@ tests/anomaly       tests/anomaly/
 tests/system        tests/system/
 tests/capture       tests/capture/
 tests/record        tests/record/
-tests/watch         tests/watch/
+tests/watch         tools/watch tests/support
 tests/memory        tests/memory/
 tests/vendor        tests/vendor/
 tests/exchange      tests/exchange/
@@ -81,7 +81,7 @@ board/include
 # Tools. zce-top measures its pauses on the clock that the board's pauses are measured on.
 tools/preload       src/enyxHw
 tools/record        tools/preload capture src/enyxHw
-tools/watch         tools/preload src/enyxHw
+tools/watch         tools/preload program src/enyxHw
 tools/top           program ctl memory:HostClock.h
 # The library's own rules, asked before the day.
 tools/check         program include src/* exchange memory
