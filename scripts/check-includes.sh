@@ -24,7 +24,7 @@ process/main        board/process/zceBoardMain.cpp
 capture             capture/
 tools/preload       tools/preload/
 tools/record        tools/record/
-tools/watch         tools/preload program src/enyxHw
+tools/watch         tools/watch/
 tools/top           tools/top/
 tools/check         tools/check/
 tools/bin           tools/bin/
@@ -48,7 +48,7 @@ tests/anomaly       tests/anomaly/
 tests/system        tests/system/
 tests/capture       tests/capture/
 tests/record        tests/record/
-tests/watch         tools/watch tests/support
+tests/watch         tests/watch/
 tests/memory        tests/memory/
 tests/vendor        tests/vendor/
 tests/exchange      tests/exchange/
