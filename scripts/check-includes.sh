@@ -81,7 +81,7 @@ board/include
 # Tools. zce-top measures its pauses on the clock that the board's pauses are measured on.
 tools/preload       src/enyxHw
 tools/record        tools/preload capture src/enyxHw
-tools/watch         tools/preload src/enyxHw
+tools/watch         tools/preload program src/enyxHw
 tools/top           program ctl memory:HostClock.h
 # The library's own rules, asked before the day.
 tools/check         program include src/* exchange memory
