@@ -153,8 +153,7 @@ ZCE_PRELOAD_EXPORT int enyx_hw_a2c_stream_poll_once(enyx_hw_a2c_stream* stream,
     if (watch == nullptr || handler == nullptr) [[unlikely]] {
         return PassOn(stream, handler, context);
     }
-    watch->SetHandler(handler, context);
-    if (watch->CountPoll()) [[unlikely]] {
+    if (watch->CountPoll(handler, context)) [[unlikely]] {
         return MeasuredPoll(watch, stream);
     }
     return watch->NextPoll()(stream, &CStreamWatch::OnPacket, watch);
