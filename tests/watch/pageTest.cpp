@@ -177,15 +177,15 @@ TEST_F(WatchedPage, EveryWordStandsAtItsPlace) {
     EXPECT_EQ(WordAt(bytes, at + 80), 8'996'000U);
     EXPECT_EQ(WordAt(bytes, at + 88), 8'996'000U);
     EXPECT_EQ(WordAt(bytes, at + 96), 8'996'000U);
-    EXPECT_GE(WordAt(bytes, at + 104) + 5'000'000, WordAt(bytes, 56));  // the last message
-    EXPECT_EQ(WordAt(bytes, at + 128 + 5 * 16 - 16), 1U);               // type 20
+    EXPECT_GE(WordAt(bytes, at + 104) + nsPerSecond, WordAt(bytes, 56));  // the last message
+    EXPECT_EQ(WordAt(bytes, at + 128 + 5 * 16 - 16), 1U);                 // type 20
     EXPECT_EQ(WordAt(bytes, at + 128 + 5 * 16 - 8), 100U);
     EXPECT_EQ(WordAt(bytes, at + 128), 0U);  // type 2
     for (size_t k = 0; k < 4; ++k) {
         EXPECT_EQ(WordAt(bytes, at + 224 + k * 8), 7U);  // the vendor's counters
     }
     EXPECT_EQ(WordAt(bytes, at + 256), 1U);  // they were read
-    EXPECT_GE(WordAt(bytes, at + 264) + 5'000'000, WordAt(bytes, 56));
+    EXPECT_GE(WordAt(bytes, at + 264) + nsPerSecond, WordAt(bytes, 56));
     EXPECT_EQ(WordAt(bytes, at + 320 + 8), 1U);       // 3000 ns
     EXPECT_EQ(WordAt(bytes, at + 320 + 13 * 8), 1U);  // 8996000 ns
 }
