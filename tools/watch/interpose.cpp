@@ -44,7 +44,12 @@ std::string Directory() {
     const std::string name = value != nullptr ? value : "";
     std::error_code failed;
     const std::filesystem::path path = std::filesystem::absolute(name, failed);
-    return failed || name.empty() ? name : path.lexically_normal().string();
+    if (failed || name.empty()) {
+        return name;
+    }
+    const std::string normal = path.lexically_normal().string();
+    return normal.size() > 1 && normal.ends_with('/') ? normal.substr(0, normal.size() - 1)
+                                                      : normal;
 }
 
 void FindCalls(ZceWatch::VendorCalls& calls) {
