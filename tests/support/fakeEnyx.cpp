@@ -25,6 +25,7 @@ void SetUp(EnyxState& state) {
         state.streams.push_back("CUSTOM_CHAN" + std::to_string(channel) + "_DATA");
     }
     state.busyStreams.clear();
+    state.sharedStreams = false;
     state.a2cMtu = usualMtu;
     state.c2aMtu = usualMtu;
     state.counters = {};
@@ -161,6 +162,11 @@ void FakeEnyx::SetStreamBusy(const std::string& name, bool busy) {
     } else {
         state->busyStreams.erase(name);
     }
+}
+
+void FakeEnyx::ShareStreams() {
+    const Locked state;
+    state->sharedStreams = true;
 }
 
 void FakeEnyx::SetMtu(std::uint32_t a2c, std::uint32_t c2a) {

@@ -55,6 +55,7 @@ struct EnyxState {
     std::map<std::uint16_t, int> cores;
     std::vector<std::string> streams;
     std::set<std::string> busyStreams;
+    bool sharedStreams = false;
     std::uint32_t a2cMtu = 0;
     std::uint32_t c2aMtu = 0;
     EnyxCounters counters;
