@@ -6,7 +6,9 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <filesystem>
 #include <regex>
+#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -158,10 +160,16 @@ TEST_F(Receiver, CountsEveryMessageThatItWasTooSlowFor) {
 
 // What an application's author can copy: the installed header and the bodies of the board.
 TEST_F(Receiver, KnowsTheLibraryByItsHeaderAndTheBoardByItsBodiesAlone) {
-    const std::string source = ReadFile(ZCE_RECV_SOURCE);
-    EXPECT_THAT(LinesOf(source, "#include \""),
-                ElementsAre("#include \"IVelaZceMdApi.h\"", "#include \"VelaZceUtils.h\"",
-                            "#include \"ZceBoardMsg.h\""));
+    std::set<std::string> foreign;
+    for (const auto& file : std::filesystem::directory_iterator(ZCE_RECV_SOURCES)) {
+        for (const std::string& line : LinesOf(ReadFile(file.path().string()), "#include \"")) {
+            const std::string header = line.substr(10, line.size() - 11);
+            if (!std::filesystem::exists(std::filesystem::path(ZCE_RECV_SOURCES) / header)) {
+                foreign.insert(header);
+            }
+        }
+    }
+    EXPECT_THAT(foreign, ElementsAre("IVelaZceMdApi.h", "VelaZceUtils.h", "ZceBoardMsg.h"));
 }
 
 TEST_F(Receiver, AWrongArgumentIsNamed) {
