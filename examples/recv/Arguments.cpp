@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "Board.h"
 #include "Output.h"
 #include "VelaZceUtils.h"
 
@@ -32,6 +33,7 @@ bool ReadNumber(const char* option, const char* text, long& value) {
 void PrintUsage() {
     Print(
         "usage: zce-recv CONFIG [--seconds N] [--print N] [--own-loop] [--nap US] [--names FILE]\n"
+        "                [--end-with-board]\n"
         "Receives one DMA channel and tells what comes.\n"
         "  CONFIG        the INI file; its config:device names board and channel\n"
         "  --seconds N   end after N seconds (0: at Ctrl-C only)\n"
@@ -42,6 +44,7 @@ void PrintUsage() {
         "                leaves the CPU to others, and each message may come that much later\n"
         "  --names FILE  at the end, write 'messages,instrument' lines to FILE (-: standard "
         "output)\n"
+        "  --end-with-board  end with status 1 when the software board has gone\n"
         "  --help        print this, and end\n"
         "  --version     print the version, and end\n");
 }
@@ -66,6 +69,11 @@ bool CheckArguments(int argc, char** argv, Arguments& arguments) {
         std::fputs("zce-recv: --nap: needs --own-loop\n", stderr);
         return false;
     }
+    if (arguments.endWithBoard && !CanTellBoard()) {
+        std::fputs("zce-recv: --end-with-board: needs the software board's libenyx-hw-c.so.5\n",
+                   stderr);
+        return false;
+    }
     if (optind == argc) {
         std::fputs("zce-recv: CONFIG is missing\n", stderr);
         return false;
@@ -81,11 +89,15 @@ bool CheckArguments(int argc, char** argv, Arguments& arguments) {
 }  // namespace
 
 int ReadArguments(int argc, char** argv, Arguments& arguments) {
-    const option options[] = {
-        {"seconds", required_argument, nullptr, 's'}, {"print", required_argument, nullptr, 'p'},
-        {"own-loop", no_argument, nullptr, 'o'},      {"nap", required_argument, nullptr, 'r'},
-        {"names", required_argument, nullptr, 'n'},   {"help", no_argument, nullptr, 'h'},
-        {"version", no_argument, nullptr, 'v'},       {nullptr, 0, nullptr, 0}};
+    const option options[] = {{"seconds", required_argument, nullptr, 's'},
+                              {"print", required_argument, nullptr, 'p'},
+                              {"own-loop", no_argument, nullptr, 'o'},
+                              {"nap", required_argument, nullptr, 'r'},
+                              {"names", required_argument, nullptr, 'n'},
+                              {"end-with-board", no_argument, nullptr, 'b'},
+                              {"help", no_argument, nullptr, 'h'},
+                              {"version", no_argument, nullptr, 'v'},
+                              {nullptr, 0, nullptr, 0}};
     opterr = 0;
     for (int choice = 0; (choice = getopt_long(argc, argv, ":h", options, nullptr)) != -1;) {
         bool bGood = true;
@@ -104,6 +116,9 @@ int ReadArguments(int argc, char** argv, Arguments& arguments) {
                 break;
             case 'n':
                 arguments.namesFile = optarg;
+                break;
+            case 'b':
+                arguments.endWithBoard = true;
                 break;
             case 'h':
                 PrintUsage();

@@ -11,6 +11,7 @@ struct Arguments {
     long print = 0;
     bool ownLoop = false;
     long napUs = 0;
+    bool endWithBoard = false;
 };
 
 // 0: go on; otherwise the program ends with this status (-1: with 0, it has printed what was asked

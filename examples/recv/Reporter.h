@@ -3,17 +3,23 @@
 // What zce-recv tells of its messages: the rate once a second, and the last line.
 
 #include <condition_variable>
+#include <cstdint>
 #include <mutex>
 #include <thread>
 
 #include "Receiver.h"
+#include "ZceBoardState.h"
 
-// Prints the rate once a second while messages come, and ends the program after `--seconds`, or
-// when what is printed is lost, the way Ctrl-C does.
+// Prints the rate once a second, and tells when the board has gone and when another one has come.
+// Ends the program after `lSeconds` (0: never), when what is printed is lost, or, with
+// `bEndWithBoard` and with status 1, when the board has gone.
 class CReporter {
   public:
-    CReporter(const CReceiver& receiver, long lSeconds)
-        : m_receiver(receiver), m_lSeconds(lSeconds), m_thread(&CReporter::Run, this) {}
+    CReporter(const CReceiver& receiver, long lSeconds, bool bEndWithBoard)
+        : m_receiver(receiver),
+          m_lSeconds(lSeconds),
+          m_bEndWithBoard(bEndWithBoard),
+          m_thread(&CReporter::Run, this) {}
     ~CReporter() {
         {
             const std::lock_guard<std::mutex> lock(m_mutex);
@@ -27,9 +33,14 @@ class CReporter {
 
   private:
     void Run();
+    void PrintRate();
+    void PrintBoard(int state);
 
     const CReceiver& m_receiver;
     const long m_lSeconds;
+    const bool m_bEndWithBoard;
+    std::uint64_t m_ulBefore = 0;   // what had come a second ago
+    int m_iBoard = ZCE_BOARD_RUNS;  // what has been told of it
     std::mutex m_mutex;
     std::condition_variable m_wake;
     bool m_bEnd = false;
