@@ -14,11 +14,11 @@
 extern "C" {
 #endif
 
-enum {
-    ZCE_BOARD_RUNS = 0, /* or the process has opened no board */
-    ZCE_BOARD_GONE = 1, /* it has ended: nothing more comes from it */
-    ZCE_BOARD_NEW = 2   /* it has ended, and another one runs on its bus, which this process has
-                           nothing of until it is started anew */
+enum {                     /* NOLINT: as those of ZceBoardMsg.h */
+       ZCE_BOARD_RUNS = 0, /* or the process has opened no board */
+       ZCE_BOARD_GONE = 1, /* it has ended: nothing more comes from it */
+       ZCE_BOARD_NEW = 2   /* it has ended, and another one runs on its bus, which this process has
+                              nothing of until it is started anew */
 };
 
 /* One of the three. Of a process that has opened boards on several buses the highest; on each bus
@@ -28,9 +28,9 @@ enum {
  * It asks the kernel, some microseconds of system calls, and nothing has to be polled for it: to be
  * called now and then, not for each message. From any thread; it waits for no thread that polls,
  * and none waits for it. errno is left alone. */
-int zce_board_state(void);
+int zce_board_state(void); /* NOLINT(modernize-redundant-void-arg) */
 
-typedef int (*ZceBoardState_f)(void);
+typedef int (*ZceBoardState_f)(void); /* NOLINT(modernize-use-using,modernize-redundant-void-arg) */
 
 #define ZCE_BOARD_STATE_NAME "zce_board_state"
 
