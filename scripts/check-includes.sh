@@ -70,7 +70,7 @@ traffic             device exchange memory capture board/include
 device              exchange memory board/include
 exchange            memory:RegisterMap.h memory:Phase.h memory:HostClock.h board/include
 ctl                 program memory
-vendor              memory src/enyxHw
+vendor              memory src/enyxHw board/include
 memory
 capture
 program
@@ -105,7 +105,7 @@ tests/anomaly       include src/* tests/support
 tests/capture       capture tests/support
 tests/record        tools/record capture tests/support
 tests/memory        memory tests/support
-tests/vendor        vendor memory src/enyxHw device tests/memory
+tests/vendor        vendor memory src/enyxHw board/include device tests/memory
 tests/exchange      exchange memory board/include
 tests/device        device exchange memory board/include src/* tests/unit tests/support
 tests/traffic       traffic device exchange memory capture board/include tests/support
