@@ -22,7 +22,9 @@ ctl                 board/ctl/
 process             board/process/
 process/main        board/process/zceBoardMain.cpp
 capture             capture/
+tools/preload       tools/preload/
 tools/record        tools/record/
+tools/watch         tools/watch/
 tools/top           tools/top/
 tools/check         tools/check/
 tools/bin           tools/bin/
@@ -46,6 +48,7 @@ tests/anomaly       tests/anomaly/
 tests/system        tests/system/
 tests/capture       tests/capture/
 tests/record        tests/record/
+tests/watch         tests/watch/
 tests/memory        tests/memory/
 tests/vendor        tests/vendor/
 tests/exchange      tests/exchange/
@@ -76,7 +79,9 @@ capture
 program
 board/include
 # Tools. zce-top measures its pauses on the clock that the board's pauses are measured on.
-tools/record        capture src/enyxHw
+tools/preload       src/enyxHw
+tools/record        tools/preload capture src/enyxHw
+tools/watch         tools/preload src/enyxHw
 tools/top           program ctl memory:HostClock.h
 # The library's own rules, asked before the day.
 tools/check         program include src/* exchange memory
@@ -103,7 +108,8 @@ tests/unit          include src/* tests/support tools/check:WhenStart.h
 tests/differential  include src/* tests/support
 tests/anomaly       include src/* tests/support
 tests/capture       capture tests/support
-tests/record        tools/record capture tests/support
+tests/record        tools/record tools/preload capture tests/support
+tests/watch         tools/watch tests/support
 tests/memory        memory tests/support
 tests/vendor        vendor memory src/enyxHw device tests/memory
 tests/exchange      exchange memory board/include
@@ -198,7 +204,7 @@ awk -v rooms="$(rooms)" -v table="$(table)" -v excuses="$(excused)" -v files="$(
         # What stands in front of the slash of an include, and where that is.
         split("memory vendor exchange device traffic ctl process", word, " ")
         for (k in word) named[word[k]] = "board/" word[k] "/"
-        named["capture"] = "capture/"; named["record"] = "tools/record/"; named["top"] = "tools/top/"
+        named["capture"] = "capture/"; named["record"] = "tools/record/"; named["preload"] = "tools/preload/"; named["watch"] = "tools/watch/"; named["top"] = "tools/top/"
         named["check"] = "tools/check/"; named["bin"] = "tools/bin/"
         split("DataType DrvEnyx log Utils", word, " ")
         for (k in word) named[word[k]] = "src/" word[k] "/"

@@ -20,7 +20,7 @@
 #include "capture/OutputFile.h"
 #include "captureBytes.h"
 #include "nanoseconds.h"
-#include "record/Handles.h"
+#include "preload/Handles.h"
 #include "record/MessageRecorder.h"
 #include "record/Recorder.h"
 #include "record/Settings.h"
@@ -33,7 +33,7 @@ namespace {
 
 using velatest::CaptureBytes;
 using velatest::Prefix;
-using ZceRecord::CHandles;
+using ZcePreload::CHandles;
 using ZceRecord::CMessageQueue;
 using ZceRecord::CMessageRecorder;
 

@@ -5,26 +5,29 @@
 #include <cstddef>
 
 #include "DrvEnyx/enyxHw.h"
-#include "record/MessageQueue.h"
 
-namespace ZceRecord {
+namespace ZcePreload {
 
-// The queues of the open streams. Find is for the polling threads and takes no lock; Add and Remove
-// are called one at a time, Remove by the thread that polled the stream or after it.
+// What belongs to each open stream. Find is for the polling threads and takes no lock; Add and
+// Remove are called one at a time, Remove by the thread that polled the stream or after it. Of
+// static storage it is there before any code runs, and to the very end.
+template <class Owned>
 class CStreamTable {
   public:
-    CMessageQueue* Find(const enyx_hw_a2c_stream* stream) const {
+    constexpr CStreamTable() = default;
+
+    Owned* Find(const enyx_hw_a2c_stream* stream) const {
         const size_t used = m_used.load(std::memory_order_acquire);
         for (size_t k = 0; k < used; ++k) {
             if (m_entries[k].stream.load(std::memory_order_acquire) == stream) {
-                return m_entries[k].queue;
+                return m_entries[k].owned;
             }
         }
         return nullptr;
     }
 
     // False: the table is full.
-    bool Add(const enyx_hw_a2c_stream* stream, CMessageQueue* queue) {
+    bool Add(const enyx_hw_a2c_stream* stream, Owned* owned) {
         const size_t used = m_used.load(std::memory_order_relaxed);
         size_t k = 0;
         while (k < used && m_entries[k].stream.load(std::memory_order_relaxed) != nullptr) {
@@ -33,19 +36,19 @@ class CStreamTable {
         if (k == m_entries.size()) {
             return false;
         }
-        m_entries[k].queue = queue;
+        m_entries[k].owned = owned;
         m_entries[k].stream.store(stream, std::memory_order_release);
         m_used.store(k < used ? used : k + 1, std::memory_order_release);
         return true;
     }
 
-    // The queue that was the stream's, null if it had none.
-    CMessageQueue* Remove(const enyx_hw_a2c_stream* stream) {
+    // What was the stream's, null if it had nothing.
+    Owned* Remove(const enyx_hw_a2c_stream* stream) {
         const size_t used = m_used.load(std::memory_order_relaxed);
         for (size_t k = 0; k < used; ++k) {
             if (m_entries[k].stream.load(std::memory_order_relaxed) == stream) {
                 m_entries[k].stream.store(nullptr, std::memory_order_release);
-                return m_entries[k].queue;
+                return m_entries[k].owned;
             }
         }
         return nullptr;
@@ -54,10 +57,10 @@ class CStreamTable {
   private:
     struct Entry {
         std::atomic<const enyx_hw_a2c_stream*> stream{nullptr};
-        CMessageQueue* queue = nullptr;
+        Owned* owned = nullptr;
     };
-    std::array<Entry, 256> m_entries;
+    std::array<Entry, 256> m_entries{};
     std::atomic<size_t> m_used{0};
 };
 
-}  // namespace ZceRecord
+}  // namespace ZcePreload
