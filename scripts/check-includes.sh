@@ -101,7 +101,7 @@ src/enyxHw
 # What a user starts from.
 examples            include board/include
 # Benchmarks and tests. The tests of a room see what it sees, and the rooms below it.
-bench               include board/include device exchange memory capture src/*
+bench               include board/include device exchange memory capture tools/watch src/*
 fuzz                include src/* process traffic device exchange memory capture board/include tests/support
 tests/support       include src/*
 tests/unit          include src/* tests/support tools/check:WhenStart.h

@@ -43,6 +43,9 @@ ROWS = [
     (r"recorder-message-ns", "the recorder on: a message, above", "without it", " ns"),
     (r"recorder-idle-ns", "the recorder on: an idle poll, above", "without it", " ns"),
     (r"recorder-clock-alone-ns", "of which the reading of the clock", "without it", " ns"),
+    (r"watch-message-ns", "the watch on: a message, above", "without it", " ns"),
+    (r"watch-idle-ns", "the watch on: an idle poll, above", "without it", " ns"),
+    (r"watch-clock-alone-ns", "of which, once in up to 128 polls, a reading of the processor's counter", "without it", " ns"),
 ]
 
 # Plot -> title, x axis, y axis, and of "x", "y" the axes that are logarithmic.

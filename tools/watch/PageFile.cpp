@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -56,6 +57,10 @@ class CNewFile {
 
 // All of it has its place on the disk, so that no write to the mapping can fail. 0, or an errno.
 int Reserve(int fd) {
+    rlimit limit{};
+    if (getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur < sizeof(Page)) {
+        return EFBIG;  // without the signal that the kernel sends
+    }
     int err = 0;
     do {  // NOLINT(cppcoreguidelines-avoid-do-while)
         err = posix_fallocate(fd, 0, sizeof(Page));
@@ -71,8 +76,10 @@ std::string Failed(const std::string& path, int err) {
 std::error_code MakeDirectory(const std::filesystem::path& directory) {
     namespace fs = std::filesystem;
     std::error_code failed;
-    if (fs::is_directory(directory, failed)) {
-        return {};
+    if (fs::exists(directory, failed)) {
+        return fs::is_directory(directory, failed)
+                   ? std::error_code()
+                   : std::make_error_code(std::errc::not_a_directory);
     }
     if (directory.has_parent_path() && directory.parent_path() != directory) {
         if (const std::error_code above = MakeDirectory(directory.parent_path())) {

@@ -52,6 +52,7 @@ CStreamWatch::CStreamWatch(Entry& entry, const TickClock& clock)
       m_clock(clock),
       m_firstGap(NsToTicks(FIRST_GAP_NS, clock.perSecond)),
       m_longStretch(NsToTicks(STRETCH_NS, clock.perSecond)),
+      m_notePause(NsToTicks(NOTE_PAUSE_NS, clock.perSecond)),
       m_windows(clock.perSecond) {}
 
 uint64_t CStreamWatch::ReadClock() const {
@@ -59,6 +60,7 @@ uint64_t CStreamWatch::ReadClock() const {
 }
 
 void CStreamWatch::TickAt(uint64_t now) {
+    AddTo(m_entry.polls, m_stretch);
     if (m_lastTick != 0) {
         // Another core's counter may be some ticks behind.
         const uint64_t took = now > m_lastTick ? now - m_lastTick : 0;
@@ -74,8 +76,11 @@ void CStreamWatch::TickAt(uint64_t now) {
     }
     m_lastTick = now;
     Put(m_entry.lastPollTicks, now);
-    m_tickAt = m_entry.polls.load(std::memory_order_relaxed) + m_stretch;
-    NoteMessageTime();
+    m_left = m_stretch;
+    if (now >= m_noteAt) [[unlikely]] {
+        m_noteAt = now + m_notePause;
+        NoteMessageTime();
+    }
 }
 
 void CStreamWatch::AddGap(uint64_t gap) {
@@ -90,8 +95,6 @@ void CStreamWatch::AddGap(uint64_t gap) {
     }
 }
 
-// A reading of the clock takes some 20 ns: so many polls to each that it does not count, and so few
-// that they say when something took long.
 void CStreamWatch::FitStretch(uint64_t took) {
     if (took > m_longStretch) {
         m_stretch = m_stretch > 1 ? m_stretch / 2 : 1;
@@ -148,8 +151,8 @@ void CStreamWatch::ReadCounters(enyx_hw_a2c_stream* stream) {
 void CStreamWatch::Opened(const VendorCalls& calls) {
     m_calls = calls;
     m_lastTick = 0;
-    m_tickAt = 0;  // the first poll
-    m_stretch = 1;
+    m_stretch = 1;  // ended by the first poll
+    m_left = 1;
     m_bCareDue = true;
     Put(m_entry.lastPollTicks, 0);
     Put(m_entry.countersState, CountersState::NotRead);
@@ -165,6 +168,7 @@ void CStreamWatch::Opened(const VendorCalls& calls) {
 }
 
 void CStreamWatch::Closed(enyx_hw_a2c_stream* stream) {
+    AddTo(m_entry.polls, m_stretch - m_left);
     NoteMessageTime();
     ReadCounters(stream);
     Put(m_entry.closedNs, ClockNs(CLOCK_REALTIME));

@@ -44,13 +44,13 @@ class alignas(64) CStreamWatch {
 
     // ---- For each poll ----
 
-    // What the poll is to call with a message, through OnPacket.
-    void SetHandler(enyx_hw_a2c_handler handler, void* context) {
+    // What the poll is to call with a message, through OnPacket. True: this poll is the one that
+    // ends a stretch, at which the clock is to be read (Tick).
+    bool CountPoll(enyx_hw_a2c_handler handler, void* context) {
         m_handler = handler;
         m_context = context;
+        return --m_left == 0;
     }
-    // True: it is the one at which the clock is to be read (Tick).
-    bool CountPoll() { return AddTo(m_entry.polls, 1) >= m_tickAt; }
     decltype(&enyx_hw_a2c_stream_poll_once) NextPoll() const { return m_calls.poll; }
     // The handler that stands in the application's place; `context` is a CStreamWatch.
     static void OnPacket(const unsigned char* data, unsigned int size, void* context) {
@@ -95,8 +95,9 @@ class alignas(64) CStreamWatch {
     }
 
   private:
-    static constexpr uint64_t MOST_POLLS = 64;  // of a stretch
-    static constexpr uint64_t STRETCH_NS = 1000;
+    static constexpr uint64_t MOST_POLLS = 128;  // of a stretch
+    static constexpr uint64_t STRETCH_NS = 1500;
+    static constexpr uint64_t NOTE_PAUSE_NS = 1'000'000;
 
     uint64_t ReadClock() const;
     void AddGap(uint64_t gap);
@@ -105,9 +106,9 @@ class alignas(64) CStreamWatch {
     void NoteMessageTime();
     void ReadCounters(enyx_hw_a2c_stream* stream);
 
-    Entry& m_entry;
     // For each poll.
-    uint64_t m_tickAt = 0;  // the poll at which the clock is read next
+    Entry& m_entry;
+    uint64_t m_left = 1;  // polls of this stretch
     enyx_hw_a2c_handler m_handler = nullptr;
     void* m_context = nullptr;
     VendorCalls m_calls;
@@ -115,9 +116,11 @@ class alignas(64) CStreamWatch {
     TickClock m_clock;
     uint64_t m_firstGap;  // in ticks, as are the next
     uint64_t m_longStretch;
+    uint64_t m_notePause;
+    uint64_t m_noteAt = 0;    // when it is looked after the time of messages next
     uint64_t m_lastTick = 0;  // 0: not polled in this opening
     uint64_t m_stretch = 1;   // polls
-    uint64_t m_messages = 0;  // at the last tick
+    uint64_t m_messages = 0;  // when their time was noted last
     bool m_bCareDue = false;
     CGapWindows m_windows;
 };

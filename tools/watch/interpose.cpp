@@ -44,7 +44,12 @@ std::string Directory() {
     const std::string name = value != nullptr ? value : "";
     std::error_code failed;
     const std::filesystem::path path = std::filesystem::absolute(name, failed);
-    return failed || name.empty() ? name : path.lexically_normal().string();
+    if (failed || name.empty()) {
+        return name;
+    }
+    const std::string normal = path.lexically_normal().string();
+    return normal.size() > 1 && normal.ends_with('/') ? normal.substr(0, normal.size() - 1)
+                                                      : normal;
 }
 
 void FindCalls(ZceWatch::VendorCalls& calls) {
@@ -153,8 +158,7 @@ ZCE_PRELOAD_EXPORT int enyx_hw_a2c_stream_poll_once(enyx_hw_a2c_stream* stream,
     if (watch == nullptr || handler == nullptr) [[unlikely]] {
         return PassOn(stream, handler, context);
     }
-    watch->SetHandler(handler, context);
-    if (watch->CountPoll()) [[unlikely]] {
+    if (watch->CountPoll(handler, context)) [[unlikely]] {
         return MeasuredPoll(watch, stream);
     }
     return watch->NextPoll()(stream, &CStreamWatch::OnPacket, watch);
