@@ -38,6 +38,7 @@ class Service:
         self.state, self.process, self.due = "inactive", None, None
         self.starts = []  # of which StartLimitBurst= counts
         self.lives = []   # the output of each process
+        self.pids = []
 
     def start(self):
         if self.state == "active":
@@ -97,6 +98,7 @@ class Service:
             self.process = subprocess.Popen(self._command(command, environment), env=environment,
                                             cwd=directory, stdout=file, stderr=subprocess.STDOUT)
         self.lives.append(output)
+        self.pids.append(self.process.pid)
         self._becomes("active", "started")
 
     def look(self):
