@@ -136,12 +136,12 @@ void AddGaps(const CScan& scan, Out out) {
     CTimeWriter times;
     for (const Gap& gap : scan.Gaps()) {
         fmt::format_to(out,
-                       "  gap       packet {}, {}: bus {} channel {} opening {}: {} {} missing, "
+                       "  gap       packet {}, {}: bus {} channel {} opening {}: {} {}, "
                        "{} follows {}\n",
                        gap.packet, times.Plain(gap.timeNs), BusText(gap.stream.bus),
                        gap.stream.channel, gap.stream.opening, gap.missing,
-                       gap.kind == Gap::Kind::Recorder ? "left out" : "sequence numbers", gap.next,
-                       gap.last);
+                       gap.kind == Gap::Kind::Recorder ? "left out" : "sequence numbers missing",
+                       gap.next, gap.last);
     }
     if (scan.GapCount() > scan.Gaps().size()) {
         fmt::format_to(out, "  gaps      {} more\n", scan.GapCount() - scan.Gaps().size());

@@ -20,7 +20,7 @@ bool OpenCapture(const std::string& path, CCaptureReader& reader, std::string& e
     const bool bEmpty = fstat(descriptor, &status) == 0 && status.st_size == 0;
     close(descriptor);
     if (bEmpty) {
-        error = path + ": empty: its recorder was ended before it had written anything";
+        error = path + ": empty: there is nothing in it";
         return false;
     }
     return reader.Open(path, error);

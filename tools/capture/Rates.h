@@ -12,7 +12,8 @@ inline uint64_t NsBetween(int64_t earlier, int64_t later) {
 }
 
 // The most messages in any stretch of time of one length. The stretch is moved in steps of a
-// thousandth of its length, so the memory is the same for any number of messages.
+// thousandth of its length, so the memory is the same for any number of messages; what lies a whole
+// length apart, but for such a step, may be missed.
 class CPeakWindow {
   public:
     explicit CPeakWindow(uint64_t lengthNs) : m_lengthNs(lengthNs) {}

@@ -4,9 +4,11 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "capturetool/Export.h"
 #include "capturetool/Info.h"
+#include "capturetool/Verify.h"
 #include "program/Moment.h"
 #include "program/Program.h"
 
@@ -37,6 +39,16 @@ void AddInfo(CLI::App& app, InfoOptions& options, Command& command) {
         ->capture_default_str();
     info->add_flag("--json", options.json, "The answer as JSON");
     info->callback([&options, &command] { command = [&options] { return RunInfo(options); }; });
+}
+
+void AddVerify(CLI::App& app, std::vector<std::string>& files, Command& command) {
+    CLI::App* verify =
+        app.add_subcommand("verify",
+                           "Reads each file whole and compares it with its sidecar: complete, cut, "
+                           "changed, unfinished; "
+                           "what a rotation lacks. Exit status 1 if something is not well.");
+    verify->add_option("FILE", files, FILES_HELP)->required();
+    verify->callback([&files, &command] { command = [&files] { return RunVerify(files); }; });
 }
 
 // A time that an option gives.
@@ -82,8 +94,10 @@ int Main(int argc, const char* const* argv) {
     app.require_subcommand(1);
     Command command;
     InfoOptions info;
+    std::vector<std::string> verified;
     ExportOptions table;
     AddInfo(app, info, command);
+    AddVerify(app, verified, command);
     AddExport(app, table, command);
     if (const auto status = ZceProgram::ReadCommandLine(app, argc, argv)) {
         return *status;
