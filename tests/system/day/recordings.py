@@ -54,7 +54,8 @@ class Replay:
             if time.monotonic() > end or self.board.poll() is not None:
                 raise RecordingError(f"{path} is not played\n{self.output('board')}")
             time.sleep(0.005)
-        self.receiver = self._start([programs + "/zce-recv", "config.ini", "--end-with-board"],
+        self.receiver = self._start([programs + "/zce-recv", "config.ini", "--end-with-board",
+                                     "--own-loop", "--nap", "100"],
                                     dict(environment, **clock.environment(False)), "receiver")
 
     def _start(self, command, environment, name):
