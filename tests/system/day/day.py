@@ -343,12 +343,14 @@ def check_counts(day):
 
 
 def check_recordings(day):
-    """Each process has a recording of all that it had, which is played again to a receiver."""
+    """Each process has a recording of all that it had, killed ones too, and it is played again to a
+    receiver."""
     day.clock.set(moment("2026-11-19 09:30:00"))
     replays = []
     try:
         for channel, life, pid, last in day.lives():
             path = recordings.path_of(day.recordings, pid)
+            recordings.verify(day.programs, path, "type17" in last)
             count = recordings.market_messages(path)
             expect(count == (last["total"], 0), f"{path}: messages and lost ones {count}, not {last}")
             replays.append((last, recordings.Replay(
