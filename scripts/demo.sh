@@ -106,7 +106,7 @@ receive() {
     mkdir -p "$work/${name%.*}"
     local recorded=()
     [ -z "$record" ] || recorded=(LD_PRELOAD="$lib/libzce-record.so libfaketime.so.1"
-        ZCE_RECORD="$record/$name.pcap")
+        ZCE_RECORD="$record/$name.pcap" ZCE_RECORD_OVERWRITE=1)
     (cd "$work/${name%.*}" && exec "${on_virtual_clock[@]}" "${recorded[@]}" "$bin/zce-recv" \
         "$ROOT/examples/config/$config" --print 3 --names "$work/$name.names" "$@") \
         >"$work/$name.log" 2>&1 &
