@@ -16,14 +16,13 @@ class CStreamTable {
   public:
     constexpr CStreamTable() = default;
 
+    // Quickest for the stream that was opened first.
     Owned* Find(const enyx_hw_a2c_stream* stream) const {
-        const size_t used = m_used.load(std::memory_order_acquire);
-        for (size_t k = 0; k < used; ++k) {
-            if (m_entries[k].stream.load(std::memory_order_acquire) == stream) {
-                return m_entries[k].owned;
-            }
+        const Entry* entry = m_entries.data();
+        if (entry->stream.load(std::memory_order_acquire) != stream) [[unlikely]] {
+            entry = FindFurther(stream);
         }
-        return nullptr;
+        return entry->owned.load(std::memory_order_relaxed);
     }
 
     // False: the table is full.
@@ -36,7 +35,7 @@ class CStreamTable {
         if (k == m_entries.size()) {
             return false;
         }
-        m_entries[k].owned = owned;
+        m_entries[k].owned.store(owned, std::memory_order_relaxed);
         m_entries[k].stream.store(stream, std::memory_order_release);
         m_used.store(k < used ? used : k + 1, std::memory_order_release);
         return true;
@@ -48,7 +47,7 @@ class CStreamTable {
         for (size_t k = 0; k < used; ++k) {
             if (m_entries[k].stream.load(std::memory_order_relaxed) == stream) {
                 m_entries[k].stream.store(nullptr, std::memory_order_release);
-                return m_entries[k].owned;
+                return m_entries[k].owned.exchange(nullptr);
             }
         }
         return nullptr;
@@ -57,9 +56,22 @@ class CStreamTable {
   private:
     struct Entry {
         std::atomic<const enyx_hw_a2c_stream*> stream{nullptr};
-        Owned* owned = nullptr;
+        std::atomic<Owned*> owned{nullptr};
     };
+
+    // An entry without anything if there is none.
+    const Entry* FindFurther(const enyx_hw_a2c_stream* stream) const {
+        const size_t used = m_used.load(std::memory_order_acquire);
+        for (size_t k = 1; k < used; ++k) {
+            if (m_entries[k].stream.load(std::memory_order_acquire) == stream) {
+                return &m_entries[k];
+            }
+        }
+        return &m_nothing;
+    }
+
     std::array<Entry, 256> m_entries{};
+    Entry m_nothing;
     std::atomic<size_t> m_used{0};
 };
 

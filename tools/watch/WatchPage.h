@@ -46,10 +46,11 @@ constexpr size_t TYPES = 6;
 constexpr std::array<const char*, TYPES> TYPE_NAMES = {"2", "17", "18", "19", "20", "other"};
 
 // A gap is the time from one poll of a stream to the next (what the application does in between,
-// and what the machine does to it). The clock is read at one poll of several (`polls` of a stretch:
-// 1 to 64, so many that a stretch takes some 1 us at most; a poll that takes longer than that is
-// measured by itself). The longest gap of a stretch is taken to be the whole stretch: it is never
-// told too short, and too long by at most the other polls of its stretch, which is 1 us ordinarily.
+// and what the machine does to it). A reading of the clock takes longer than an idle poll may cost,
+// so it is read at one poll of several: 1 to 128, so many that such a stretch takes 1.5 us at most
+// if all is as before; polls that take longer than that are measured one by one. The longest gap of
+// a stretch is taken to be the whole stretch: it is never told too short, and too long by the other
+// polls of its stretch, which is below 1.5 us ordinarily.
 //
 // The histogram counts the gaps of all stretches: of a stretch below FIRST_GAP_NS all of them in
 // the first bucket; of a longer one, one gap of the stretch's length, the others in the first
@@ -88,14 +89,16 @@ struct alignas(64) Entry {
     Word boardState;  // BoardState, asked about once a second in an idle poll
     Word reserved0;
 
-    // Line 1: the polls. Ticks are TickSource's; gaps are in ns.
+    // Line 1: the polls, up to the last at which the clock was read. Ticks are TickSource's; gaps
+    // are in ns.
     Word polls;
     Word lastPollTicks;  // when the clock was last read; 0: not polled in this opening
     Word gapSecondNs;    // the longest of the last whole second and of the running one
     Word gapMinuteNs;    // of the last 60 whole seconds and of the running one
     Word gapEverNs;      // of all openings
-    // When the last message came, by a clock of some 4 ms (CLOCK_REALTIME_COARSE), read with the
-    // stretch's end: a message is told here some polls after it is counted.
+    // When the last message came: noted once in 1 ms at most, at the end of a stretch, by a clock
+    // of some 4 ms (CLOCK_REALTIME_COARSE). What comes last before the application stops to poll
+    // has the time of what came before it.
     Time lastMessageNs;
     Word reserved1;
     Word reserved2;
