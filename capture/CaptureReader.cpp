@@ -37,9 +37,11 @@ void CCaptureReader::Closer::operator()(pcap* file) const {
 }
 
 bool CCaptureReader::Open(const std::string& path, std::string& error) {
+    m_file.reset();  // before what it reads from
     *this = CCaptureReader();
     m_path = path;
-    std::FILE* stream = std::fopen(path.c_str(), "rbe");
+    m_input = std::make_unique<CInputFile>();
+    std::FILE* stream = m_input->Open(path);
     if (stream == nullptr) {
         error = fmt::format("{}: {}", path, std::strerror(errno));
         return false;
@@ -49,7 +51,8 @@ bool CCaptureReader::Open(const std::string& path, std::string& error) {
                                                           reason.data()));
     if (m_file == nullptr) {
         std::fclose(stream);
-        error = fmt::format("{}: not a capture: {}", path, reason.data());
+        const std::string& fault = m_input->Fault();
+        error = fmt::format("{}: not a capture: {}", path, fault.empty() ? reason.data() : fault);
         return false;
     }
     const int linkType = pcap_datalink(m_file.get());
@@ -67,6 +70,21 @@ CCaptureReader::Next CCaptureReader::Stop(Next result, uint64_t packet, const st
     m_state = result;
     m_error = fmt::format("{}: packet {}: {}", m_path, packet, reason);
     return result;
+}
+
+// Where libpcap gave no packet.
+CCaptureReader::Next CCaptureReader::StopAt(int result) {
+    const uint64_t packet = m_packets + 1;
+    if (!m_input->Fault().empty()) {
+        return Stop(Next::Error, packet, m_input->Fault());
+    }
+    if (result == PCAP_ERROR_BREAK) {
+        return m_input->IsCut() ? Stop(Next::Cut, packet, "truncated zstd frame")
+                                : m_state = Next::End;
+    }
+    // Only a read that the file was too short for has met its end.
+    const bool cut = std::feof(pcap_file(m_file.get())) != 0;
+    return Stop(cut ? Next::Cut : Next::Error, packet, pcap_geterr(m_file.get()));
 }
 
 std::string CCaptureReader::Fault(const unsigned char* data, size_t captured, size_t original) {
@@ -106,13 +124,8 @@ CCaptureReader::Next CCaptureReader::Read(CaptureMessage& message) {
         pcap_pkthdr* header = nullptr;
         const unsigned char* data = nullptr;
         const int result = pcap_next_ex(m_file.get(), &header, &data);
-        if (result == PCAP_ERROR_BREAK) {
-            return m_state = Next::End;
-        }
         if (result != 1) {
-            // Only a read that the file was too short for has met its end.
-            const bool cut = std::feof(pcap_file(m_file.get())) != 0;
-            return Stop(cut ? Next::Cut : Next::Error, m_packets + 1, pcap_geterr(m_file.get()));
+            return StopAt(result);
         }
         ++m_packets;
         const std::string fault = Fault(data, header->caplen, header->len);

@@ -6,6 +6,8 @@
 #include <span>
 #include <string>
 
+#include "capture/InputFile.h"
+
 struct pcap;
 
 namespace ZceCapture {
@@ -23,7 +25,7 @@ struct CaptureMessage {
 };
 
 // Reads a capture (ZceCapture.h) message by message: any file that libpcap reads and that has the
-// captures' link type. One thread.
+// captures' link type, as it is or compressed by zstd. One thread.
 class CCaptureReader {
   public:
     enum class Next {
@@ -44,6 +46,8 @@ class CCaptureReader {
     Next Read(CaptureMessage& message);
     // Why Read said Error or Cut, with file and packet: "day.pcap: packet 17: ...".
     const std::string& Error() const { return m_error; }
+    // Whether the file is compressed; known from Open on.
+    bool IsZstd() const { return m_input != nullptr && m_input->IsZstd(); }
     // Whole packets read so far, notes of lost messages included.
     uint64_t Packets() const { return m_packets; }
     // The messages that the recorder lost, as far as the file has been read.
@@ -54,11 +58,13 @@ class CCaptureReader {
         void operator()(pcap* file) const;
     };
 
+    Next StopAt(int result);
     Next Stop(Next result, uint64_t packet, const std::string& reason);
     // What is wrong with a packet; empty if nothing is.
     static std::string Fault(const unsigned char* data, size_t captured, size_t original);
 
     std::string m_path;
+    std::unique_ptr<CInputFile> m_input;  // m_file reads from it: gone after it
     std::unique_ptr<pcap, Closer> m_file;
     Next m_state = Next::End;
     std::string m_error;

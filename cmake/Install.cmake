@@ -58,7 +58,7 @@ add_dependencies(installed VelaZceMdApi)
 install(TARGETS VelaZceMdApi EXPORT VelaZceMdApiTargets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library NAMELINK_COMPONENT development)
 install(FILES include/IVelaZceMdApi.h include/VelaZceUtils.h include/VelaZceExport.h
-              board/include/ZceBoardMsg.h capture/ZceCapture.h
+              board/include/ZceBoardMsg.h board/include/ZceBoardState.h capture/ZceCapture.h
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
 install(EXPORT VelaZceMdApiTargets NAMESPACE VelaZceMdApi::
         DESTINATION ${VELAZCE_CMAKE_DIR} COMPONENT development)

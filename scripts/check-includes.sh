@@ -28,6 +28,7 @@ tools/watch         tools/watch/
 tools/top           tools/top/
 tools/check         tools/check/
 tools/bin           tools/bin/
+tools/capture       tools/capture/
 examples            examples/
 bench               bench/
 fuzz                fuzz/
@@ -59,6 +60,7 @@ tests/ctl           tests/ctl/
 tests/top           tests/top/
 tests/check         tests/check/
 tests/bin           tests/bin/
+tests/capturetool   tests/capturetool/
 ROOMS
 }
 
@@ -73,7 +75,7 @@ traffic             device exchange memory capture board/include
 device              exchange memory board/include
 exchange            memory:RegisterMap.h memory:Phase.h memory:HostClock.h board/include
 ctl                 program memory
-vendor              memory src/enyxHw
+vendor              memory src/enyxHw board/include
 memory
 capture
 program
@@ -82,10 +84,11 @@ board/include
 tools/preload       src/enyxHw
 tools/record        tools/preload capture src/enyxHw
 tools/watch         tools/preload program src/enyxHw
-tools/top           program ctl memory:HostClock.h
+tools/top           program ctl tools/watch memory:HostClock.h
 # The library's own rules, asked before the day.
 tools/check         program include src/* exchange memory
 tools/bin           program include src/*
+tools/capture       program capture board/include
 # The library, from the top down. The include/ headers are its face, and C++11-clean.
 include
 src/api             src/worker src/DataType src/binfile src/DrvEnyx src/keep src/signal src/log src/Utils include
@@ -102,7 +105,7 @@ src/enyxHw
 examples            include board/include
 # Benchmarks and tests. The tests of a room see what it sees, and the rooms below it.
 bench               include board/include device exchange memory capture tools/watch src/*
-fuzz                include src/* process traffic device exchange memory capture board/include tests/support
+fuzz                tools/capture include src/* process traffic device exchange memory capture board/include tests/support
 tests/support       include src/*
 tests/unit          include src/* tests/support tools/check:WhenStart.h
 tests/differential  include src/* tests/support
@@ -111,15 +114,16 @@ tests/capture       capture tests/support
 tests/record        tools/record tools/preload capture tests/support
 tests/watch         tools/watch tests/support
 tests/memory        memory tests/support
-tests/vendor        vendor memory src/enyxHw device tests/memory
+tests/vendor        vendor memory src/enyxHw board/include device tests/memory
 tests/exchange      exchange memory board/include
 tests/device        device exchange memory board/include src/* tests/unit tests/support
 tests/traffic       traffic device exchange memory capture board/include tests/support
 tests/process       process traffic device exchange memory capture board/include tests/memory tests/vendor tests/support
 tests/ctl           ctl memory tests/memory
-tests/top           tools/top ctl
+tests/top           tools/top tools/watch ctl
 tests/check         tools/check program include src/* exchange memory tests/support
 tests/bin           tools/bin program include src/* tests/support
+tests/capturetool   tools/capture program capture board/include tests/support
 tests/system        ctl memory capture include src/enyxHw src/DrvEnyx src/log src/signal tests/support
 TABLE
 }
@@ -206,6 +210,7 @@ awk -v rooms="$(rooms)" -v table="$(table)" -v excuses="$(excused)" -v files="$(
         for (k in word) named[word[k]] = "board/" word[k] "/"
         named["capture"] = "capture/"; named["record"] = "tools/record/"; named["preload"] = "tools/preload/"; named["watch"] = "tools/watch/"; named["top"] = "tools/top/"
         named["check"] = "tools/check/"; named["bin"] = "tools/bin/"
+        named["capturetool"] = "tools/capture/"
         split("DataType DrvEnyx log Utils", word, " ")
         for (k in word) named[word[k]] = "src/" word[k] "/"
         # What is included by its name alone: the public headers, in src/ and its tests what lies at

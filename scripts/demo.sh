@@ -109,7 +109,7 @@ receive() {
     mkdir -p "$work/${name%.*}"
     local preloaded=${record:+"$lib/libzce-record.so "}${watch:+"$lib/libzce-watch.so "}
     (cd "$work/${name%.*}" && exec "${on_virtual_clock[@]}" LD_PRELOAD="${preloaded}libfaketime.so.1" \
-        ${record:+ZCE_RECORD="$record/$name.pcap"} ${watch:+ZCE_WATCH="$watch"} "$bin/zce-recv" \
+        ${record:+ZCE_RECORD="$record/$name.pcap" ZCE_RECORD_OVERWRITE=1} ${watch:+ZCE_WATCH="$watch"} "$bin/zce-recv" \
         "$ROOT/examples/config/$config" --print 3 --names "$work/$name.names" "$@") \
         >"$work/$name.log" 2>&1 &
     pid=$!

@@ -20,7 +20,7 @@ struct StreamId {
 
 // A record's head in the queue; its bytes follow.
 struct RecordHead {
-    int64_t timeNs;
+    int64_t stamp;  // when it was polled (TickClock.h)
     uint64_t number;
     uint32_t size;
 };
@@ -40,8 +40,8 @@ class CMessageQueue {
 
     // A message becomes visible at one go: one store, and the writer's position is looked at only
     // when there seems to be no room.
-    void Put(int64_t timeNs, const unsigned char* data, uint32_t size) {
-        const RecordHead head{timeNs, ++m_number, size};
+    void Put(int64_t stamp, const unsigned char* data, uint32_t size) {
+        const RecordHead head{stamp, ++m_number, size};
         const size_t need = sizeof(head) + size;
         if (size <= MAX_MESSAGE && (need <= m_room || FindRoom(need))) [[likely]] {
             FetchAhead(need);
@@ -51,7 +51,7 @@ class CMessageQueue {
             m_put += need;
             m_putTold.store(m_put, std::memory_order_release);
         } else {
-            m_lostTimeNs.store(timeNs, std::memory_order_relaxed);
+            m_lostStamp.store(stamp, std::memory_order_relaxed);
         }
         m_counted.store(m_number, std::memory_order_release);
     }
@@ -63,7 +63,7 @@ class CMessageQueue {
     bool Closed() const { return m_closed.load(std::memory_order_acquire); }
     // The number of the last message, got in or lost.
     uint64_t Counted() const { return m_counted.load(std::memory_order_acquire); }
-    int64_t LostTimeNs() const { return m_lostTimeNs.load(std::memory_order_relaxed); }
+    int64_t LostStamp() const { return m_lostStamp.load(std::memory_order_relaxed); }
 
     // Begins a pass: what was there when the pass before began is released. With `all`, what is
     // there now is.
@@ -151,7 +151,7 @@ class CMessageQueue {
     uint64_t m_number = 0;
     std::atomic<uint64_t> m_putTold{0};
     std::atomic<uint64_t> m_counted{0};
-    std::atomic<int64_t> m_lostTimeNs{0};
+    std::atomic<int64_t> m_lostStamp{0};
     std::atomic<bool> m_closed{false};
 
     // The writer's, away from the polling thread's cache line.

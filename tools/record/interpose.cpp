@@ -6,7 +6,6 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdint>
-#include <ctime>
 #include <exception>
 #include <string>
 
@@ -15,6 +14,7 @@
 #include "preload/Preload.h"
 #include "preload/StreamTable.h"
 #include "record/Recorder.h"
+#include "record/TickClock.h"
 
 namespace {
 
@@ -33,13 +33,6 @@ State& Get() {
     return *state;
 }
 
-int64_t Now() {
-    constexpr int64_t nsPerSecond = 1'000'000'000;
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
-    return now.tv_sec * nsPerSecond + now.tv_nsec;
-}
-
 // What the recorder's handler needs of the poll that it runs in.
 struct Poll {
     CMessageQueue* queue;
@@ -51,12 +44,14 @@ struct Poll {
 struct PollNeeds {
     decltype(&enyx_hw_a2c_stream_poll_once) next;
     const CQueues* queues;
+    enyx_hw_a2c_handler onPacket;
 };
 constinit std::atomic<const PollNeeds*> g_pollNeeds{nullptr};
 
+template <int64_t (*stamp)()>
 void OnPacket(const unsigned char* data, unsigned int size, void* context) {
     const Poll& poll = *static_cast<const Poll*>(context);
-    poll.queue->Put(Now(), data, size);
+    poll.queue->Put(stamp(), data, size);
     poll.handler(data, size, poll.context);
 }
 
@@ -66,7 +61,9 @@ void OnPacket(const unsigned char* data, unsigned int size, void* context) {
                                            void* context) {
     static const PollNeeds needs{
         ZcePreload::Next(&enyx_hw_a2c_stream_poll_once, "enyx_hw_a2c_stream_poll_once"),
-        &Get().queues};
+        &Get().queues,
+        Get().recorder.Counts() ? &OnPacket<&ZceRecord::ReadCounter>
+                                : &OnPacket<&ZceRecord::RealTimeNs>};
     g_pollNeeds.store(&needs, std::memory_order_release);
     return enyx_hw_a2c_stream_poll_once(stream, handler, context);
 }
@@ -162,7 +159,7 @@ ZCE_PRELOAD_EXPORT int enyx_hw_a2c_stream_poll_once(enyx_hw_a2c_stream* stream,
         return needs->next(stream, handler, context);
     }
     Poll poll{queue, handler, context};
-    return needs->next(stream, &OnPacket, &poll);
+    return needs->next(stream, needs->onPacket, &poll);
 }
 
 ZCE_PRELOAD_EXPORT int enyx_hw_read(enyx_hw_core* core,
@@ -172,7 +169,7 @@ ZCE_PRELOAD_EXPORT int enyx_hw_read(enyx_hw_core* core,
     if (!WantsRegisters()) {
         return next(core, description, value);
     }
-    const int64_t timeNs = Now();
+    const int64_t timeNs = ZceRecord::RealTimeNs();
     const int result = next(core, description, value);
     AddAccess(description, false, timeNs, result < 0 || value == nullptr ? 0 : *value, result);
     return result;
@@ -185,7 +182,7 @@ ZCE_PRELOAD_EXPORT int enyx_hw_write(enyx_hw_core* core,
     if (!WantsRegisters()) {
         return next(core, description, value);
     }
-    const int64_t timeNs = Now();
+    const int64_t timeNs = ZceRecord::RealTimeNs();
     const int result = next(core, description, value);
     AddAccess(description, true, timeNs, value, result);
     return result;

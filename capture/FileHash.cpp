@@ -1,0 +1,50 @@
+#include "capture/FileHash.h"
+
+#define XXH_INLINE_ALL  // no symbol of the library gets into an application
+#include <xxhash.h>
+
+#include <array>
+
+namespace ZceCapture {
+
+struct CFileHash::State {
+    XXH3_state_t xxh3;
+};
+
+CFileHash::CFileHash() : m_state(std::make_unique<State>()) {
+    Reset();
+}
+
+CFileHash::~CFileHash() = default;
+
+CFileHash::CFileHash(const CFileHash& other) : CFileHash() {
+    *this = other;
+}
+
+CFileHash& CFileHash::operator=(const CFileHash& other) {
+    XXH3_copyState(&m_state->xxh3, &other.m_state->xxh3);
+    return *this;
+}
+
+void CFileHash::Reset() {
+    XXH3_128bits_reset(&m_state->xxh3);
+}
+
+void CFileHash::Add(const void* data, size_t size) {
+    XXH3_128bits_update(&m_state->xxh3, data, size);
+}
+
+std::string CFileHash::Text() const {
+    constexpr std::array<char, 17> digits{"0123456789abcdef"};
+    constexpr unsigned int fourBits = 15;
+    XXH128_canonical_t bytes;
+    XXH128_canonicalFromHash(&bytes, XXH3_128bits_digest(&m_state->xxh3));
+    std::string text;
+    for (const unsigned char byte : bytes.digest) {
+        text += digits.at(byte >> 4);
+        text += digits.at(byte & fourBits);
+    }
+    return text;
+}
+
+}  // namespace ZceCapture
