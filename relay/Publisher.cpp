@@ -138,12 +138,12 @@ bool CPublisher::MakeStream(std::string& reason) {
         status = js_GetStreamInfo(&info, js.get(), m_options.stream.c_str(), nullptr, &code);
     }
     if (status == NATS_NOT_FOUND) {
-        const char* subjects[] = {"zce.*.*.*", "zce.*.instruments"};
+        const char* subjects[] = {"zce.>"};
         jsStreamConfig config;
         jsStreamConfig_Init(&config);
         config.Name = m_options.stream.c_str();
         config.Subjects = subjects;
-        config.SubjectsLen = 2;
+        config.SubjectsLen = 1;
         config.MaxAge = m_options.streamAgeNs;
         config.MaxBytes = m_options.streamBytes > 0 ? m_options.streamBytes : -1;
         status = js_AddStream(&info, js.get(), &config, nullptr, &code);

@@ -75,6 +75,10 @@ class CPublisher {
   public:
     CPublisher(const Settings& settings, const PublishOptions& options, Tell tell);
 
+    ~CPublisher() { m_connection.Close(); }
+    CPublisher(const CPublisher&) = delete;
+    CPublisher& operator=(const CPublisher&) = delete;
+
     bool Prepare(std::string& error) { return m_connection.Prepare(error); }
     // One round: makes the connection if there is none and it is time to, publishes what is in the
     // ring, a bounded amount, and looks what was confirmed. Whether anything was published.

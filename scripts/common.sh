@@ -15,7 +15,7 @@ TEST_PACKAGES=(clang-14 lld clang-tidy clang-format libclang-rt-14-dev faketime 
                pkg-config make git procps tmux tshark
                abigail-tools cppcheck doxygen
                dpkg-dev file lintian man-db mandoc
-               systemd logrotate)
+               prometheus systemd logrotate)
 # For the plots.
 BENCH_PACKAGES=(gnuplot-nox git)
 
