@@ -221,6 +221,7 @@ class Day:
     def stop_board(self):
         board = self.service(BOARD)
         board.stop()
+        self.clock.forget_board()
         self._count_board({row["channel"]: row for row in map(fields, board.output().splitlines())
                            if "openings" in row})
 
