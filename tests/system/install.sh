@@ -25,7 +25,7 @@ for file in include/IVelaZceMdApi.h include/VelaZceUtils.h include/VelaZceExport
     bin/zce-board bin/zce-board-run bin/zce-recv bin/zce-top bin/zce-bin bin/zce-check bin/zce-watch share/zce-board/zce.lua \
     share/man/man1/zce-board.1.gz share/man/man1/zce-board-ctl.1.gz share/man/man1/zce-board-run.1.gz \
     share/man/man1/zce-recv.1.gz share/man/man1/zce-top.1.gz share/man/man3/VelaZceMdApi.3.gz \
-    share/man/man5/zce-config.5.gz share/man/man7/velazcemdapi.7.gz share/man/man7/zce-record.7.gz \
+    share/man/man5/zce-config.5.gz share/man/man7/velazcemdapi.7.gz share/man/man7/zce-record.7.gz share/man/man7/zce-watch.7.gz \
     share/bash-completion/completions/zce-board \
     $doc/README.md $doc/CHANGELOG.md $doc/CONTRIBUTING.md $doc/LICENSE $doc/docs/configuration.md \
     $doc/examples/minimal.cpp $doc/examples/config/master.ini $doc/examples/scenarios/small.txt $doc/examples/monitoring/zce-rules.yml; do

@@ -269,6 +269,7 @@ std::vector<Told> ToldOf(const Directory& pages, const ExportSettings& settings)
         }
     }
     std::vector<Told> all;
+    all.reserve(told.size());
     for (auto& [labels, one] : told) {
         all.push_back(std::move(one));
     }
