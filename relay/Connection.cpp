@@ -14,8 +14,8 @@ namespace {
 constexpr int64_t FIRST_WAIT_NS = 100 * NS_PER_MS;
 constexpr int64_t LONGEST_WAIT_NS = 5000 * NS_PER_MS;
 constexpr int64_t CONNECT_MS = 2000;
-constexpr int64_t WRITE_MS = 2000;
-constexpr int64_t PING_MS = 2000;
+constexpr int64_t WRITE_MS = 10'000;
+constexpr int64_t PING_MS = 5000;
 constexpr int PINGS_OUT = 2;
 // As much as one write to the socket takes at most.
 constexpr int BUFFER_BYTES = 65536;

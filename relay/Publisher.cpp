@@ -14,7 +14,7 @@ constexpr int BATCH = 1024;
 constexpr uint64_t ASK_AFTER = 256;
 constexpr int64_t ASK_AFTER_NS = 20 * NS_PER_MS;
 // A server that is there and confirms nothing for so long is as good as gone.
-constexpr int64_t PATIENCE_NS = 5000 * NS_PER_MS;
+constexpr int64_t PATIENCE_NS = 10'000 * NS_PER_MS;
 // A stream that refuses messages is tried again after so long.
 constexpr int64_t REFUSED_NS = 1000 * NS_PER_MS;
 
@@ -138,12 +138,12 @@ bool CPublisher::MakeStream(std::string& reason) {
         status = js_GetStreamInfo(&info, js.get(), m_options.stream.c_str(), nullptr, &code);
     }
     if (status == NATS_NOT_FOUND) {
-        const char* subjects[] = {"zce.*.*.*", "zce.*.instruments"};
+        const char* subjects[] = {"zce.>"};
         jsStreamConfig config;
         jsStreamConfig_Init(&config);
         config.Name = m_options.stream.c_str();
         config.Subjects = subjects;
-        config.SubjectsLen = 2;
+        config.SubjectsLen = 1;
         config.MaxAge = m_options.streamAgeNs;
         config.MaxBytes = m_options.streamBytes > 0 ? m_options.streamBytes : -1;
         status = js_AddStream(&info, js.get(), &config, nullptr, &code);

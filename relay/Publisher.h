@@ -54,7 +54,7 @@ struct PublishOptions {
     std::string stream;        // JetStream's; empty: none
     int64_t streamAgeNs = 0;   // how long it keeps a message, 0: for good
     int64_t streamBytes = 0;   // how much it keeps, 0: all
-    size_t window = 65536;     // messages that may be published and not confirmed
+    size_t window = 4096;      // messages that may be published and not confirmed
 };
 
 struct PublishCounts {
@@ -74,6 +74,10 @@ struct PublishCounts {
 class CPublisher {
   public:
     CPublisher(const Settings& settings, const PublishOptions& options, Tell tell);
+
+    ~CPublisher() { m_connection.Close(); }
+    CPublisher(const CPublisher&) = delete;
+    CPublisher& operator=(const CPublisher&) = delete;
 
     bool Prepare(std::string& error) { return m_connection.Prepare(error); }
     // One round: makes the connection if there is none and it is time to, publishes what is in the

@@ -152,8 +152,7 @@ bool CSubscriber::Read(Incoming& incoming) {
     const auto size = static_cast<size_t>(std::max(natsMsg_GetDataLength(message), 0));
     incoming.body = {reinterpret_cast<const unsigned char*>(natsMsg_GetData(message)), size};
     if (!subject) {
-        // Somebody asks for the list.
-        m_foreign += std::string_view(natsMsg_GetSubject(message)).ends_with(".wanted") ? 0 : 1;
+        ++m_foreign;
         return false;
     }
     incoming.subject = *subject;

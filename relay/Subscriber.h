@@ -34,6 +34,10 @@ class CSubscriber {
   public:
     CSubscriber(const Settings& settings, const SubscribeOptions& options, Tell tell);
 
+    ~CSubscriber() { m_connection.Close(); }
+    CSubscriber(const CSubscriber&) = delete;
+    CSubscriber& operator=(const CSubscriber&) = delete;
+
     bool Prepare(std::string& error) { return m_connection.Prepare(error); }
     // The next one; false if none came in this time, or there is no connection just now.
     bool Next(Incoming& incoming, int64_t waitMs);

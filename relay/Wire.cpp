@@ -46,7 +46,7 @@ std::string SubjectText(const Subject& subject) {
 }
 
 std::string WantedText(uint16_t bus) {
-    return fmt::format("{}{}.wanted", PREFIX, bus);
+    return fmt::format("zce-wanted.{}", bus);
 }
 
 std::optional<Subject> ReadSubject(std::string_view text) {

@@ -12,7 +12,7 @@
 //     zce.<bus>.<channel>.<type>    a message of type 17 to 20; the payload is its body
 //     zce.<bus>.<channel>.mark      no payload: so far the publisher has come
 //     zce.<bus>.instruments         the instrument list: lines "index,name"
-//     zce.<bus>.wanted              somebody asks for the list
+//     zce-wanted.<bus>              somebody asks for the list; no stream keeps it
 //
 // Headers of a message and of a mark:
 //

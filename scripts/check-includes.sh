@@ -84,7 +84,7 @@ board/include
 tools/preload       src/enyxHw
 tools/record        tools/preload capture src/enyxHw
 tools/watch         tools/preload program src/enyxHw
-tools/top           program ctl memory:HostClock.h
+tools/top           program ctl tools/watch memory:HostClock.h
 # The library's own rules, asked before the day.
 tools/check         program include src/* exchange memory
 tools/bin           program include src/*
@@ -120,7 +120,7 @@ tests/device        device exchange memory board/include src/* tests/unit tests/
 tests/traffic       traffic device exchange memory capture board/include tests/support
 tests/process       process traffic device exchange memory capture board/include tests/memory tests/vendor tests/support
 tests/ctl           ctl memory tests/memory
-tests/top           tools/top ctl
+tests/top           tools/top tools/watch ctl
 tests/check         tools/check program include src/* exchange memory tests/support
 tests/bin           tools/bin program include src/* tests/support
 tests/capturetool   tools/capture program capture board/include tests/support

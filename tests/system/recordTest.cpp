@@ -15,9 +15,9 @@
 #include <sstream>
 #include <thread>
 
+#include "appMarket.h"
 #include "capture/CaptureReader.h"
 #include "capture/SidecarReader.h"
-#include "market.h"
 
 using testing::MatchesRegex;
 using ZceCapture::CCaptureReader;
@@ -91,27 +91,13 @@ std::vector<std::string> RecorderLines(const std::string& output) {
     return lines;
 }
 
-constexpr unsigned int auction = 85000;
-
-class Recording : public Market {
+class Recording : public AppMarket {
   protected:
-    void StartFastBoard(const std::string& rate = "20000") {
-        StartClock(auction);
-        WriteFile(Path("instruments"), "SR301\nSR305\nCF301\nSPD-SR301&SR305\n");
-        StartBoard(
-            {"--instruments", Path("instruments"), "--rate", rate, "--broadcast-cycle", "0.01"});
-    }
     // From here on everything is started below the recorder.
     void Record(const std::string& file) {
         m_environment.push_back(std::string("LD_PRELOAD=") + ZCE_RECORD_LIBRARY);
         m_environment.push_back("ZCE_RECORD=" + file);
         m_environment.emplace_back("ZCE_RECORD_FREE_MIB=0");  // whatever this machine has
-    }
-    std::unique_ptr<Process> App(const std::string& name, const std::string& channels, size_t count,
-                                 const std::string& end) {
-        const std::vector<std::string> command{RECORD_APP_PROGRAM, Path(name + "-polled"), channels,
-                                               std::to_string(count), end};
-        return std::make_unique<Process>(command, Where(name));
     }
     std::vector<Taken> Polled(const std::string& name) const {
         return ReadPolled(Path(name + "-polled"));

@@ -141,6 +141,24 @@ TEST(WatchExport, TellsABusThatIsNotKnown) {
               "zce_polls_total{program=\"p\",bus=\"unknown\",channel=\"2\"} 0");
 }
 
+// Two boards whose numbers are not known have channels of the same labels.
+TEST(WatchExport, OfTwoChannelsWithTheSameLabelsTheOneOpenedLastIsTold) {
+    std::vector<Stream> streams = {OpenStream(0), OpenStream(0), OpenStream(0)};
+    streams[0].polls = 1;
+    streams[1].polls = 2;
+    streams[1].openedNs += SECOND;
+    streams[2].polls = 3;
+    streams[2].openedNs += 2 * SECOND;
+    streams[2].state = EntryState::Closed;
+    for (int turn = 0; turn < 3; ++turn) {
+        Directory pages;
+        pages.processes = {Running("p", 1, streams)};
+        EXPECT_EQ(Line(ExportText(pages, Settings()), "zce_polls_total"),
+                  "zce_polls_total{program=\"p\",bus=\"0\",channel=\"0\"} 2");
+        std::rotate(streams.begin(), streams.begin() + 1, streams.end());
+    }
+}
+
 TEST(WatchExport, LeavesOutCountersThatWereNotRead) {
     Stream stream = OpenStream(0);
     stream.counters = {CountersState::Failed, 0, 0, 0, 0, 0};

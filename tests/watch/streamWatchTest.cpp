@@ -347,15 +347,19 @@ TEST_F(StreamWatch, TheLastMessagesTimeIsNotedOnceInAMillisecondAndWithTheClosin
     const auto now = [] { return ZceWatch::ClockNs(CLOCK_REALTIME_COARSE); };
     PollAt(begin);
     EXPECT_EQ(m_entry.lastMessageNs, 0);
-    Message(17, 100);
-    PollAt(begin + 999'999);
-    EXPECT_EQ(m_entry.lastMessageNs, 0);
     const int64_t before = now();
-    PollAt(begin + 1'000'000);
+    Message(17, 100);
+    PollAt(begin + 5000);
     EXPECT_GE(m_entry.lastMessageNs, before);
     EXPECT_LE(m_entry.lastMessageNs, now());
     m_entry.lastMessageNs = 5;
-    PollAt(begin + 2'000'000);
+    Message(17, 100);
+    PollAt(begin + 5000 + 999'999);
+    EXPECT_EQ(m_entry.lastMessageNs, 5);
+    PollAt(begin + 5000 + 1'000'000);
+    EXPECT_GE(m_entry.lastMessageNs, before);
+    m_entry.lastMessageNs = 5;
+    PollAt(begin + 3'000'000);
     EXPECT_EQ(m_entry.lastMessageNs, 5);  // no message since
     Message(2, 100);
     m_watch.Closed(nullptr);

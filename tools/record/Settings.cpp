@@ -9,8 +9,8 @@
 
 #include "capture/CaptureFile.h"
 #include "preload/Say.h"
+#include "preload/SteadyCounter.h"
 #include "record/FileNames.h"
-#include "record/TickClock.h"
 
 namespace ZceRecord {
 
@@ -115,7 +115,7 @@ Settings ReadSettings() {
     settings.freeByDefault =
         !variables.Read<uint64_t>("ZCE_RECORD_FREE_MIB", "a number of MiB", 0, MAX_DISK_MIB, mib);
     settings.freeBytes = mib * MIB;
-    settings.counts = HasSteadyCounter();
+    settings.counts = ZcePreload::HasSteadyCounter();
     variables.Read("ZCE_RECORD_OVERWRITE", settings.overwrite);
     variables.Read("ZCE_RECORD_REGISTERS", settings.registers);
     if (!variables.Fault().empty()) {

@@ -4,15 +4,12 @@
 #include <ctime>
 #include <deque>
 
-#if defined(__x86_64__)
-#include <x86intrin.h>
-#endif
+#include "preload/SteadyCounter.h"
 
 namespace ZceRecord {
 
-// How the polling threads stamp their messages: with the processor's counter, which they read in a
-// few ns, where it runs at one rate at all times and on all cores; else with the time.
-bool HasSteadyCounter();
+// How the polling threads stamp their messages: with the processor's counter where it is a steady
+// one, else with the time.
 
 inline int64_t RealTimeNs() {
     constexpr int64_t nsPerSecond = 1'000'000'000;
@@ -22,11 +19,7 @@ inline int64_t RealTimeNs() {
 }
 
 inline int64_t ReadCounter() {
-#if defined(__x86_64__)
-    return static_cast<int64_t>(__rdtsc());
-#else
-    return RealTimeNs();
-#endif
+    return static_cast<int64_t>(ZcePreload::ReadSteadyCounter());
 }
 
 // Turns counts into times: both are noted at the same moment again and again, and what lies between

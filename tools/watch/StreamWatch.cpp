@@ -77,9 +77,8 @@ void CStreamWatch::TickAt(uint64_t now) {
     m_lastTick = now;
     Put(m_entry.lastPollTicks, now);
     m_left = m_stretch;
-    if (now >= m_noteAt) [[unlikely]] {
+    if (now >= m_noteAt && NoteMessageTime()) [[unlikely]] {
         m_noteAt = now + m_notePause;
-        NoteMessageTime();
     }
 }
 
@@ -109,12 +108,14 @@ void CStreamWatch::TellGaps() {
     Put(m_entry.gapEverNs, TicksToNs(m_windows.Ever(), m_clock.perSecond));
 }
 
-void CStreamWatch::NoteMessageTime() {
+bool CStreamWatch::NoteMessageTime() {
     const uint64_t messages = MessagesOf(m_entry);
-    if (messages != m_messages) {
-        m_messages = messages;
-        Put(m_entry.lastMessageNs, ClockNs(CLOCK_REALTIME_COARSE));
+    if (messages == m_messages) {
+        return false;
     }
+    m_messages = messages;
+    Put(m_entry.lastMessageNs, ClockNs(CLOCK_REALTIME_COARSE));
+    return true;
 }
 
 void CStreamWatch::TakeCare(enyx_hw_a2c_stream* stream) {

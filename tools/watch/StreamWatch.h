@@ -103,7 +103,8 @@ class alignas(64) CStreamWatch {
     void AddGap(uint64_t gap);
     void FitStretch(uint64_t took);
     void TellGaps();
-    void NoteMessageTime();
+    // Whether messages have come since it was done last.
+    bool NoteMessageTime();
     void ReadCounters(enyx_hw_a2c_stream* stream);
 
     // For each poll.

@@ -5,10 +5,6 @@
 
 #include <limits>
 
-#if defined(__x86_64__)
-#include <cpuid.h>
-#endif
-
 namespace ZceWatch {
 
 namespace {
@@ -24,18 +20,7 @@ int64_t KernelNs() {
 }  // namespace
 
 TickSource FindTickSource() {
-#if defined(__x86_64__)
-    constexpr unsigned int powerLeaf = 0x80000007;
-    constexpr unsigned int invariant = 1U << 8;
-    unsigned int a = 0;
-    unsigned int b = 0;
-    unsigned int c = 0;
-    unsigned int d = 0;
-    if (__get_cpuid(powerLeaf, &a, &b, &c, &d) != 0 && (d & invariant) != 0) {
-        return TickSource::Counter;
-    }
-#endif
-    return TickSource::Monotonic;
+    return ZcePreload::HasSteadyCounter() ? TickSource::Counter : TickSource::Monotonic;
 }
 
 CTickRate::CTickRate(TickSource source) : m_source(source), m_begin(Now()) {}

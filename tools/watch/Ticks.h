@@ -3,10 +3,7 @@
 #include <cstdint>
 #include <ctime>
 
-#if defined(__x86_64__)
-#include <x86intrin.h>
-#endif
-
+#include "preload/SteadyCounter.h"
 #include "watch/WatchPage.h"
 
 namespace ZceWatch {
@@ -19,17 +16,12 @@ inline int64_t ClockNs(clockid_t clock) {
     return now.tv_sec * NS_PER_SECOND + now.tv_nsec;
 }
 
-// The processor's counter where its rate is the same at all times and on all its cores, else the
-// clock. Two threads may read it a little out of order.
+// The processor's counter where it is a steady one, else the clock.
 TickSource FindTickSource();
 
-inline uint64_t ReadTicks([[maybe_unused]] TickSource source) {
-#if defined(__x86_64__)
-    if (source == TickSource::Counter) [[likely]] {
-        return __rdtsc();
-    }
-#endif
-    return static_cast<uint64_t>(ClockNs(CLOCK_MONOTONIC));
+inline uint64_t ReadTicks(TickSource source) {
+    return source == TickSource::Counter ? ZcePreload::ReadSteadyCounter()
+                                         : static_cast<uint64_t>(ClockNs(CLOCK_MONOTONIC));
 }
 
 // Measures how many ticks a second has, from its making to PerSecond, and 5 ms at least: to 0.01 %.

@@ -7,6 +7,7 @@
 #include <iterator>
 #include <map>
 #include <string_view>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -246,8 +247,9 @@ int64_t LastSignNs(const Process& process) {
 
 // By the labels: the one channel that is told under them.
 std::vector<Told> ToldOf(const Directory& pages, const ExportSettings& settings) {
-    const auto rank = [](const Process& process) {
-        return std::pair(process.life == Life::Runs, process.beginNs);
+    const auto rank = [](const Process& process, const Stream& stream) {
+        return std::tuple(process.life == Life::Runs, process.beginNs,
+                          stream.state == EntryState::Open, stream.openedNs);
     };
     std::map<std::string, Told> told;
     for (const Process& process : pages.processes) {
@@ -260,12 +262,14 @@ std::vector<Told> ToldOf(const Directory& pages, const ExportSettings& settings)
                 fmt::format("program=\"{}\",bus=\"{}\",channel=\"{}\"", LabelValue(process.program),
                             BusText(stream.bus), stream.channel);
             const auto [place, bNew] = told.try_emplace(labels, Told{labels, &process, &stream});
-            if (!bNew && rank(*place->second.process) < rank(process)) {
+            if (!bNew &&
+                rank(*place->second.process, *place->second.stream) < rank(process, stream)) {
                 place->second = Told{std::move(labels), &process, &stream};
             }
         }
     }
     std::vector<Told> all;
+    all.reserve(told.size());
     for (auto& [labels, one] : told) {
         all.push_back(std::move(one));
     }

@@ -17,7 +17,8 @@ struct ExportSettings {
 // Every channel of every process is one set of series with the labels program, bus and channel. A
 // process started again goes on in the series of the one before, which Prometheus takes for a
 // counter that was reset: of two pages with the same three labels the one whose process runs is
-// told, of several such, or of none, the youngest.
+// told, of several such, or of none, the youngest. A process may have two channels with the same
+// labels, if the numbers of their boards are not known: the one that was opened last is told.
 //
 // What is told of a process that is gone stands still, with zce_process_up 0; after
 // `forgetAfterNs` it is told no more.

@@ -1,16 +1,27 @@
 """What the recorder has kept of the day: one file for each process."""
 
+import glob
 import os
 import struct
 import subprocess
 import time
 
-PATTERN = "%p.pcap"
+PATTERN = "%Y%m%d/%c-%H%M%S-%p.pcap"
 FILE_HEADER, PACKET_HEADER, PREFIX, MESSAGE, LOST = 24, 16, 16, 1, 2
 
 
 class RecordingError(Exception):
     """A recording that is not what the process had."""
+
+
+def verify(programs, path, complete):
+    """The recording of a process that ended is complete; of a killed one all but the end is there."""
+    done = subprocess.run([programs + "/zce-capture", "verify", path], stdout=subprocess.PIPE,
+                          stderr=subprocess.STDOUT, text=True, check=False)
+    said = done.stdout[len(path):]
+    wanted = (0, ": complete: ") if complete else (1, ": UNFINISHED: its recording was interrupted: ")
+    if (done.returncode, said[:len(wanted[1])]) != wanted or not complete and "is sound" not in said:
+        raise RecordingError(f"zce-capture verify: {done.returncode}: {done.stdout}")
 
 
 def market_messages(path):
@@ -32,7 +43,9 @@ def market_messages(path):
 
 
 def path_of(directory, pid):
-    return f"{directory}/{pid}.pcap"
+    """The recording of this process."""
+    path, = glob.glob(f"{directory}/*/*-{pid}.pcap")
+    return path
 
 
 class Replay:
@@ -54,7 +67,8 @@ class Replay:
             if time.monotonic() > end or self.board.poll() is not None:
                 raise RecordingError(f"{path} is not played\n{self.output('board')}")
             time.sleep(0.005)
-        self.receiver = self._start([programs + "/zce-recv", "config.ini", "--end-with-board"],
+        self.receiver = self._start([programs + "/zce-recv", "config.ini", "--end-with-board",
+                                     "--own-loop", "--nap", "100"],
                                     dict(environment, **clock.environment(False)), "receiver")
 
     def _start(self, command, environment, name):

@@ -1,6 +1,6 @@
 """A small stand-in for systemd: it reads the unit files, has a clock of its own, and does of them what
 units.PLAYED names. What it cannot do (users, limits, hardening), the real manager is asked about, by
-systemd-analyze in unitsTest.py."""
+systemd-analyze in units_test.py."""
 
 import datetime
 import os
@@ -24,7 +24,7 @@ def elapses(calendar, begin, end):
         env=dict(os.environ, TZ="UTC", LC_ALL="C"), capture_output=True, text=True, check=False)
     if said.returncode != 0:
         raise units.UnitError(f"OnCalendar={calendar}: {said.stderr.strip()}")
-    found = re.findall(r"(?:Next elapse|Iteration #\d+): \w+ (\S+ \S+) UTC$", said.stdout, re.M)
+    found = re.findall(r"(?:Next elapse|Iter\S* #\d+): \w+ (\S+ \S+) UTC$", said.stdout, re.M)
     times = [datetime.datetime.fromisoformat(text).replace(tzinfo=datetime.timezone.utc).timestamp()
              for text in found]
     return [at for at in times if begin < at <= end]
