@@ -39,6 +39,8 @@ ROWS = [
     (r"recorder-message-ns", "the recorder on: a message, above", "without it", " ns"),
     (r"recorder-idle-ns", "the recorder on: an idle poll, above", "without it", " ns"),
     (r"recorder-clock-alone-ns", "of which the reading of the clock", "without it", " ns"),
+    (r"capture-export-(L\d)-zstd", r"`zce-capture export --csv`, \1, compressed capture", "a processor's second", " million messages"),
+    (r"capture-export-(L\d)", r"`zce-capture export --csv`, \1", "a processor's second", " million messages"),
 ]
 
 # Plot -> title, x axis, y axis, and of "x", "y" the axes that are logarithmic.
