@@ -335,7 +335,7 @@ TEST(WatchList, HasALineForEachChannel) {
         "2026-11-24 10:00:00     1.235 ms gone\n"
         "zce-recv                 4711 running        0       3 closed               0 -      "
         "                 0.000 ms unknown\n"
-        "a\\x0ab                    23 died           0      15 closed               0 -      "
+        "a\\x0ab                     23 died           0      15 closed               0 -      "
         "                 0.000 ms unknown\n");
 }
 
