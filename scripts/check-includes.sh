@@ -124,7 +124,7 @@ tests/top           tools/top tools/watch ctl
 tests/check         tools/check program include src/* exchange memory tests/support
 tests/bin           tools/bin program include src/* tests/support
 tests/capturetool   tools/capture program capture board/include tests/support
-tests/system        ctl memory capture include src/enyxHw src/DrvEnyx src/log src/signal tests/support
+tests/system        ctl memory capture tools/watch include src/enyxHw src/DrvEnyx src/log src/signal tests/support
 TABLE
 }
 

@@ -48,25 +48,27 @@ std::string PlotScript(const DayStats& stats, const std::string& title) {
                            ? "NaN"
                            : fmt::format("{:.9g}", static_cast<double>(bin.longestGapNs) / 1e9));
     }
-    fmt::format_to(out,
-                   "EOD\n"
-                   "set terminal svg size 900,600 dynamic background 'white' font 'sans,12'\n"
-                   "set xdata time\n"
-                   "set timefmt '%s'\n"
-                   "set format x '%H:%M:%S'\n"
-                   "set xtics rotate by -30\n"
-                   "set xrange ['{}':'{}']\n"
-                   "set grid\n"
-                   "unset key\n"
-                   "set lmargin 14\n"
-                   "set rmargin 8\n"
-                   "set multiplot layout 2,1\n"
-                   "set title {} noenhanced\n"
-                   "set ylabel 'messages a second'\n"
-                   "set yrange [0:*]\n"
-                   "plot $day using 1:2 with fillsteps linecolor rgb '#4070b0'\n",
-                   LocalSeconds(stats.BeginOf(0)), LocalSeconds(stats.BeginOf(stats.bins.size())),
-                   Quoted(title));
+    const bool bShort = seconds * static_cast<double>(stats.bins.size()) < 10;
+    fmt::format_to(
+        out,
+        "EOD\n"
+        "set terminal svg size 900,600 dynamic background 'white' font 'sans,12'\n"
+        "set xdata time\n"
+        "set timefmt '%s'\n"
+        "set format x '{}'\n"
+        "set xtics rotate by -30\n"
+        "set xrange ['{}':'{}']\n"
+        "set grid\n"
+        "unset key\n"
+        "set lmargin 14\n"
+        "set rmargin 8\n"
+        "set multiplot layout 2,1\n"
+        "set title {} noenhanced\n"
+        "set ylabel 'messages a second'\n"
+        "set yrange [0:*]\n"
+        "plot $day using 1:2 with fillsteps fillstyle solid 0.5 linecolor rgb '#4070b0'\n",
+        bShort ? "%.3S s" : "%H:%M:%S", LocalSeconds(stats.BeginOf(0)),
+        LocalSeconds(stats.BeginOf(stats.bins.size())), Quoted(title));
     if (stats.longestGapNs != 0) {  // else there is no dot, and gnuplot draws no plot without one
         fmt::format_to(out,
                        "unset title\n"
