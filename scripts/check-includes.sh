@@ -22,10 +22,12 @@ ctl                 board/ctl/
 process             board/process/
 process/main        board/process/zceBoardMain.cpp
 capture             capture/
+relay               relay/
 tools/record        tools/record/
 tools/top           tools/top/
 tools/check         tools/check/
 tools/bin           tools/bin/
+tools/relay         tools/relay/
 examples            examples/
 bench               bench/
 fuzz                fuzz/
@@ -56,6 +58,7 @@ tests/ctl           tests/ctl/
 tests/top           tests/top/
 tests/check         tests/check/
 tests/bin           tests/bin/
+tests/relay         tests/relay/
 ROOMS
 }
 
@@ -64,15 +67,17 @@ ROOMS
 table() {
     cat <<'TABLE'
 # The software board.
-process/main        program process ctl traffic device exchange memory capture
+process/main        program process ctl traffic device exchange memory capture relay
 process             program traffic device exchange memory capture board/include
-traffic             device exchange memory capture board/include
+traffic             device exchange memory capture relay board/include
 device              exchange memory board/include
 exchange            memory:RegisterMap.h memory:Phase.h memory:HostClock.h board/include
 ctl                 program memory
 vendor              memory src/enyxHw
 memory
 capture
+# A board's messages on a NATS server.
+relay               board/include
 program
 board/include
 # Tools. zce-top measures its pauses on the clock that the board's pauses are measured on.
@@ -81,6 +86,8 @@ tools/top           program ctl memory:HostClock.h
 # The library's own rules, asked before the day.
 tools/check         program include src/* exchange memory
 tools/bin           program include src/*
+# An application of the library.
+tools/relay         program relay capture include board/include
 # The library, from the top down. The include/ headers are its face, and C++11-clean.
 include
 src/api             src/worker src/DataType src/binfile src/DrvEnyx src/keep src/signal src/log src/Utils include
@@ -96,7 +103,7 @@ src/enyxHw
 # What a user starts from.
 examples            include board/include
 # Benchmarks and tests. The tests of a room see what it sees, and the rooms below it.
-bench               include board/include device exchange memory capture src/*
+bench               include board/include device exchange memory capture relay src/*
 fuzz                include src/* process traffic device exchange memory capture board/include tests/support
 tests/support       include src/*
 tests/unit          include src/* tests/support tools/check:WhenStart.h
@@ -109,11 +116,12 @@ tests/vendor        vendor memory src/enyxHw device tests/memory
 tests/exchange      exchange memory board/include
 tests/device        device exchange memory board/include src/* tests/unit tests/support
 tests/traffic       traffic device exchange memory capture board/include tests/support
-tests/process       process traffic device exchange memory capture board/include tests/memory tests/vendor tests/support
+tests/process       process traffic relay device exchange memory capture board/include tests/memory tests/vendor tests/support
 tests/ctl           ctl memory tests/memory
 tests/top           tools/top ctl
 tests/check         tools/check program include src/* exchange memory tests/support
 tests/bin           tools/bin program include src/* tests/support
+tests/relay         tools/relay relay capture include board/include tests/support
 tests/system        ctl memory capture include src/enyxHw src/DrvEnyx src/log src/signal tests/support
 TABLE
 }
@@ -198,7 +206,7 @@ awk -v rooms="$(rooms)" -v table="$(table)" -v excuses="$(excused)" -v files="$(
         # What stands in front of the slash of an include, and where that is.
         split("memory vendor exchange device traffic ctl process", word, " ")
         for (k in word) named[word[k]] = "board/" word[k] "/"
-        named["capture"] = "capture/"; named["record"] = "tools/record/"; named["top"] = "tools/top/"
+        named["capture"] = "capture/"; named["relay"] = "relay/"; named["relay-tool"] = "tools/relay/"; named["record"] = "tools/record/"; named["top"] = "tools/top/"
         named["check"] = "tools/check/"; named["bin"] = "tools/bin/"
         split("DataType DrvEnyx log Utils", word, " ")
         for (k in word) named[word[k]] = "src/" word[k] "/"
