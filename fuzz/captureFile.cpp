@@ -1,7 +1,15 @@
-// Any bytes as a capture: its reader, message by message, and what the board finds out about it
-// before it plays it.
+// Any bytes as a capture: its reader, message by message, what the board finds out about it before
+// it plays it, and what zce-capture makes of it.
+
+#include <algorithm>
+#include <array>
+#include <string_view>
 
 #include "capture/CaptureReader.h"
+#include "capturetool/CsvRow.h"
+#include "capturetool/Diff.h"
+#include "capturetool/Info.h"
+#include "capturetool/Stats.h"
 #include "fuzzHost.h"
 #include "fuzzInput.h"
 #include "traffic/CaptureSummary.h"
@@ -18,6 +26,18 @@ struct Counts {
     CCaptureReader::Next end = CCaptureReader::Next::End;
 };
 
+// The row has all of its columns, and ends as a row does.
+void CheckRow(const CaptureMessage& message, ZceCaptureTool::CCsvRows& rows) {
+    static std::array<char, ZceCaptureTool::CCsvRows::LONGEST_ROW> s_space;
+    const std::string_view row(s_space.data(), rows.Write(message, s_space));
+    FUZZ_CHECK(row.size() < s_space.size() && row.ends_with('\n'));
+    const std::string_view header = ZceCaptureTool::CCsvRows::Header();
+    if (row.find('"') == std::string_view::npos) {
+        FUZZ_CHECK(std::count(row.begin(), row.end(), ',') ==
+                   std::count(header.begin(), header.end(), ','));
+    }
+}
+
 // False: it cannot be opened.
 bool ReadToEnd(Counts& counts) {
     CCaptureReader reader;
@@ -27,12 +47,14 @@ bool ReadToEnd(Counts& counts) {
         return false;
     }
     CaptureMessage message;
+    ZceCaptureTool::CCsvRows rows(false);
     while ((counts.end = reader.Read(message)) == CCaptureReader::Next::Message) {
         ++counts.messages;
         FUZZ_CHECK(!message.bytes.empty() &&
                    message.bytes.size() <= CCaptureReader::LARGEST_MESSAGE);
         FUZZ_CHECK(message.channel < 16);
         FUZZ_CHECK(message.packet == reader.Packets());
+        CheckRow(message, rows);
         unsigned int sum = 0;  // every byte is there to be read
         for (const unsigned char byte : message.bytes) {
             sum += byte;
@@ -65,6 +87,20 @@ void CheckSummary(const Counts& counts) {
     FUZZ_CHECK(summary.cut.empty() == (counts.end == CCaptureReader::Next::End));
 }
 
+void CheckTool(const Counts& counts) {
+    using namespace ZceCaptureTool;
+    CScan scan(10'000);
+    FUZZ_CHECK(scan.Read("day.pcap"));
+    FUZZ_CHECK(scan.All().messages == counts.messages && scan.Packets() == counts.packets);
+    FUZZ_CHECK(!InfoText(scan).empty());
+    CDiff diff({"day.pcap", "day.pcap", true});
+    std::string error;
+    FUZZ_CHECK(diff.Read(error) && diff.Same());
+    DayStats stats;
+    const bool bGood = GatherStats({{"day.pcap"}, {}, "", 0}, stats, error);
+    FUZZ_CHECK(bGood == (counts.messages != 0) && (!bGood || stats.messages == counts.messages));
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -73,6 +109,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Counts counts;
     if (ReadToEnd(counts)) {
         CheckSummary(counts);
+        CheckTool(counts);
     }
     return 0;
 }

@@ -50,8 +50,6 @@ bool IsDate(unsigned int date) {
 
 }  // namespace
 
-const char* const NO_MOMENT = "no time: HH:MM, HH:MM:SS or YYYY-MM-DDTHH:MM:SS";
-
 std::optional<Moment> ReadMoment(const std::string& text, unsigned int today) {
     std::string_view time = text;
     Moment moment{today, 0};
@@ -75,6 +73,23 @@ std::optional<Moment> ReadMoment(const std::string& text, unsigned int today) {
         return std::nullopt;
     }
     return moment;
+}
+
+std::optional<Moment> MomentToAsk(const char* name, const std::optional<std::string>& text,
+                                  const std::optional<Moment>& now) {
+    if (!now) {
+        fprintf(stderr, "%s: the host's local time cannot be determined\n", name);
+        return std::nullopt;
+    }
+    if (!text) {
+        return now;
+    }
+    const std::optional<Moment> at = ReadMoment(*text, now->date);
+    if (!at) {
+        fprintf(stderr, "%s: --at: %s is no time: HH:MM, HH:MM:SS or YYYY-MM-DDTHH:MM:SS\n", name,
+                text->c_str());
+    }
+    return at;
 }
 
 std::string TimeText(unsigned int time) {

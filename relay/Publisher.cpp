@@ -14,7 +14,7 @@ constexpr int BATCH = 1024;
 constexpr uint64_t ASK_AFTER = 256;
 constexpr int64_t ASK_AFTER_NS = 20 * NS_PER_MS;
 // A server that is there and confirms nothing for so long is as good as gone.
-constexpr int64_t PATIENCE_NS = 5000 * NS_PER_MS;
+constexpr int64_t PATIENCE_NS = 10'000 * NS_PER_MS;
 // A stream that refuses messages is tried again after so long.
 constexpr int64_t REFUSED_NS = 1000 * NS_PER_MS;
 

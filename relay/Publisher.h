@@ -54,7 +54,7 @@ struct PublishOptions {
     std::string stream;        // JetStream's; empty: none
     int64_t streamAgeNs = 0;   // how long it keeps a message, 0: for good
     int64_t streamBytes = 0;   // how much it keeps, 0: all
-    size_t window = 65536;     // messages that may be published and not confirmed
+    size_t window = 4096;      // messages that may be published and not confirmed
 };
 
 struct PublishCounts {

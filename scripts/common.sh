@@ -12,7 +12,7 @@ BUILD_PACKAGES=(g++ cmake ninja-build libiniparser-dev libcli11-dev libfmt-dev
                 libncurses-dev nlohmann-json3-dev python3 valgrind faketime
                 libatomic-queue-dev libreaderwriterqueue-dev libiceoryx-posh-dev iceoryx libspdlog-dev)
 TEST_PACKAGES=(clang-14 lld clang-tidy clang-format libclang-rt-14-dev faketime strace binutils
-               pkg-config make git procps tmux tshark
+               pkg-config make git procps tmux tshark gnuplot-nox
                abigail-tools cppcheck doxygen
                dpkg-dev file lintian man-db mandoc
                prometheus systemd logrotate)

@@ -16,7 +16,7 @@ if [ $# -ne 0 ]; then
 fi
 source "$(dirname "$0")/common.sh"
 
-RATE=${RATE:-10000}
+RATE=${RATE:-5000}
 AWAY_SECONDS=${AWAY_SECONDS:-3}
 
 work=$(mktemp -d "${TMPDIR:-/tmp}/zce-demo-relay.XXXXXX")
@@ -80,6 +80,16 @@ stop() {
 # field NAME LINE: the value of NAME=value in LINE.
 field() { sed -n "s/.* $1=\([0-9]*\).*/\1/p" <<<"$2"; }
 last() { grep -- "$2" "$work/$1.log" | tail -1; }
+
+# wait_settled NAME NUMBER: until its status line says that so many were received or lost.
+wait_settled() {
+    local deadline=$(($(date +%s) + 60)) line
+    until line=$(grep -E '^(zce-relay )?status ' "$work/$1.log" | tail -1) &&
+        [ $(($(field received "$line") + $(field lost "$line"))) -eq "$2" ]; do
+        [ "$(date +%s)" -lt $deadline ] || fail "$1 has not got, or missed, the $2 messages that were sent: $line"
+        sleep 0.2
+    done
+}
 
 start_server() {
     start "server.$1" nats-server -a "$address" -p "$port" -js -sd "$work/jetstream"
@@ -186,7 +196,8 @@ tell "the master there has learnt $(grep -c , "$work/master.there/bin") instrume
 sleep 4
 
 say "The server is killed"
-stop KILL $server nats-server 137
+kill -KILL $server
+{ wait $server || true; } 2>/dev/null
 sleep "$AWAY_SECONDS"
 tell "this machine:   $(last master.here '^zce-relay status')"
 tell "this machine:   $(last second.here '^zce-relay status')"
@@ -206,7 +217,10 @@ stop INT $board_here "the board here" 0
 sleep 1
 stop INT $master_here "the publisher of channel 0" 0
 stop INT $second_here "the publisher of channel 3" 1 # it has lost some
-sleep 2
+taken=$(($(field taken "$(last master.here '^zce-relay publish ')") + $(field taken "$(last second.here '^zce-relay publish ')")))
+for name in late plain board.there; do
+    wait_settled $name $taken
+done
 stop INT $late "the late subscriber" 1
 stop INT $plain "the subscriber without the stream" 1
 stop INT $receiver0 "the master there" 0

@@ -48,7 +48,7 @@ void CReporter::PrintBoard(int state) {
     if (state == ZCE_BOARD_GONE) {
         Print("zce-recv board=gone: nothing more comes from it\n");
     } else if (state == ZCE_BOARD_NEW) {
-        Print("zce-recv board=new: it has ended and another one runs; start zce-recv anew\n");
+        Print("zce-recv board=new: it has ended and another one runs: start zce-recv anew\n");
     }
 }
 

@@ -43,6 +43,18 @@ TEST_F(TickClock, ACountBetweenTwoMomentsIsInBetweenByTheSameShare) {
     EXPECT_EQ(m_clock.TimeOf(4100), 50 * SECOND + 5400);
 }
 
+TEST_F(TickClock, AMicrosecondIsMeasuredByTheLastTwoMoments) {
+    EXPECT_EQ(m_clock.Microsecond(), 0);
+    m_clock.Note(0, 0);
+    EXPECT_EQ(m_clock.Microsecond(), 0);
+    m_clock.Note(1'000'000, 500'000);
+    EXPECT_EQ(m_clock.Microsecond(), 2000);
+    m_clock.Note(2'000'000, 60 * 500'000);  // a clock that runs faster
+    EXPECT_EQ(m_clock.Microsecond(), 33);
+    m_clock.Note(3'000'000, 60 * 500'000);  // and one that stands still
+    EXPECT_EQ(m_clock.Microsecond(), 0);
+}
+
 TEST_F(TickClock, AClockThatIsSetJumpsBetweenTwoMomentsAndIsRightBehindThem) {
     m_clock.Note(0, 100 * SECOND);
     m_clock.Note(1000, 100 * SECOND + 1000);

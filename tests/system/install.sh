@@ -22,7 +22,7 @@ libdir=$(dirname "$(find "$work/tree" -name 'libVelaZceMdApi.so.3')")
 doc=share/doc/VelaZceMdApi
 for file in include/IVelaZceMdApi.h include/VelaZceUtils.h include/VelaZceExport.h \
     include/ZceBoardMsg.h include/ZceBoardState.h include/ZceCapture.h \
-    bin/zce-board bin/zce-board-run bin/zce-recv bin/zce-top bin/zce-bin bin/zce-check bin/zce-watch share/zce-board/zce.lua \
+    bin/zce-board bin/zce-board-run bin/zce-recv bin/zce-top bin/zce-bin bin/zce-capture bin/zce-check bin/zce-watch share/zce-board/zce.lua \
     share/man/man1/zce-board.1.gz share/man/man1/zce-board-ctl.1.gz share/man/man1/zce-board-run.1.gz \
     share/man/man1/zce-recv.1.gz share/man/man1/zce-top.1.gz share/man/man3/VelaZceMdApi.3.gz \
     share/man/man5/zce-config.5.gz share/man/man7/velazcemdapi.7.gz share/man/man7/zce-record.7.gz share/man/man7/zce-watch.7.gz \

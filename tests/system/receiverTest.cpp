@@ -179,7 +179,7 @@ TEST_F(Receiver, TellsThatItsBoardHasGoneAndThatANewOneRuns) {
     EXPECT_GT(Field(Finish(*m_master, 0), "total"), 0);
     EXPECT_THAT(LinesOf(m_master->Output(), "zce-recv board="),
                 ElementsAre("zce-recv board=gone: nothing more comes from it",
-                            "zce-recv board=new: it has ended and another one runs; start zce-recv "
+                            "zce-recv board=new: it has ended and another one runs: start zce-recv "
                             "anew"));
 }
 

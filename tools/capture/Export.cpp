@@ -58,7 +58,7 @@ int RunExport(const ExportOptions& options) {
     CCaptureReader reader;
     CTextOutput output;
     if (!OpenCapture(options.file, reader, error) ||
-        !output.Open(options.output, options.file, error)) {
+        !output.Open(options.output, {options.file}, error)) {
         return Failed(error, ZceProgram::EXIT_NOT_DONE);
     }
     output.Put(CCsvRows::Header());

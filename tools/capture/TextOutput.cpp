@@ -28,14 +28,16 @@ CTextOutput::~CTextOutput() {
     }
 }
 
-bool CTextOutput::Open(const std::string& path, const std::string& input, std::string& error) {
+bool CTextOutput::Open(const std::string& path, const std::vector<std::string>& inputs,
+                       std::string& error) {
     m_piece.resize(PIECE_BYTES);
     if (path.empty()) {
         m_name = "standard output";
         m_fd = STDOUT_FILENO;
         return true;
     }
-    if (IsSameFile(path, input)) {
+    if (std::ranges::any_of(inputs,
+                            [&path](const auto& input) { return IsSameFile(path, input); })) {
         error = path + ": it is the capture itself: give another file";
         return false;
     }
@@ -56,9 +58,12 @@ std::span<char> CTextOutput::Space(std::size_t size) {
 }
 
 void CTextOutput::Put(std::string_view text) {
-    const std::span<char> space = Space(text.size());
-    std::memcpy(space.data(), text.data(), text.size());
-    Add(text.size());
+    while (!text.empty()) {
+        const std::string_view part = text.substr(0, PIECE_BYTES);
+        std::memcpy(Space(part.size()).data(), part.data(), part.size());
+        Add(part.size());
+        text.remove_prefix(part.size());
+    }
 }
 
 void CTextOutput::Flush() {

@@ -17,8 +17,8 @@ class CTextOutput {
     CTextOutput& operator=(const CTextOutput&) = delete;
 
     // Makes or empties the file `path`; standard output if it is empty. False with the reason, also
-    // if the file is `input`, which is being read.
-    bool Open(const std::string& path, const std::string& input, std::string& error);
+    // if the file is one of `inputs`, which are read.
+    bool Open(const std::string& path, const std::vector<std::string>& inputs, std::string& error);
     // Room for `size` bytes, of at most PIECE_BYTES; Add says how many of them are text.
     std::span<char> Space(std::size_t size);
     void Add(std::size_t size) { m_used += size; }

@@ -1,4 +1,5 @@
 #include <CLI/CLI.hpp>
+#include <cstdint>
 #include <cstdio>
 #include <exception>
 #include <functional>
@@ -6,8 +7,10 @@
 #include <string>
 #include <vector>
 
+#include "capturetool/Diff.h"
 #include "capturetool/Export.h"
 #include "capturetool/Info.h"
+#include "capturetool/Stats.h"
 #include "capturetool/Verify.h"
 #include "program/Moment.h"
 #include "program/Program.h"
@@ -51,6 +54,13 @@ void AddVerify(CLI::App& app, std::vector<std::string>& files, Command& command)
     verify->callback([&files, &command] { command = [&files] { return RunVerify(files); }; });
 }
 
+void AddChannels(CLI::App& app, std::vector<uint32_t>& channels) {
+    app.add_option("--channel", channels, "Only these channels: 3 or 0,3")
+        ->delimiter(',')
+        ->allow_extra_args(false)
+        ->check(CLI::Range(0, 15));
+}
+
 // A time that an option gives.
 void AddTime(CLI::App& app, const std::string& name, std::optional<GivenTime>& time,
              const std::string& help) {
@@ -74,10 +84,7 @@ void AddExport(CLI::App& app, ExportOptions& options, Command& command) {
     out->add_option("FILE", options.file, FILE_HELP)->required();
     out->add_option("--output", options.output, "Write to this file instead of standard output");
     out->add_flag("--raw", options.raw, "All bytes of each message in hex, no fields");
-    out->add_option("--channel", options.channels, "Only these channels: 3 or 0,3")
-        ->delimiter(',')
-        ->allow_extra_args(false)
-        ->check(CLI::Range(0, 15));
+    AddChannels(*out, options.channels);
     out->add_option("--type", options.types, "Only these types of messages: 17 or 17,19")
         ->delimiter(',')
         ->allow_extra_args(false);
@@ -88,6 +95,34 @@ void AddExport(CLI::App& app, ExportOptions& options, Command& command) {
     out->callback([&options, &command] { command = [&options] { return RunExport(options); }; });
 }
 
+void AddDiff(CLI::App& app, DiffOptions& options, Command& command) {
+    CLI::App* diff = app.add_subcommand(
+        "diff",
+        "Compares the messages of two captures, channel by channel: how many there are, and the "
+        "first that differs. Exit status 1 if there is one.");
+    diff->add_option("A", options.a, FILE_HELP)->required();
+    diff->add_option("B", options.b, "The other")->required();
+    diff->add_flag("--times", options.times, "The messages' times must be the same too");
+    diff->callback([&options, &command] { command = [&options] { return RunDiff(options); }; });
+}
+
+void AddStats(CLI::App& app, StatsOptions& options, Command& command) {
+    constexpr double shortest = 1e-6;
+    constexpr double longest = 1e9;
+    CLI::App* stats = app.add_subcommand(
+        "stats",
+        "The rate and the longest gap between two messages over the day, as a table or a "
+        "plot. Exit status 1 if a file is cut.");
+    stats->add_option("FILE", options.files, "The captures, in the order of time")->required();
+    stats->add_option("--plot", options.plot, "Draw it to this SVG file (with gnuplot)");
+    stats
+        ->add_option("--bin", options.binSeconds,
+                     "Seconds of each row or dot; without it as many as fit the day")
+        ->check(CLI::Range(shortest, longest));
+    AddChannels(*stats, options.channels);
+    stats->callback([&options, &command] { command = [&options] { return RunStats(options); }; });
+}
+
 int Main(int argc, const char* const* argv) {
     CLI::App app{"Looks at recordings of what an application polled from its board.",
                  "zce-capture"};
@@ -96,9 +131,13 @@ int Main(int argc, const char* const* argv) {
     InfoOptions info;
     std::vector<std::string> verified;
     ExportOptions table;
+    DiffOptions diff;
+    StatsOptions stats;
     AddInfo(app, info, command);
     AddVerify(app, verified, command);
     AddExport(app, table, command);
+    AddDiff(app, diff, command);
+    AddStats(app, stats, command);
     if (const auto status = ZceProgram::ReadCommandLine(app, argc, argv)) {
         return *status;
     }

@@ -82,6 +82,8 @@ void CMessageRecorder::BeginPass(bool last) {
         source.queue->BeginPass(last);
     }
     m_clock.Note();  // not before anything that is written now
+    m_beat.microsecond.store(m_clock.Microsecond(), std::memory_order_relaxed);
+    m_beat.passes.fetch_add(1, std::memory_order_relaxed);
 }
 
 CMessageRecorder::Source* CMessageRecorder::Earliest() {

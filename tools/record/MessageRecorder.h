@@ -13,6 +13,7 @@
 #include "record/FileMaker.h"
 #include "record/MessageQueue.h"
 #include "record/Settings.h"
+#include "record/Stamps.h"
 #include "record/Surroundings.h"
 #include "record/TickClock.h"
 
@@ -45,6 +46,7 @@ class CMessageRecorder {
     // The child of a fork lets the files go. No stream is opened meanwhile.
     void Abandon();
     CFileMaker& Maker() { return m_maker; }
+    const Beat& GetBeat() const { return m_beat; }
 
   private:
     struct Source {
@@ -80,6 +82,7 @@ class CMessageRecorder {
     // The writer's.
     std::vector<CCaptureSeries*> m_written;
     CTickClock m_clock;
+    Beat m_beat;
     std::vector<unsigned char> m_packet;
     uint64_t m_recorded = 0;
     uint64_t m_lost = 0;

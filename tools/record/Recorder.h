@@ -23,6 +23,7 @@ class CRecorder {
     CMessageQueue* StreamOpened(uint16_t bus, uint16_t channel);
     // Whether the messages are stamped with the processor's counter (TickClock.h).
     bool Counts() const { return m_settings.counts; }
+    const Beat& GetBeat() const { return m_messages.GetBeat(); }
     // Whether accesses are to be added.
     bool WantsRegisters();
     void AddAccess(const RegisterAccess& access) { m_registers.Add(access); }

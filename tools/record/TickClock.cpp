@@ -36,6 +36,17 @@ void CTickClock::Note(int64_t count, int64_t timeNs) {
     }
 }
 
+int64_t CTickClock::Microsecond() const {
+    constexpr int64_t nsPerMicrosecond = 1000;
+    if (m_moments.size() < 2) {
+        return 0;
+    }
+    const Moment& last = m_moments.back();
+    const Moment& before = m_moments[m_moments.size() - 2];
+    const int64_t ns = last.timeNs - before.timeNs;
+    return ns <= 0 ? 0 : (last.count - before.count) / std::max<int64_t>(ns / nsPerMicrosecond, 1);
+}
+
 int64_t CTickClock::TimeOf(int64_t stamp) const {
     if (!m_counts || m_moments.empty()) {
         return stamp;

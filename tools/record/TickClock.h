@@ -35,6 +35,8 @@ class CTickClock {
     void Note();
     void Note(int64_t count, int64_t timeNs);
     int64_t TimeOf(int64_t stamp) const;
+    // In counts, by the last two moments; 0: not known.
+    int64_t Microsecond() const;
 
   private:
     struct Moment {

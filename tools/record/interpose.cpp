@@ -3,7 +3,6 @@
 
 #include <pthread.h>
 
-#include <atomic>
 #include <cerrno>
 #include <cstdint>
 #include <exception>
@@ -14,58 +13,54 @@
 #include "preload/Preload.h"
 #include "preload/StreamTable.h"
 #include "record/Recorder.h"
+#include "record/Stamps.h"
 #include "record/TickClock.h"
 
 namespace {
 
 using ZceRecord::CMessageQueue;
 static_assert(ZcePreload::BUS_UNKNOWN == ZCE_CAPTURE_BUS_UNKNOWN);
-using CQueues = ZcePreload::CStreamTable<CMessageQueue>;
 
-// All that there is, and never destroyed: a program may poll after its static objects are gone.
-struct State {
-    ZceRecord::CRecorder recorder{ZceRecord::ReadSettings()};
-    CQueues queues;
+// What a poll looks at; there before any code runs. The calls are found before the first stream is
+// in the table.
+struct Polls {
+    ZcePreload::CStreamTable<CMessageQueue> queues;
+    decltype(&enyx_hw_a2c_stream_poll_once) next = nullptr;
+    enyx_hw_a2c_handler onPacket = nullptr;
+    const ZceRecord::Beat* beat = nullptr;
 };
+constinit Polls g_polls;
 
-State& Get() {
-    static auto* state = new State;
-    return *state;
+// Never destroyed: a program may poll after its static objects are gone.
+ZceRecord::CRecorder& Recorder() {
+    static auto* recorder = new ZceRecord::CRecorder(ZceRecord::ReadSettings());
+    return *recorder;
 }
 
-// What the recorder's handler needs of the poll that it runs in.
-struct Poll {
-    CMessageQueue* queue;
-    enyx_hw_a2c_handler handler;
-    void* context;
-};
+[[gnu::tls_model("initial-exec")]] constinit thread_local ZceRecord::CStamps t_stamps;
 
-// What each poll needs, found once, by the first one.
-struct PollNeeds {
-    decltype(&enyx_hw_a2c_stream_poll_once) next;
-    const CQueues* queues;
-    enyx_hw_a2c_handler onPacket;
-};
-constinit std::atomic<const PollNeeds*> g_pollNeeds{nullptr};
-
-template <int64_t (*stamp)()>
+// The handlers that stand in the application's place; `context` is the stream's queue.
 void OnPacket(const unsigned char* data, unsigned int size, void* context) {
-    const Poll& poll = *static_cast<const Poll*>(context);
-    poll.queue->Put(stamp(), data, size);
-    poll.handler(data, size, poll.context);
+    static_cast<CMessageQueue*>(context)->Deliver(
+        t_stamps.Next<&ZceRecord::ReadCounter>(*g_polls.beat), data, size);
+}
+void OnPacketByClock(const unsigned char* data, unsigned int size, void* context) {
+    static_cast<CMessageQueue*>(context)->Deliver(ZceRecord::RealTimeNs(), data, size);
 }
 
-// A function of its own, and the last thing that a poll does: so an ordinary poll saves no
-// register.
-[[gnu::cold, gnu::noinline]] int FirstPoll(enyx_hw_a2c_stream* stream, enyx_hw_a2c_handler handler,
-                                           void* context) {
-    static const PollNeeds needs{
-        ZcePreload::Next(&enyx_hw_a2c_stream_poll_once, "enyx_hw_a2c_stream_poll_once"),
-        &Get().queues,
-        Get().recorder.Counts() ? &OnPacket<&ZceRecord::ReadCounter>
-                                : &OnPacket<&ZceRecord::RealTimeNs>};
-    g_pollNeeds.store(&needs, std::memory_order_release);
-    return enyx_hw_a2c_stream_poll_once(stream, handler, context);
+void FindCalls() {
+    if (g_polls.next == nullptr) {
+        g_polls.beat = &Recorder().GetBeat();
+        g_polls.onPacket = Recorder().Counts() ? &OnPacket : &OnPacketByClock;
+        g_polls.next =
+            ZcePreload::Next(&enyx_hw_a2c_stream_poll_once, "enyx_hw_a2c_stream_poll_once");
+    }
+}
+
+[[gnu::cold, gnu::noinline]] int PassOn(enyx_hw_a2c_stream* stream, enyx_hw_a2c_handler handler,
+                                        void* context) {
+    ZCE_PRELOAD_NEXT(enyx_hw_a2c_stream_poll_once);
+    return next(stream, handler, context);
 }
 
 void AddAccess(const enyx_hw_register_description* description, bool write, int64_t timeNs,
@@ -84,7 +79,7 @@ void AddAccess(const enyx_hw_register_description* description, bool write, int6
         access.width = description->width;
     }
     try {
-        Get().recorder.AddAccess(access);
+        Recorder().AddAccess(access);
     } catch (const std::exception& reason) {
         ZceRecord::Say(std::string("a register access is not recorded: ") + reason.what());
     }
@@ -95,7 +90,7 @@ bool WantsRegisters() noexcept {
     const int kept = errno;
     bool wants = false;
     try {
-        wants = Get().recorder.WantsRegisters();
+        wants = Recorder().WantsRegisters();
     } catch (const std::exception& reason) {
         ZceRecord::Say(std::string("register accesses are not recorded: ") + reason.what());
     }
@@ -105,24 +100,24 @@ bool WantsRegisters() noexcept {
 
 void BeforeFork() {
     ZcePreload::GetShared().mutex.lock();
-    Get().recorder.BeforeFork();
+    Recorder().BeforeFork();
 }
 
 void AfterFork(bool child) {
-    Get().recorder.AfterFork(child);
+    Recorder().AfterFork(child);
     ZcePreload::GetShared().mutex.unlock();
 }
 
 // The environment is read before the program can change it.
 __attribute__((constructor)) void Begin() {
-    Get();
+    Recorder();
     pthread_atfork(
         &BeforeFork, [] { AfterFork(false); }, [] { AfterFork(true); });
 }
 
 // Runs behind the program's own exit handlers and the destructors of its static objects.
 __attribute__((destructor)) void End() {
-    Get().recorder.Finish();
+    Recorder().Finish();
 }
 
 }  // namespace
@@ -131,16 +126,16 @@ const char* const ZcePreload::LIBRARY = "zce-record";
 const char* const ZcePreload::NOT_DONE = "not recorded";
 
 void ZcePreload::StreamOpened(enyx_hw_a2c_stream* stream, const CHandles::Stream& what) {
-    State& state = Get();
-    CMessageQueue* queue = state.recorder.StreamOpened(what.bus, what.channel);
-    if (queue != nullptr && !state.queues.Add(stream, queue)) {
+    CMessageQueue* queue = Recorder().StreamOpened(what.bus, what.channel);
+    FindCalls();
+    if (queue != nullptr && !g_polls.queues.Add(stream, queue)) {
         queue->Close();
         ZceRecord::Say("too many open streams: one is not recorded");
     }
 }
 
 void ZcePreload::StreamCloses(enyx_hw_a2c_stream* stream) {
-    CMessageQueue* queue = Get().queues.Remove(stream);
+    CMessageQueue* queue = g_polls.queues.Remove(stream);
     if (queue != nullptr) {
         queue->Close();
     }
@@ -148,18 +143,16 @@ void ZcePreload::StreamCloses(enyx_hw_a2c_stream* stream) {
 
 extern "C" {
 
+// Ends with a jump: what the vendor's poll calls and gives back passes by this function.
 ZCE_PRELOAD_EXPORT int enyx_hw_a2c_stream_poll_once(enyx_hw_a2c_stream* stream,
                                                     enyx_hw_a2c_handler handler, void* context) {
-    const PollNeeds* needs = g_pollNeeds.load(std::memory_order_acquire);
-    if (needs == nullptr) [[unlikely]] {
-        return FirstPoll(stream, handler, context);
-    }
-    CMessageQueue* queue = needs->queues->Find(stream);
+    CMessageQueue* queue = g_polls.queues.Find(stream);
     if (queue == nullptr || handler == nullptr) [[unlikely]] {
-        return needs->next(stream, handler, context);
+        return PassOn(stream, handler, context);
     }
-    Poll poll{queue, handler, context};
-    return needs->next(stream, needs->onPacket, &poll);
+    queue->BeginPoll(handler, context);
+    t_stamps.BeginPoll();
+    return g_polls.next(stream, g_polls.onPacket, queue);
 }
 
 ZCE_PRELOAD_EXPORT int enyx_hw_read(enyx_hw_core* core,
