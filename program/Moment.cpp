@@ -50,6 +50,8 @@ bool IsDate(unsigned int date) {
 
 }  // namespace
 
+const char* const NO_MOMENT = "no time: HH:MM, HH:MM:SS or YYYY-MM-DDTHH:MM:SS";
+
 std::optional<Moment> ReadMoment(const std::string& text, unsigned int today) {
     std::string_view time = text;
     Moment moment{today, 0};
@@ -86,8 +88,7 @@ std::optional<Moment> MomentToAsk(const char* name, const std::optional<std::str
     }
     const std::optional<Moment> at = ReadMoment(*text, now->date);
     if (!at) {
-        fprintf(stderr, "%s: --at: %s is no time: HH:MM, HH:MM:SS or YYYY-MM-DDTHH:MM:SS\n", name,
-                text->c_str());
+        fprintf(stderr, "%s: --at: %s is %s\n", name, text->c_str(), NO_MOMENT);
     }
     return at;
 }

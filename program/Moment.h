@@ -32,4 +32,7 @@ std::optional<Moment> MomentToAsk(const char* name, const std::optional<std::str
 std::string MomentText(const Moment& moment);
 std::string TimeText(unsigned int time);
 
+// What the usage error of a program says of a text that is no moment.
+extern const char* const NO_MOMENT;
+
 }  // namespace ZceProgram
