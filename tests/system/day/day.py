@@ -131,9 +131,13 @@ class Day:
         return self.manager.services[name]
 
     def ctl(self, *words):
-        done = subprocess.run([self.programs + "/zce-board", "ctl", "--json", *words],
-                              env=dict(self.manager.environment), capture_output=True, text=True,
-                              check=False)
+        for _ in range(10):
+            done = subprocess.run([self.programs + "/zce-board", "ctl", "--json", *words],
+                                  env=dict(self.manager.environment), capture_output=True, text=True,
+                                  check=False)
+            # On a loaded machine a board may take longer to answer than ctl waits.
+            if "does not answer" not in done.stderr:
+                break
         if done.returncode != 0:
             raise Failure(f"zce-board ctl {' '.join(words)}: {done.stderr}")
         return done.stdout
