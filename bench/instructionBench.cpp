@@ -1,7 +1,8 @@
 // Instructions, for callgrind to count: polls through VelaRecv beside the vendor's poll on the same
 // kind of ring with the callback called straight from its handler; idle, and delivering a message
-// of each type. Each stretch of polls is one dump of callgrind with the stretch's name; without
-// valgrind around it the program only checks that every message arrives.
+// of each type; and the least that such a poll has to do, written by hand (leastPath.h). Each
+// stretch of polls is one dump of callgrind with the stretch's name; without valgrind around it the
+// program only checks that every message arrives.
 //
 // scripts/instructions.sh runs it and makes the table.
 
@@ -13,6 +14,7 @@
 #include "benchBoard.h"
 #include "benchMain.h"
 #include "benchProcess.h"
+#include "leastPath.h"
 #include "memory/Ring.h"
 
 namespace velabench {
@@ -72,6 +74,10 @@ int PollLibrary(void* what) {
     return static_cast<IVelaZceMdApi*>(what)->VelaRecv();
 }
 
+int PollLeast(void* what) {
+    return static_cast<IPolled*>(what)->Recv();
+}
+
 template <std::uint32_t type>
 int PollVendor(void* what) {
     IVelaZceMdSpi* direct = &g_sink;
@@ -87,10 +93,12 @@ void Expect(int delivered, int expected) {
 
 template <std::uint32_t type>
 void CountMessages(const CBenchBoard& board, ZceBoard::CRingProducer& libraryRing,
-                   ZceBoard::CRingProducer& vendorRing) {
+                   ZceBoard::CRingProducer& vendorRing, IPolled& least) {
     const std::string name = std::to_string(type);
     Fill(vendorRing, type);
     Expect(CountPolls(PollVendor<type>, board.VendorStream(), ("vendor-" + name).c_str()), polls);
+    Fill(vendorRing, type);
+    Expect(CountPolls(PollLeast, &least, ("least-" + name).c_str()), polls);
     Fill(libraryRing, type);
     Expect(CountPolls(PollLibrary, board.Api(), ("library-" + name).c_str()), polls);
 }
@@ -105,17 +113,19 @@ int main(int argc, char** argv) {
     CBenchBoard board(g_sink);
     ZceBoard::CRingProducer libraryRing = Producer(board, libraryChannel);
     ZceBoard::CRingProducer vendorRing = Producer(board, vendorChannel);
+    CLeastPath least(board.VendorStream(), g_sink);
     // The first message installs the signal handlers, and the linker binds nothing late.
-    CountMessages<17>(board, libraryRing, vendorRing);
-    CountMessages<17>(board, libraryRing, vendorRing);
-    CountMessages<18>(board, libraryRing, vendorRing);
-    CountMessages<19>(board, libraryRing, vendorRing);
-    CountMessages<20>(board, libraryRing, vendorRing);
+    CountMessages<17>(board, libraryRing, vendorRing, least);
+    CountMessages<17>(board, libraryRing, vendorRing, least);
+    CountMessages<18>(board, libraryRing, vendorRing, least);
+    CountMessages<19>(board, libraryRing, vendorRing, least);
+    CountMessages<20>(board, libraryRing, vendorRing, least);
     // The ring stays away once after a burst: not a part of an idle poll.
     Expect(PollVendor<17>(board.VendorStream()), 0);
     Expect(PollLibrary(board.Api()), 0);
     Expect(CountPolls(PollVendor<17>, board.VendorStream(), "vendor-idle"), 0);
     Expect(CountPolls(PollLibrary, board.Api(), "library-idle"), 0);
+    Expect(CountPolls(PollLeast, &least, "least-idle"), 0);
     Finish();
     return 0;
 }

@@ -1,7 +1,8 @@
 // What the library puts on top of the vendor's poll: a delivered message and an idle poll through
-// VelaRecv, beside the same ring polled by the vendor's call with the callback called directly; for
-// messages of several sizes, for bursts of several lengths, and how the vendor's poll grows with
-// the number of channels that one thread looks at.
+// VelaRecv, beside the same ring polled by the vendor's call with the callback called directly, and
+// beside the least that such a poll has to do, written by hand (leastPath.h); for messages of
+// several sizes, for bursts of several lengths, and how the vendor's poll grows with the number of
+// channels that one thread looks at.
 //
 // Everything is in one process and on one thread: the ring is filled between the timed stretches,
 // so that the figures are the receiving side's alone. What counts is the ratio at the end.
@@ -17,6 +18,7 @@
 #include "benchClock.h"
 #include "benchMain.h"
 #include "benchProcess.h"
+#include "leastPath.h"
 #include "memory/Ring.h"
 
 namespace velabench {
@@ -59,6 +61,7 @@ class SumSpi final : public IVelaZceMdSpi {
 
 SumSpi g_spi;
 CBenchBoard* g_board = nullptr;
+IPolled* g_least = nullptr;                    // of the vendor's channel
 std::vector<ZceBoard::CRingProducer> g_rings;  // by channel
 
 void OnMessage(const unsigned char* data, unsigned int /*size*/, void* context) {
@@ -71,7 +74,15 @@ int PollLibrary() {
 
 int PollVendor() {
     IVelaZceMdSpi* direct = &g_spi;
-    return enyx_hw_a2c_stream_poll_once(g_board->VendorStream(), OnMessage, direct);
+    return enyx_hw_a2c_stream_poll_once(g_board->LibraryStream(), OnMessage, direct);
+}
+
+int PollLeast() {
+    const int got = g_least->Recv();
+    if (got < 0) [[unlikely]] {
+        Die("the end was not asked for");
+    }
+    return got;
 }
 
 // The sum of the numbers that are in the messages.
@@ -123,25 +134,30 @@ std::uint64_t ClockTicks() {
     return ticks;
 }
 
-// Of one repetition: stretches of the library's poll and of the vendor's in turns.
+// Of one repetition: stretches of the library's poll, of the vendor's and of the least one in
+// turns.
 class CTurns {
   public:
-    void Add(std::uint64_t library, std::uint64_t vendor) {
+    void Add(std::uint64_t library, std::uint64_t vendor, std::uint64_t least) {
         m_library += library - std::min(library, ClockTicks());
         m_vendor += vendor - std::min(vendor, ClockTicks());
+        m_least += least - std::min(least, ClockTicks());
     }
     void Tell(benchmark::State& state, double polls) const {
         const double library = static_cast<double>(m_library) * NsOfTick() / polls;
         const double vendor = static_cast<double>(m_vendor) * NsOfTick() / polls;
+        const double least = static_cast<double>(m_least) * NsOfTick() / polls;
         state.SetIterationTime(library * 1e-9);
         state.counters["VelaRecv"] = library;
         state.counters["bare"] = vendor;
         state.counters["ratio"] = library / vendor;
+        state.counters["least"] = least / vendor;
     }
 
   private:
     std::uint64_t m_library = 0;
     std::uint64_t m_vendor = 0;
+    std::uint64_t m_least = 0;
 };
 
 void CompareMessages(benchmark::State& state, std::uint32_t size, int count) {
@@ -151,8 +167,10 @@ void CompareMessages(benchmark::State& state, std::uint32_t size, int count) {
         for (int k = 0; k < stretches; ++k) {
             std::uint64_t sum = Fill(libraryChannel, size, count);
             const std::uint64_t library = TimePolls(PollLibrary, count, count, sum);
-            sum = Fill(vendorChannel, size, count);
-            turns.Add(library, TimePolls(PollVendor, count, count, sum));
+            sum = Fill(libraryChannel, size, count);
+            const std::uint64_t vendor = TimePolls(PollVendor, count, count, sum);
+            sum = Fill(libraryChannel, size, count);
+            turns.Add(library, vendor, TimePolls(PollLeast, count, count, sum));
         }
         turns.Tell(state, static_cast<double>(count) * stretches);
     }
@@ -164,7 +182,8 @@ void CompareIdle(benchmark::State& state) {
         CTurns turns;
         for (int k = 0; k < stretches; ++k) {
             const std::uint64_t library = TimePolls(PollLibrary, idlePolls, 0, 0);
-            turns.Add(library, TimePolls(PollVendor, idlePolls, 0, 0));
+            const std::uint64_t vendor = TimePolls(PollVendor, idlePolls, 0, 0);
+            turns.Add(library, vendor, TimePolls(PollLeast, idlePolls, 0, 0));
         }
         turns.Tell(state, static_cast<double>(idlePolls) * stretches);
     }
@@ -246,9 +265,11 @@ void PrintAll(const CMedians& medians) {
         const std::string name = SizeName(size);
         PrintBound(medians, "a delivered message of " + std::to_string(size) + " bytes", name);
         PrintRatioAtMost("recv-" + name, medians.Counter(name, "ratio"), bound);
+        PrintRatio("recv-" + name + "-least", medians.Counter(name, "least"));
     }
     PrintBound(medians, "an idle poll", "idle");
     PrintRatio("recv-idle", medians.Counter("idle", "ratio"));
+    PrintRatio("recv-idle-least", medians.Counter("idle", "least"));
     for (const std::uint32_t size : sizes) {
         PrintPair(medians, "message-cost-by-size", size, SizeName(size));
     }
@@ -287,6 +308,8 @@ int main(int argc, char** argv) {
     RegisterAll();
     CBenchBoard board(g_spi, true);
     g_board = &board;
+    CLeastPath least(board.LibraryStream(), g_spi);
+    g_least = &least;
     FindRings();
     CMedians medians;
     RunAll(medians);

@@ -17,6 +17,15 @@ CFileHash::CFileHash() : m_state(std::make_unique<State>()) {
 
 CFileHash::~CFileHash() = default;
 
+CFileHash::CFileHash(const CFileHash& other) : CFileHash() {
+    *this = other;
+}
+
+CFileHash& CFileHash::operator=(const CFileHash& other) {
+    XXH3_copyState(&m_state->xxh3, &other.m_state->xxh3);
+    return *this;
+}
+
 void CFileHash::Reset() {
     XXH3_128bits_reset(&m_state->xxh3);
 }

@@ -11,8 +11,8 @@ class CFileHash {
   public:
     CFileHash();
     ~CFileHash();
-    CFileHash(const CFileHash&) = delete;
-    CFileHash& operator=(const CFileHash&) = delete;
+    CFileHash(const CFileHash& other);
+    CFileHash& operator=(const CFileHash& other);
 
     void Reset();
     void Add(const void* data, size_t size);

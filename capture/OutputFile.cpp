@@ -26,7 +26,8 @@ bool COutputFile::Open(const std::string& path, std::string& error) {
         return false;
     }
     struct stat status {};
-    if (fstat(fd, &status) == 0 && S_ISREG(status.st_mode)) {
+    m_regular = fstat(fd, &status) == 0 && S_ISREG(status.st_mode);
+    if (m_regular) {
         if (flock(fd, LOCK_EX | LOCK_NB) != 0) {
             error = errno == EWOULDBLOCK ? "another process is recording to it"
                                          : std::string("cannot lock: ") + std::strerror(errno);
@@ -44,6 +45,23 @@ bool COutputFile::Open(const std::string& path, std::string& error) {
     return true;
 }
 
+bool COutputFile::OpenNew(const std::string& path) {
+    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
+    if (fd < 0) {
+        return false;
+    }
+    // Nobody else has it. A file system without locks is no reason to record nothing.
+    flock(fd, LOCK_EX | LOCK_NB);
+    m_regular = true;
+    m_fd = fd;
+    return true;
+}
+
+bool COutputFile::IsRemoved() const {
+    struct stat status {};
+    return m_fd >= 0 && fstat(m_fd, &status) == 0 && status.st_nlink == 0;
+}
+
 bool COutputFile::Write(const char* data, size_t size, std::string& error) {
     while (size != 0) {
         const ssize_t written = write(m_fd, data, std::min(size, PIECE_BYTES));
@@ -58,6 +76,11 @@ bool COutputFile::Write(const char* data, size_t size, std::string& error) {
         }
     }
     return true;
+}
+
+bool COutputFile::Truncate(uint64_t bytes) {
+    const auto end = static_cast<off_t>(bytes);
+    return m_regular && ftruncate(m_fd, end) == 0 && lseek(m_fd, end, SEEK_SET) == end;
 }
 
 void COutputFile::Close() {

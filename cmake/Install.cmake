@@ -58,7 +58,7 @@ add_dependencies(installed VelaZceMdApi)
 install(TARGETS VelaZceMdApi EXPORT VelaZceMdApiTargets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library NAMELINK_COMPONENT development)
 install(FILES include/IVelaZceMdApi.h include/VelaZceUtils.h include/VelaZceExport.h
-              board/include/ZceBoardMsg.h capture/ZceCapture.h
+              board/include/ZceBoardMsg.h board/include/ZceBoardState.h capture/ZceCapture.h
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
 install(EXPORT VelaZceMdApiTargets NAMESPACE VelaZceMdApi::
         DESTINATION ${VELAZCE_CMAKE_DIR} COMPONENT development)
@@ -81,9 +81,10 @@ configure_file(cmake/velazcemdapi.pc.in ${CMAKE_CURRENT_BINARY_DIR}/velazcemdapi
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/velazcemdapi.pc
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 
-# The software board and the programs. The recorder stands in front of either library.
-install(TARGETS zce-record LIBRARY DESTINATION ${VELAZCE_BOARD_LIBDIR} COMPONENT board)
-add_dependencies(installed zce-record)
+# The software board and the programs. The recorder and the watch stand in front of either library.
+install(TARGETS zce-record zce-watch-preload
+        LIBRARY DESTINATION ${VELAZCE_BOARD_LIBDIR} COMPONENT board)
+add_dependencies(installed zce-record zce-watch-preload)
 install(FILES tools/wireshark/zce.lua DESTINATION ${CMAKE_INSTALL_DATADIR}/zce-board COMPONENT board)
 if(NOT ENYX_HW_LIBRARY)
   install(TARGETS enyx-hw-c
@@ -95,7 +96,7 @@ if(NOT ENYX_HW_LIBRARY)
   install(PROGRAMS ${CMAKE_BINARY_DIR}/zce-board-run
           DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT board)
 endif()
-foreach(program zce-board zce-top zce-check zce-bin zce-capture zce-recv)
+foreach(program zce-board zce-top zce-check zce-bin zce-capture zce-watch zce-recv)
   if(TARGET ${program})
     velazce_install_program(${program})
   endif()

@@ -1,9 +1,9 @@
 # The manual pages, compressed as man reads them, and the completion for bash. A page of a program that
 # this build does not have is not installed.
 find_program(GZIP gzip REQUIRED)
-set(VELAZCE_MANUALS velazcemdapi.7 VelaZceMdApi.3 zce-config.5 zce-record.7)
+set(VELAZCE_MANUALS velazcemdapi.7 VelaZceMdApi.3 zce-config.5 zce-record.7 zce-watch.7)
 set(VELAZCE_COMPLETIONS "")
-foreach(program zce-board zce-board-ctl zce-board-run zce-top zce-recv zce-check zce-bin zce-capture)
+foreach(program zce-board zce-board-ctl zce-board-run zce-top zce-recv zce-check zce-bin zce-capture zce-watch)
   string(REGEX REPLACE "-(ctl|run)$" "" target ${program})
   if(TARGET ${target})
     list(APPEND VELAZCE_MANUALS ${program}.1)
@@ -25,7 +25,7 @@ foreach(manual ${VELAZCE_MANUALS})
   set(component board)
   if(section EQUAL 3)
     set(component development)
-  elseif(NOT section EQUAL 1 AND NOT manual STREQUAL "zce-record.7")
+  elseif(NOT section EQUAL 1 AND NOT manual MATCHES "^zce-(record|watch)[.]7$")
     set(component documentation)
   endif()
   install(FILES ${VELAZCE_MANUAL_DIR}/${manual}.gz

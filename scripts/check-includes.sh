@@ -22,7 +22,9 @@ ctl                 board/ctl/
 process             board/process/
 process/main        board/process/zceBoardMain.cpp
 capture             capture/
+tools/preload       tools/preload/
 tools/record        tools/record/
+tools/watch         tools/watch/
 tools/top           tools/top/
 tools/check         tools/check/
 tools/bin           tools/bin/
@@ -47,6 +49,7 @@ tests/anomaly       tests/anomaly/
 tests/system        tests/system/
 tests/capture       tests/capture/
 tests/record        tests/record/
+tests/watch         tests/watch/
 tests/memory        tests/memory/
 tests/vendor        tests/vendor/
 tests/exchange      tests/exchange/
@@ -72,14 +75,16 @@ traffic             device exchange memory capture board/include
 device              exchange memory board/include
 exchange            memory:RegisterMap.h memory:Phase.h memory:HostClock.h board/include
 ctl                 program memory
-vendor              memory src/enyxHw
+vendor              memory src/enyxHw board/include
 memory
 capture
 program
 board/include
 # Tools. zce-top measures its pauses on the clock that the board's pauses are measured on.
-tools/record        capture src/enyxHw
-tools/top           program ctl memory:HostClock.h
+tools/preload       src/enyxHw
+tools/record        tools/preload capture src/enyxHw
+tools/watch         tools/preload program src/enyxHw
+tools/top           program ctl tools/watch memory:HostClock.h
 # The library's own rules, asked before the day.
 tools/check         program include src/* exchange memory
 tools/bin           program include src/*
@@ -99,22 +104,23 @@ src/enyxHw
 # What a user starts from.
 examples            include board/include
 # Benchmarks and tests. The tests of a room see what it sees, and the rooms below it.
-bench               include board/include device exchange memory capture src/*
+bench               include board/include device exchange memory capture tools/watch src/*
 fuzz                tools/capture include src/* process traffic device exchange memory capture board/include tests/support
 tests/support       include src/*
 tests/unit          include src/* tests/support tools/check:WhenStart.h
 tests/differential  include src/* tests/support
 tests/anomaly       include src/* tests/support
 tests/capture       capture tests/support
-tests/record        tools/record capture tests/support
+tests/record        tools/record tools/preload capture tests/support
+tests/watch         tools/watch tests/support
 tests/memory        memory tests/support
-tests/vendor        vendor memory src/enyxHw device tests/memory
+tests/vendor        vendor memory src/enyxHw board/include device tests/memory
 tests/exchange      exchange memory board/include
 tests/device        device exchange memory board/include src/* tests/unit tests/support
 tests/traffic       traffic device exchange memory capture board/include tests/support
 tests/process       process traffic device exchange memory capture board/include tests/memory tests/vendor tests/support
 tests/ctl           ctl memory tests/memory
-tests/top           tools/top ctl
+tests/top           tools/top tools/watch ctl
 tests/check         tools/check program include src/* exchange memory tests/support
 tests/bin           tools/bin program include src/* tests/support
 tests/capturetool   tools/capture program capture board/include tests/support
@@ -202,7 +208,7 @@ awk -v rooms="$(rooms)" -v table="$(table)" -v excuses="$(excused)" -v files="$(
         # What stands in front of the slash of an include, and where that is.
         split("memory vendor exchange device traffic ctl process", word, " ")
         for (k in word) named[word[k]] = "board/" word[k] "/"
-        named["capture"] = "capture/"; named["record"] = "tools/record/"; named["top"] = "tools/top/"
+        named["capture"] = "capture/"; named["record"] = "tools/record/"; named["preload"] = "tools/preload/"; named["watch"] = "tools/watch/"; named["top"] = "tools/top/"
         named["check"] = "tools/check/"; named["bin"] = "tools/bin/"
         named["capturetool"] = "tools/capture/"
         split("DataType DrvEnyx log Utils", word, " ")

@@ -14,7 +14,8 @@ BUILD_PACKAGES=(g++ cmake ninja-build libiniparser-dev libcli11-dev libfmt-dev
 TEST_PACKAGES=(clang-14 lld clang-tidy clang-format libclang-rt-14-dev faketime strace binutils
                pkg-config make git procps tmux tshark gnuplot-nox
                abigail-tools cppcheck doxygen
-               dpkg-dev file lintian man-db mandoc)
+               dpkg-dev file lintian man-db mandoc
+               prometheus systemd logrotate)
 # For the plots.
 BENCH_PACKAGES=(gnuplot-nox git)
 

@@ -8,8 +8,11 @@
 #     ./scripts/demo.sh [--record DIRECTORY]
 #
 # With --record what each receiver polls is recorded to DIRECTORY/master.1.pcap, second.1.pcap, ...,
-# to be played again with zce-board --replay.
+# to be played again with zce-board --replay. With ZCE_DEMO_WATCH=DIRECTORY in the environment the
+# receivers are watched by libzce-watch.so, and what zce-watch export says of them towards the end of
+# the day is in DIRECTORY/zce.prom.
 record=
+watch=${ZCE_DEMO_WATCH:+$(mkdir -p "$ZCE_DEMO_WATCH" && cd "$ZCE_DEMO_WATCH" && pwd)}
 if [ $# -eq 2 ] && [ "$1" = --record ]; then
     mkdir -p "$2"
     record=$(cd "$2" && pwd)
@@ -104,10 +107,9 @@ receive() {
     local name=$1 config=$2
     shift 2
     mkdir -p "$work/${name%.*}"
-    local recorded=()
-    [ -z "$record" ] || recorded=(LD_PRELOAD="$lib/libzce-record.so libfaketime.so.1"
-        ZCE_RECORD="$record/$name.pcap")
-    (cd "$work/${name%.*}" && exec "${on_virtual_clock[@]}" "${recorded[@]}" "$bin/zce-recv" \
+    local preloaded=${record:+"$lib/libzce-record.so "}${watch:+"$lib/libzce-watch.so "}
+    (cd "$work/${name%.*}" && exec "${on_virtual_clock[@]}" LD_PRELOAD="${preloaded}libfaketime.so.1" \
+        ${record:+ZCE_RECORD="$record/$name.pcap" ZCE_RECORD_OVERWRITE=1} ${watch:+ZCE_WATCH="$watch"} "$bin/zce-recv" \
         "$ROOT/examples/config/$config" --print 3 --names "$work/$name.names" "$@") \
         >"$work/$name.log" 2>&1 &
     pid=$!
@@ -145,7 +147,7 @@ say "Installing what is missing, and building (Release)"
 why="the installation failed"
 need "${BUILD_PACKAGES[@]}" faketime
 why="the build failed"
-build release VelaZceMdApi enyx-hw-c zce-board zce-recv zce-record
+build release VelaZceMdApi enyx-hw-c zce-board zce-recv zce-record ${watch:+zce-watch zce-watch-preload}
 why="stopped early"
 
 bin=$ROOT/build/release/bin
@@ -220,6 +222,8 @@ wait_for "$work/master.3.log" "type=" 15
 tell "master: subscribed and receiving again"
 sleep 3
 
+[ -z "$watch" ] || "$bin/zce-watch" export --directory "$watch" --output "$watch/zce.prom" ||
+    fail "zce-watch export failed"
 say "The virtual day ends: the board stops, the receivers drain what is left and end"
 kill -INT $board
 wait_end $board zce-board 10

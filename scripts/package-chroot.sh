@@ -96,12 +96,14 @@ say "Every example, with g++ as C++11 and clang as C++20; one with CMake"
 why="an example does not build"
 as_user 'mkdir -p built
     cp -r /usr/share/doc/VelaZceMdApi/examples .
-    for source in $(find examples -name "*.cpp"); do
+    for source in examples/*.cpp examples/recv; do
+        files=$source
+        [ ! -d $source ] || files=$source/*.cpp
         libraries=
-        ! grep -q iniparser.h $source || libraries="-I/usr/include/iniparser -liniparser"
+        ! grep -q iniparser.h $files || libraries="-I/usr/include/iniparser -liniparser"
         name=$(basename $source .cpp)
-        g++ -std=c++11 -O2 -Wall -Wextra -Werror -pthread $source -o built/$name-g++ $(pkg-config --cflags --libs velazcemdapi) $libraries
-        clang++ -std=c++20 -O2 -Wall -Wextra -Werror -pthread $source -o built/$name-clang++ $(pkg-config --cflags --libs velazcemdapi) $libraries
+        g++ -std=c++11 -O2 -Wall -Wextra -Werror -pthread $files -o built/$name-g++ $(pkg-config --cflags --libs velazcemdapi) $libraries
+        clang++ -std=c++20 -O2 -Wall -Wextra -Werror -pthread $files -o built/$name-clang++ $(pkg-config --cflags --libs velazcemdapi) $libraries
         echo "   $source"
     done
     mkdir app && cd app

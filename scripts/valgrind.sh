@@ -61,9 +61,10 @@ until_says() {
 }
 
 # left_open NAME: the descriptors of its own that are open at its end and are not meant to be. Meant, each
-# once, because they are kept for the life of the process: the log's, the cache file's, and the one of
-# the board's memory on which the process has locked its token of the core lock, so that the token is
-# dead when the process is (board/memory/CoreLock.h). What it was started with is not its own.
+# once, because they are kept for the life of the process: the log's, the cache file's, and two of the
+# board's memory: the one on which the process has locked its token of the core lock, so that the token
+# is dead when the process is (board/memory/CoreLock.h), and the one by which it asks whether the board
+# runs (zce_board_state). What it was started with is not its own.
 left_open() {
     awk -v memory="/dev/shm/$ZCE_BOARD_SHM_PREFIX" '
         function judge(kind) {
@@ -71,6 +72,7 @@ left_open() {
             if (file == "bin") kind = "cache"
             else if (file ~ /^\/tmp\/fpgalog\/\//) kind = "log"
             else if (index(file, memory) == 1 && stack ~ /CCoreLock::Identify/) kind = "lock"
+            else if (index(file, memory) == 1 && stack ~ /enyx_hw_accelerator_get/) kind = "life"
             if (file != "" && !inherited && (kind == "unmeant" || meant[kind]++)) print file "\n" stack
             file = ""
         }

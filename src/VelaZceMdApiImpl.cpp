@@ -221,7 +221,7 @@ int CVelaZceMdApiImpl::VelaStart(IVelaZceMdSpi& spi, const char* cfgPath) {
     return 0;
 }
 
-int CVelaZceMdApiImpl::VelaRecv() {
+[[gnu::aligned(64)]] int CVelaZceMdApiImpl::VelaRecv() {
     if (IsExit()) [[unlikely]] {
         return -1;
     }

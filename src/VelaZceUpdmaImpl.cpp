@@ -183,6 +183,7 @@ int CZceDmaChanImpl::InitDma(ZceDmaInitParms_t* params) {
                   params->chanName.c_str());
         return -1;
     }
+    m_stPoll = m_pDma->Poller();
     return 0;
 }
 

@@ -51,7 +51,7 @@ class CZceDmaChanImpl final : public CZceSettleTime {
     // One receive step, after Work: hands what is waiting to DmaEntrance.
     // Returns 1 if a callback was made since the last call, else 0.
     unsigned int PollOnce() {
-        m_pDma->RecvOnce(reinterpret_cast<void*>(&CZceDmaChanImpl::DmaEntrance), this);
+        m_stPoll.poll(m_stPoll.polled, &CZceDmaChanImpl::DmaEntrance, this);
         const unsigned int bGotData = m_bGotData;
         m_bGotData = 0;
         return bGotData;
@@ -93,7 +93,8 @@ class CZceDmaChanImpl final : public CZceSettleTime {
     void ResetAndClear();
     void SubscribeAll();
     void Deliver(unsigned int type, const unsigned char* msg);
-    [[gnu::cold, gnu::noinline]] void HandleOtherMsg(const unsigned char* msg, unsigned int len);
+    [[gnu::cold, gnu::noinline]] static void HandleOtherMsg(const unsigned char* msg,
+                                                            unsigned int len, void* ctx);
     [[gnu::cold, gnu::noinline]] void DeliverWithSignals(unsigned int type,
                                                          const unsigned char* msg);
 
@@ -112,6 +113,7 @@ class CZceDmaChanImpl final : public CZceSettleTime {
     IDrv* m_pDrv;                                         // not owned
     CVelaZceMdApiImpl* m_pApi;                            // the owner
     unsigned int m_uiChannel;                             // 255 until the master's Init has read it
+    DrvDmaPoll_t m_stPoll{};                              // m_pDma's, once the stream is open
 
     // The signal handlers are installed. Two channels' first messages may come at the same moment.
     static std::atomic<unsigned char> m_bSignalRegister;

@@ -114,7 +114,7 @@ const char* PhaseText(uint32_t phase) {
 }
 
 const char* SourceText(uint32_t source) {
-    constexpr const char* NAMES[] = {"live", "scenario", "replay"};
+    constexpr const char* NAMES[] = {"live", "scenario", "replay", "relay"};
     return source < std::size(NAMES) ? NAMES[source] : UNKNOWN;
 }
 

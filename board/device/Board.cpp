@@ -59,12 +59,24 @@ bool CBoard::HearDecoded(uint32_t channel, const unsigned char* message, uint32_
     if (sender.IsOpen() && !sender.SendWhole(message, size)) {
         return false;
     }
+    CountParsed(message, size);
+    return true;
+}
+
+void CBoard::HearLive(uint32_t channel, const unsigned char* message, uint32_t size) {
+    CChannelSender& sender = m_channels[channel];
+    if (sender.IsOpen()) {
+        sender.SendOrDrop(message, size);
+    }
+    CountParsed(message, size);
+}
+
+void CBoard::CountParsed(const unsigned char* message, uint32_t size) {
     uint32_t type = 0;
     memcpy(&type, message, std::min<size_t>(size, sizeof(type)));
     if (type - ZCE_BOARD_TYPE_L1_SINGLE < COUNTERS_PER_GROUP) {
         ++m_parsed[type - ZCE_BOARD_TYPE_L1_SINGLE];
     }
-    return true;
 }
 
 void CBoard::Learn(const std::vector<Instrument>& instruments) {

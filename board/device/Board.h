@@ -44,6 +44,8 @@ class CBoard {
     // A whole message that the board is said to have decoded, for one channel, whatever is
     // subscribed. False while the channel's ring is full; what nobody is there to receive is gone.
     bool HearDecoded(uint32_t channel, const unsigned char* message, uint32_t size);
+    // The same as a board that lives sends it: a full ring drops the message.
+    void HearLive(uint32_t channel, const unsigned char* message, uint32_t size);
     // Learns these instruments, if some process does not have the core lock just now and the board
     // is not held in reset.
     void Learn(const std::vector<Instrument>& instruments);
@@ -88,6 +90,7 @@ class CBoard {
 
   private:
     bool TryLock();
+    void CountParsed(const unsigned char* message, uint32_t size);
     static std::array<CChannelSender, CHANNELS> MakeSenders(BoardShm& shm);
 
     CBoardMemory& m_memory;

@@ -110,13 +110,24 @@ bool CChannelSender::SendWhole(const unsigned char* message, uint32_t size) {
     if (place == nullptr) {
         return false;
     }
+    Commit(place, message, size);
+    return true;
+}
+
+void CChannelSender::SendOrDrop(const unsigned char* message, uint32_t size) {
+    unsigned char* place = Place(size);
+    if (place != nullptr) {
+        Commit(place, message, size);
+    }
+}
+
+void CChannelSender::Commit(unsigned char* place, const unsigned char* message, uint32_t size) {
     memcpy(place, message, size);
     m_producer.CommitWrite(size);
     uint32_t type = 0;
     memcpy(&type, message, std::min<size_t>(size, sizeof(type)));
     CountSent(ChannelCounts::PlaceOf(type));
     CountWhole(type, message, size);
-    return true;
 }
 
 void CChannelSender::SendGarbage(const unsigned char* message, uint32_t size) {

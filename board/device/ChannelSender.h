@@ -63,6 +63,9 @@ class CChannelSender {
     // it is one of the software board's own messages.
     bool SendWhole(const unsigned char* message, uint32_t size);
 
+    // The same, but a full ring drops the message.
+    void SendOrDrop(const unsigned char* message, uint32_t size);
+
     // Whether the reader has taken out all that was sent to it.
     bool IsDrained() const {
         return m_ring.control->tail.load(std::memory_order_acquire) ==
@@ -104,6 +107,7 @@ class CChannelSender {
     }
     // The same for a message that is dropped if there is none.
     unsigned char* Place(uint32_t size);
+    void Commit(unsigned char* place, const unsigned char* message, uint32_t size);
     void CountSent(size_t place);
     void CountInstrument(uint32_t table, uint32_t index);
     void CountWhole(uint32_t type, const unsigned char* message, uint32_t size);

@@ -71,7 +71,7 @@ class CRequestTaker {
 int AwaitPass(CBoardMemory& memory);
 
 // Where the board's traffic comes from (BoardStats::source).
-enum class TrafficSource : uint32_t { Live, Scenario, Replay };
+enum class TrafficSource : uint32_t { Live, Scenario, Replay, Relay };
 
 // How a feed stands (BoardStats::feeds).
 enum class FeedState : uint32_t { Any, Ok, Closed, Wrong };

@@ -65,20 +65,43 @@ void DescribeSources(CLI::App& app, Options& options) {
     source->add_option("--replay", options.replay,
                        "A recorded session: its messages go to the channels that they came from, "
                        "once all of them are open");
+    source->add_option("--relay", options.relay,
+                       "What zce-relay publishes of the board of another machine, through the NATS "
+                       "server at this address, nats://HOST:PORT: the same messages, as they come");
     source->require_option(1);
+}
+
+void DescribeRelay(CLI::App& app, Options& options) {
+    auto* relay = app.get_option("--relay");
+    app.add_option("--relay-settings", options.relaySettings,
+                   "An INI file whose section [nats] has user and password, token, nkey or "
+                   "credentials, and the files for TLS")
+        ->needs(relay);
+    auto* stream =
+        app.add_option("--relay-stream", options.relayStream,
+                       "JetStream's stream: what was published while the server was away comes "
+                       "later")
+            ->needs(relay);
+    app.add_flag("--relay-from-start", options.bRelayFromStart,
+                 "Begin with the oldest message that the stream has")
+        ->needs(stream);
 }
 
 void DescribeExchange(CLI::App& app, Options& options, Words& words) {
     const auto noScenario = [&app](CLI::Option* option) {
         option->excludes(app.get_option("--scenario"))->excludes(app.get_option("--replay"));
+        return option;
     };
-    noScenario(app.add_option("--seed", options.live.seed,
-                              "Seed of the market: the same seed and list give the same ticks")
-                   ->capture_default_str());
-    noScenario(app.add_option("--rate", options.live.rate,
-                              "Ticks a second of real time, over all instruments")
-                   ->check(CLI::Range(uint64_t{0}, MAX_RATE))
-                   ->capture_default_str());
+    const auto exchangeAlone = [&app, &noScenario](CLI::Option* option) {
+        noScenario(option)->excludes(app.get_option("--relay"));
+    };
+    exchangeAlone(app.add_option("--seed", options.live.seed,
+                                 "Seed of the market: the same seed and list give the same ticks")
+                      ->capture_default_str());
+    exchangeAlone(app.add_option("--rate", options.live.rate,
+                                 "Ticks a second of real time, over all instruments")
+                      ->check(CLI::Range(uint64_t{0}, MAX_RATE))
+                      ->capture_default_str());
     noScenario(
         app.add_option("--broadcast-cycle", words.auctionCycle,
                        "Seconds of board time for one round of the instrument broadcast in an "
@@ -94,6 +117,7 @@ void DescribeExchange(CLI::App& app, Options& options, Words& words) {
 Given Describe(CLI::App& app, Options& options, Words& words) {
     DescribeSources(app, options);
     DescribeExchange(app, options, words);
+    DescribeRelay(app, options);
     Given given;
     given.bus = app.add_option("--bus", words.bus, "Bus index of the board")
                     ->check(CLI::Range(0U, MAX_BUSES - 1))
@@ -105,7 +129,8 @@ Given Describe(CLI::App& app, Options& options, Words& words) {
                        "a host's section [config]: a feed arrives only while the host has "
                        "programmed the same. Without: both arrive, whatever is programmed")
             ->excludes(app.get_option("--scenario"))
-            ->excludes(app.get_option("--replay"));
+            ->excludes(app.get_option("--replay"))
+            ->excludes(app.get_option("--relay"));
     app.add_option("--speed", words.speed,
                    "How fast a replay goes: a factor from 0.001 to 1000, or max")
         ->needs(app.get_option("--replay"))
@@ -114,11 +139,13 @@ Given Describe(CLI::App& app, Options& options, Words& words) {
                               "The board's time of day at the beginning, as the exchange's clocks "
                               "show it, whatever the zone of this machine: \"HH:MM:SS\" or "
                               "\"YYYY-MM-DD HH:MM:SS\"")
-                   ->excludes(app.get_option("--replay"));
+                   ->excludes(app.get_option("--replay"))
+                   ->excludes(app.get_option("--relay"));
     given.clockSpeed = app.add_option("--clock-speed", words.clockSpeed,
                                       "How fast the board's clock goes: a factor from 0.001 to "
                                       "1000")
                            ->excludes(app.get_option("--replay"))
+                           ->excludes(app.get_option("--relay"))
                            ->capture_default_str();
     app.add_option("--clock-file", options.clockFile,
                    "A file that tells the board's clock to programs under libfaketime")
@@ -132,7 +159,8 @@ Given Describe(CLI::App& app, Options& options, Words& words) {
         ->capture_default_str();
     app.add_flag("--list-instruments", options.bList,
                  "Print the instruments, one index,type,name a line, and end")
-        ->excludes(app.get_option("--replay"));
+        ->excludes(app.get_option("--replay"))
+        ->excludes(app.get_option("--relay"));
     return given;
 }
 

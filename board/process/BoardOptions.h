@@ -22,6 +22,10 @@ struct Options {
     std::string scenario;
     std::string replay;
     int64_t speedMilli = 1000;  // 0: as fast as can be
+    std::string relay;
+    std::string relaySettings;
+    std::string relayStream;
+    bool bRelayFromStart = false;
     std::string clockFile;
     std::optional<gid_t> group;  // which may use the board beside the user
     uint32_t accessNs = 0;       // what an access to a register takes at least

@@ -13,9 +13,13 @@
 #include "process/Command.h"
 #include "process/CommandSetting.h"
 #include "process/Signals.h"
+#include "program/Printable.h"
 #include "program/Program.h"
+#include "relay/Receiver.h"
+#include "relay/Settings.h"
 #include "traffic/FeedFile.h"
 #include "traffic/LiveTraffic.h"
+#include "traffic/RelayTraffic.h"
 #include "traffic/ReplayTraffic.h"
 #include "traffic/ScenarioTraffic.h"
 
@@ -163,6 +167,43 @@ int PlayCapture(const Options& options) {
     return play.Run();
 }
 
+int PlayRelay(const Options& options) {
+    constexpr size_t ringBytes = size_t{64} << 20U;
+    ZceRelay::Settings settings;
+    std::string error;
+    if (!options.relaySettings.empty() &&
+        !ZceRelay::ReadSettings(options.relaySettings, settings, error)) {
+        return NotStarted("--relay-settings " + error);
+    }
+    if (!ZceRelay::TakeServer(options.relay, settings, error)) {
+        return NotStarted("--relay: " + error);
+    }
+    const uint32_t bus = options.bus.value_or(0);
+    ZceRelay::SubscribeOptions what;
+    what.bus = static_cast<uint16_t>(bus);
+    what.stream = options.relayStream;
+    what.name = "zce-board bus " + std::to_string(bus);
+    if (options.bRelayFromStart) {
+        what.sinceNs = 0;
+    }
+    ZceRelay::CReceivedMessages messages(ringBytes);
+    ZceRelay::CReceiver receiver(settings, what, messages, [](const std::string& line) {
+        fprintf(stderr, "zce-board: relay: %s\n", ZceProgram::Printable(line).c_str());
+    });
+    CPlay play(options);
+    std::string clockFile = options.clockFile;
+    if (!receiver.Prepare(error) || !play.Prepare(clockFile, "--clock-file " + clockFile, error) ||
+        !play.Boards().Add(
+            bus, {},
+            std::make_unique<ZceBoard::CRelayTraffic>(messages, settings.server, options.live.pace,
+                                                      !options.relayStream.empty()),
+            clockFile, error)) {
+        return NotStarted(error);
+    }
+    receiver.Start();
+    return play.Run();
+}
+
 int Main(int argc, char** argv) {
     ZceBoard::Signals::IgnoreBrokenPipes();
     Options options;
@@ -175,6 +216,9 @@ int Main(int argc, char** argv) {
     tzset();
     if (!options.scenario.empty()) {
         return PlayScenario(options);
+    }
+    if (!options.relay.empty()) {
+        return PlayRelay(options);
     }
     return options.replay.empty() ? PlayLive(options) : PlayCapture(options);
 }

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "ZceBoardState.h"
 #include "vendor/StandardError.h"
 #include "vendor/enyxHandles.h"
 
@@ -56,7 +57,26 @@ bool LookForBoard(enyx_hw_accelerator& accelerator, const CBoardFile& holder) {
     return false;
 }
 
+// A forked child has lost the file: it looks for the memory by its name.
+bool IsRunning(const enyx_hw_accelerator& accelerator) {
+    if (accelerator.life.Fd() >= 0) {
+        return accelerator.life.IsLocked(LOCK_BOARD);
+    }
+    CBoardFile file;
+    return accelerator.memory.Reopen(file) != ENODEV;
+}
+
 }  // namespace
+
+int BoardState(const enyx_hw_accelerator& accelerator) {
+    const int err = errno;
+    int state = ZCE_BOARD_RUNS;
+    if (!IsRunning(accelerator)) {
+        state = CBoardMemory::Probe(accelerator.memory.Bus()) == 0 ? ZCE_BOARD_NEW : ZCE_BOARD_GONE;
+    }
+    errno = err;
+    return state;
+}
 
 void LookAfter(enyx_hw_a2c_stream& stream) {
     const int err = errno;

@@ -21,6 +21,10 @@ struct BoardWatch {
 // something have been written over it. Leaves errno alone.
 [[gnu::cold]] void LookAfter(enyx_hw_a2c_stream& stream);
 
+// One of ZceBoardState.h: whether the board that the process has mapped runs, by the kernel. Any
+// thread. Leaves errno alone.
+int BoardState(const enyx_hw_accelerator& accelerator);
+
 // Says, once in a process, that the board of a bus is not for this user.
 void TellNoAccess(uint32_t bus);
 

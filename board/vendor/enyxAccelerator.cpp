@@ -1,7 +1,9 @@
+#include <algorithm>
 #include <memory>
 #include <mutex>
 #include <vector>
 
+#include "ZceBoardState.h"
 #include "vendor/enyxHandles.h"
 
 namespace {
@@ -94,6 +96,7 @@ ENYX_HW_EXPORT enyx_hw_accelerator* enyx_hw_accelerator_get(
     }
     ZceBoard::BoardShm& shm = accelerator->memory.Shm();
     accelerator->registers.emplace(shm);
+    accelerator->memory.Reopen(accelerator->life);
     accelerator->lock.emplace(accelerator->memory);
     accelerators.opened.push_back(std::move(accelerator));
     ZceBoard::TellSoftwareBoard(*accelerators.opened.back());
@@ -120,6 +123,21 @@ ENYX_HW_EXPORT int enyx_hw_accelerator_enumerate_mmios(enyx_hw_accelerator* acce
 ENYX_HW_EXPORT void enyx_hw_free_mmio_descriptors(enyx_hw_mmio_descriptor** descriptors,
                                                   size_t count) {
     ZceBoard::FreeDescriptors(descriptors, count);
+}
+
+ENYX_HW_EXPORT int zce_board_state(void) {
+    Accelerators& accelerators = Opened();
+    const std::lock_guard guard(accelerators.mutex);
+    int state = ZCE_BOARD_RUNS;
+    std::vector<uint32_t> seen;
+    for (auto it = accelerators.opened.rbegin(); it != accelerators.opened.rend(); ++it) {
+        const uint32_t bus = (*it)->memory.Bus();
+        if (std::find(seen.begin(), seen.end(), bus) == seen.end()) {
+            seen.push_back(bus);
+            state = std::max(state, ZceBoard::BoardState(**it));
+        }
+    }
+    return state;
 }
 
 }  // extern "C"

@@ -61,6 +61,7 @@ struct enyx_hw_accelerator {
     ZceBoard::CBoardMemory memory;
     std::optional<ZceBoard::CRegisterFile> registers;
     std::optional<ZceBoard::CCoreLock> lock;
+    ZceBoard::CBoardFile life;  // the kernel is asked by it whether the board runs
     ZceBoard::BoardWatch watch;
     std::mutex mmioMutex;
     std::vector<std::unique_ptr<enyx_hw_mmio>> mmios;

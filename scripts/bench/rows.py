@@ -8,8 +8,12 @@ CALLS = "a plain loop of the same vendor calls"
 ROWS = [
     (r"live-(L\d)-median.*", r"one way of a live \1 message, board process to callback, median", DIRECT, " ×"),
     (r"live-(L\d)-99", r"one way of a live \1 message, 99 %", DIRECT, " ×"),
+    (r"instructions-least-idle", "the least that an idle poll has to execute, by hand, above", "an idle poll of the vendor's", ""),
+    (r"instructions-least-(\d+)", r"the least that a message of type \1 has to execute, by hand, above", DIRECT, ""),
     (r"instructions-idle", "instructions of an idle `VelaRecv`, above", "an idle poll of the vendor's", ""),
     (r"instructions-(\d+)", r"instructions of a message of type \1, above", DIRECT, ""),
+    (r"recv-message-(\d+)-least", r"the least that such a poll has to do, by hand, \1 bytes", DIRECT, " ×"),
+    (r"recv-idle-least", "the same, an idle poll", "an idle poll of the vendor's", " ×"),
     (r"recv-(?:message-)?(\d+)", r"a message of \1 bytes from a ring in the cache", DIRECT, " ×"),
     (r"recv-idle", "an idle `VelaRecv`", "an idle poll of the vendor's", " ×"),
     (r"start-reset", "a start that resets the board, without its fixed waits", CALLS, " ×"),
@@ -41,6 +45,9 @@ ROWS = [
     (r"recorder-clock-alone-ns", "of which the reading of the clock", "without it", " ns"),
     (r"capture-export-(L\d)-zstd", r"`zce-capture export --csv`, \1, compressed capture", "a processor's second", " million messages"),
     (r"capture-export-(L\d)", r"`zce-capture export --csv`, \1", "a processor's second", " million messages"),
+    (r"watch-message-ns", "the watch on: a message, above", "without it", " ns"),
+    (r"watch-idle-ns", "the watch on: an idle poll, above", "without it", " ns"),
+    (r"watch-clock-alone-ns", "of which, once in up to 128 polls, a reading of the processor's counter", "without it", " ns"),
 ]
 
 # Plot -> title, x axis, y axis, and of "x", "y" the axes that are logarithmic.

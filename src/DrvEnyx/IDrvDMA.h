@@ -15,6 +15,13 @@ struct DrvDmaInitParms_t {
 // The packet is the driver's and is valid only during the call.
 using DrvDmaHandler_t = void (*)(const unsigned char*, unsigned int, void*);
 
+// A poll without a hop through a driver's table: poll(polled, handler, context), the handler not
+// null, returns what RecvOnce would. Good as long as the driver and its streams are.
+struct DrvDmaPoll_t {
+    int (*poll)(void* polled, DrvDmaHandler_t handler, void* context);
+    void* polled;
+};
+
 // Packets between the board and the host over one channel's pair of streams. One object for each
 // channel, used by one thread. Statuses are 0 for success and -1 for failure.
 class IDrvDMA {
@@ -35,4 +42,14 @@ class IDrvDMA {
     virtual void RegisterHandler(void* handler, void* context) = 0;
     // RecvOnceCb, through the interface.
     virtual int PollData() = 0;
+
+    // What RecvOnce comes to, for a loop that does nothing but poll. To be asked for anew after
+    // each Init. By itself a driver is polled through its RecvOnce.
+    virtual DrvDmaPoll_t Poller() {
+        return {[](void* polled, DrvDmaHandler_t handler, void* context) {
+                    return static_cast<IDrvDMA*>(polled)->RecvOnce(reinterpret_cast<void*>(handler),
+                                                                   context);
+                },
+                this};
+    }
 };

@@ -232,6 +232,15 @@ int CDrvDMAEnyx::PollData() {
     return RecvOnceCb();
 }
 
+// The hot path.
+DrvDmaPoll_t CDrvDMAEnyx::Poller() {
+    return {[](void* polled, DrvDmaHandler_t handler, void* context) {
+                return enyx_hw_a2c_stream_poll_once(static_cast<enyx_hw_a2c_stream*>(polled),
+                                                    handler, context);
+            },
+            m_pA2cStream};
+}
+
 int CDrvDMAEnyx::RejectNullHandler() {
     if (!m_bNullHandlerWarned) {
         m_bNullHandlerWarned = true;

@@ -32,11 +32,12 @@ class CDrvDMAEnyx : public IDrvDMA {
     // Busy while it waits: it does not sleep.
     int Send(void* packet, unsigned int size) override;
 
-    // The hot path: nothing but the vendor's poll.
-    int RecvOnce(void* handler, void* context) override;
+    // Nothing but the vendor's poll. Final: the Poller does not come by here.
+    int RecvOnce(void* handler, void* context) final;
     int RecvOnceCb() override;
     void RegisterHandler(void* handler, void* context) override;
     int PollData() override;
+    DrvDmaPoll_t Poller() override;
 
     // The accelerator of the channel opened last, by any object; null after a release. A record
     // only: nothing depends on it.

@@ -20,7 +20,7 @@
 #include "capture/OutputFile.h"
 #include "captureBytes.h"
 #include "nanoseconds.h"
-#include "record/Handles.h"
+#include "preload/Handles.h"
 #include "record/MessageRecorder.h"
 #include "record/Recorder.h"
 #include "record/Settings.h"
@@ -33,7 +33,7 @@ namespace {
 
 using velatest::CaptureBytes;
 using velatest::Prefix;
-using ZceRecord::CHandles;
+using ZcePreload::CHandles;
 using ZceRecord::CMessageQueue;
 using ZceRecord::CMessageRecorder;
 
@@ -57,8 +57,22 @@ TEST(CaptureLayout, FieldsAreReadFromTheirBytesInCToo) {
 class Recorder : public testing::Test {
   protected:
     void Open(size_t bufferBytes = 4096) {
+        m_settings = SettingsOf("day.pcap", Path(), bufferBytes);
+        m_recorder = std::make_unique<CMessageRecorder>(m_settings);
+    }
+    static ZceRecord::Settings SettingsOf(const std::string& name, const std::string& path,
+                                          size_t bufferBytes) {
+        ZceRecord::Settings settings;
+        settings.name = name;
+        settings.path = path;
+        settings.bufferBytes = bufferBytes;
+        return settings;
+    }
+    CMessageQueue* Opened(uint16_t bus, uint16_t channel) {
         std::string error;
-        ASSERT_TRUE(m_recorder.Open("day.pcap", Path(), bufferBytes, error)) << error;
+        CMessageQueue* queue = m_recorder->Opened(bus, channel, error);
+        EXPECT_EQ(error, "");
+        return queue;
     }
     static void Put(CMessageQueue* queue, int64_t timeNs, const std::string& message) {
         queue->Put(timeNs, reinterpret_cast<const unsigned char*>(message.data()),
@@ -67,59 +81,60 @@ class Recorder : public testing::Test {
     std::string Path() const { return m_directory / "day.pcap"; }
 
     velatest::TempDir m_directory;
-    CMessageRecorder m_recorder;
+    ZceRecord::Settings m_settings;
+    std::unique_ptr<CMessageRecorder> m_recorder;
 };
 
 TEST_F(Recorder, WritesPrefixAndMessageOfEachOpeningByteByByte) {
     Open();
-    CMessageQueue* first = m_recorder.Opened(2, 3);
-    CMessageQueue* other = m_recorder.Opened(65535, 15);
+    CMessageQueue* first = Opened(2, 3);
+    CMessageQueue* other = Opened(65535, 15);
     Put(first, 5 * SECOND + 7, "abc");
     Put(other, 5 * SECOND + 8, "x");
     Put(first, 6 * SECOND, "defg");
     first->Close();
-    CMessageQueue* again = m_recorder.Opened(2, 3);
+    CMessageQueue* again = Opened(2, 3);
     Put(again, 7 * SECOND, "h");
-    m_recorder.Pass(true);
+    m_recorder->Pass(true);
     EXPECT_EQ(velatest::WholeFile(Path()), CaptureBytes()
                                                .Add(5, 7, Prefix(1, 3, 1, 2, 1) + "abc")
                                                .Add(5, 8, Prefix(1, 15, 1, 65535, 1) + "x")
                                                .Add(6, 0, Prefix(1, 3, 2, 2, 1) + "defg")
                                                .Add(7, 0, Prefix(1, 3, 1, 2, 2) + "h")
                                                .Bytes());
-    EXPECT_EQ(m_recorder.Summary(), "day.pcap: 4 messages recorded, 0 lost");
+    EXPECT_EQ(m_recorder->Summary(), "day.pcap: 4 messages recorded, 0 lost");
 }
 
 TEST_F(Recorder, WhatIsNotWrittenIsCountedOverAllOpenings) {
     Open();
-    CMessageQueue* first = m_recorder.Opened(0, 3);
-    CMessageQueue* other = m_recorder.Opened(0, 4);
+    CMessageQueue* first = Opened(0, 3);
+    CMessageQueue* other = Opened(0, 4);
     Put(first, 1, "a");
     Put(first, 2, "b");
     Put(other, 3, "c");
     first->Close();
-    m_recorder.Pass(true);
-    EXPECT_EQ(m_recorder.Missing(), "");
+    m_recorder->Pass(true);
+    EXPECT_EQ(m_recorder->Missing(), "");
     Put(other, 4, "d");
-    Put(m_recorder.Opened(0, 3), 5, "e");
+    Put(Opened(0, 3), 5, "e");
     EXPECT_EQ(
-        m_recorder.Missing(),
+        m_recorder->Missing(),
         "day.pcap: nothing can be written any more: up to 2 of 5 messages are not in the file");
 }
 
 TEST_F(Recorder, SeveralStreamsAreInTheOrderOfTimeEvenIfOneIsLate) {
     Open();
-    CMessageQueue* one = m_recorder.Opened(0, 1);
-    CMessageQueue* two = m_recorder.Opened(0, 2);
+    CMessageQueue* one = Opened(0, 1);
+    CMessageQueue* two = Opened(0, 2);
     Put(one, 10, "10");
     Put(one, 30, "30");
-    m_recorder.Pass(false);  // nothing was there at a pass before
+    m_recorder->Pass(false);  // nothing was there at a pass before
     EXPECT_EQ(velatest::WholeFile(Path()), CaptureBytes().Bytes());
     Put(two, 20, "20");  // polled before the pass, by a thread that was held up
     Put(two, 40, "40");
-    m_recorder.Pass(false);
-    m_recorder.Pass(false);
-    m_recorder.Pass(false);
+    m_recorder->Pass(false);
+    m_recorder->Pass(false);
+    m_recorder->Pass(false);
     CaptureBytes expected;
     expected.Add(0, 10, Prefix(1, 1, 1) + "10").Add(0, 20, Prefix(1, 2, 1) + "20");
     expected.Add(0, 30, Prefix(1, 1, 2) + "30").Add(0, 40, Prefix(1, 2, 2) + "40");
@@ -128,12 +143,12 @@ TEST_F(Recorder, SeveralStreamsAreInTheOrderOfTimeEvenIfOneIsLate) {
 
 TEST_F(Recorder, AClockThatWasSetBackKeepsNothingBack) {
     Open();
-    CMessageQueue* queue = m_recorder.Opened(0, 1);
+    CMessageQueue* queue = Opened(0, 1);
     Put(queue, 3600 * SECOND, "a");
     Put(queue, 1, "b");
-    m_recorder.Pass(false);
-    m_recorder.Pass(false);
-    m_recorder.Pass(false);
+    m_recorder->Pass(false);
+    m_recorder->Pass(false);
+    m_recorder->Pass(false);
     EXPECT_EQ(velatest::WholeFile(Path()), CaptureBytes()
                                                .Add(3600, 0, Prefix(1, 1, 1) + "a")
                                                .Add(0, 1, Prefix(1, 1, 2) + "b")
@@ -142,29 +157,29 @@ TEST_F(Recorder, AClockThatWasSetBackKeepsNothingBack) {
 
 TEST_F(Recorder, WhatHasNoRoomIsCountedAndToldInItsPlace) {
     Open(2 * (HEAD + 4));
-    CMessageQueue* queue = m_recorder.Opened(0, 5);
+    CMessageQueue* queue = Opened(0, 5);
     Put(queue, 1, "aaaa");
     Put(queue, 2, "bbbb");
     Put(queue, 3, "cccc");  // full
     Put(queue, 4, "");
-    m_recorder.Pass(true);
+    m_recorder->Pass(true);
     Put(queue, 5, "eeee");
     Put(queue, 6, "ffff");
-    m_recorder.Pass(true);
+    m_recorder->Pass(true);
     CaptureBytes expected;
     expected.Add(0, 1, Prefix(1, 5, 1) + "aaaa").Add(0, 2, Prefix(1, 5, 2) + "bbbb");
     expected.Add(0, 4, Prefix(2, 5, 2));
     expected.Add(0, 5, Prefix(1, 5, 5) + "eeee").Add(0, 6, Prefix(1, 5, 6) + "ffff");
     EXPECT_EQ(velatest::WholeFile(Path()), expected.Bytes());
-    EXPECT_EQ(m_recorder.Summary(), "day.pcap: 4 messages recorded, 2 lost");
+    EXPECT_EQ(m_recorder->Summary(), "day.pcap: 4 messages recorded, 2 lost");
 }
 
 TEST_F(Recorder, AMessageLargerThanTheQueueIsLostAndTheNextOneIsNot) {
     Open(2 * (HEAD + 4));
-    CMessageQueue* queue = m_recorder.Opened(0, 5);
+    CMessageQueue* queue = Opened(0, 5);
     Put(queue, 1, std::string(100, 'x'));
     Put(queue, 2, "bbbb");
-    m_recorder.Pass(true);
+    m_recorder->Pass(true);
     EXPECT_EQ(
         velatest::WholeFile(Path()),
         CaptureBytes().Add(0, 2, Prefix(2, 5, 1)).Add(0, 2, Prefix(1, 5, 2) + "bbbb").Bytes());
@@ -172,10 +187,10 @@ TEST_F(Recorder, AMessageLargerThanTheQueueIsLostAndTheNextOneIsNot) {
 
 TEST_F(Recorder, AMessageLargerThanAPacketOfTheFileIsLost) {
     Open(size_t{1} << 20);
-    CMessageQueue* queue = m_recorder.Opened(0, 5);
+    CMessageQueue* queue = Opened(0, 5);
     Put(queue, 1, std::string(262144 - 16, 'x'));
     Put(queue, 2, std::string(262144 - 15, 'y'));
-    m_recorder.Pass(true);
+    m_recorder->Pass(true);
     EXPECT_EQ(velatest::WholeFile(Path()),
               CaptureBytes()
                   .Add(0, 1, Prefix(1, 5, 1) + std::string(262144 - 16, 'x'))
@@ -186,7 +201,7 @@ TEST_F(Recorder, AMessageLargerThanAPacketOfTheFileIsLost) {
 TEST_F(Recorder, AnotherThreadsMessagesComeWholeInOrderOrAreCounted) {
     Open(20000);
     constexpr uint64_t each = 20000;
-    std::array<CMessageQueue*, 2> queues{m_recorder.Opened(0, 0), m_recorder.Opened(0, 1)};
+    std::array<CMessageQueue*, 2> queues{Opened(0, 0), Opened(0, 1)};
     std::atomic<int64_t> clock{1};
     std::atomic<size_t> running{queues.size()};
     std::vector<std::thread> pollers;
@@ -201,12 +216,12 @@ TEST_F(Recorder, AnotherThreadsMessagesComeWholeInOrderOrAreCounted) {
         });
     }
     while (running != 0) {
-        m_recorder.Pass(false);
+        m_recorder->Pass(false);
     }
     for (std::thread& poller : pollers) {
         poller.join();
     }
-    m_recorder.Pass(true);
+    m_recorder->Pass(true);
     std::string error;
     ZceCapture::CCaptureReader reader;
     ZceCapture::CaptureMessage message;
@@ -230,11 +245,8 @@ TEST_F(Recorder, AnotherThreadsMessagesComeWholeInOrderOrAreCounted) {
 TEST_F(Recorder, AReaderThatGoesBeforeTheEndDoesNotEndTheApplication) {
     ASSERT_EQ(mkfifo(Path().c_str(), 0600), 0);
     const int reader = open(Path().c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    ZceRecord::Settings settings;
-    settings.name = "day.pcap";
-    settings.path = Path();
-    settings.bufferBytes = 4096;
-    const auto recorder = std::make_unique<ZceRecord::CRecorder>(settings);
+    const auto recorder =
+        std::make_unique<ZceRecord::CRecorder>(SettingsOf("day.pcap", Path(), 4096));
     CMessageQueue* queue = recorder->StreamOpened(0, 1);
     std::array<char, 24> header{};  // of the file
     size_t size = 0;
@@ -274,31 +286,37 @@ TEST(RecorderLine, WhereNobodyReadsItIsLostAndTakesNoOtherSignalAlong) {
     EXPECT_EXIT(say(true), testing::ExitedWithCode(7), "");
 }
 
-TEST_F(Recorder, AFileThatIsRecordedToIsRefusedAndLeftAsItIs) {
+TEST_F(Recorder, AFileThatIsRecordedToIsNotReplacedWhateverTheSettings) {
     Open();
-    Put(m_recorder.Opened(0, 0), 1, "a");
-    m_recorder.Pass(true);
+    Put(Opened(0, 0), 1, "a");
+    m_recorder->Pass(true);
     const std::string before = velatest::WholeFile(Path());
-    CMessageRecorder second;
+    ZceRecord::Settings settings = m_settings;
+    settings.overwrite = true;
+    CMessageRecorder second(settings);
     std::string error;
-    EXPECT_FALSE(second.Open("day.pcap", Path(), 4096, error));
-    EXPECT_EQ(error, "another process is recording to it");
+    EXPECT_EQ(second.Opened(0, 0, error), nullptr);
+    EXPECT_EQ(error, "day.pcap: another process is recording to it");
     EXPECT_EQ(velatest::WholeFile(Path()), before);
 }
 
 TEST_F(Recorder, AFullDiskEndsTheRecordingWithOneLine) {
-    std::string error;
-    ASSERT_TRUE(m_recorder.Open("/dev/full", "/dev/full", 4096, error)) << error;
-    CMessageQueue* queue = m_recorder.Opened(0, 0);
+    m_settings = SettingsOf("/dev/full", "/dev/full", 4096);
+    m_recorder = std::make_unique<CMessageRecorder>(m_settings);
+    CMessageQueue* queue = Opened(0, 0);
     Put(queue, 1, "a");
     testing::internal::CaptureStderr();
-    m_recorder.Pass(true);
+    m_recorder->Pass(true);
     Put(queue, 2, "b");
-    m_recorder.Pass(true);
+    m_recorder->Pass(true);
+    m_recorder->End();
+    std::string error = "none";
+    EXPECT_EQ(m_recorder->Opened(0, 1, error), nullptr);
+    EXPECT_EQ(error, "");
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               "zce-record: /dev/full: cannot write: No space left on device: the recording has "
               "ended\n");
-    EXPECT_EQ(m_recorder.Summary(), "");
+    EXPECT_EQ(m_recorder->Summary(), "");
 }
 
 TEST(OutputFile, IsReplacedAndAPipeThatNobodyReadsIsNotWaitedFor) {
@@ -316,51 +334,6 @@ TEST(OutputFile, IsReplacedAndAPipeThatNobodyReadsIsNotWaitedFor) {
     EXPECT_EQ(error, "No such device or address");
     EXPECT_FALSE(file.Open(directory / "no/file", error));
     EXPECT_EQ(error, "No such file or directory");
-}
-
-class RecordSettings : public testing::Test {
-  protected:
-    RecordSettings() {
-        for (const char* name : {"ZCE_RECORD", "ZCE_RECORD_BUFFER", "ZCE_RECORD_REGISTERS"}) {
-            unsetenv(name);  // NOLINT(concurrency-mt-unsafe)
-        }
-    }
-    static ZceRecord::Settings With(const char* name, const char* value) {
-        setenv(name, value, 1);  // NOLINT(concurrency-mt-unsafe)
-        return ZceRecord::ReadSettings();
-    }
-};
-
-TEST_F(RecordSettings, AreReadFromTheEnvironment) {
-    const velatest::TempDir directory(velatest::TempDir::Enter::yes);
-    ZceRecord::Settings settings = With("ZCE_RECORD", "day-%p-%p.pcap");
-    const std::string pid = std::to_string(getpid());
-    EXPECT_EQ(settings.name, "day-" + pid + "-" + pid + ".pcap");
-    EXPECT_EQ(settings.path, std::filesystem::current_path().string() + "/" + settings.name);
-    EXPECT_EQ(settings.bufferBytes, 8U * 1024 * 1024);
-    EXPECT_FALSE(settings.registers);
-    EXPECT_EQ(settings.fault, "");
-    settings = With("ZCE_RECORD", "/tmp/x%d.pcap");
-    EXPECT_EQ(settings.path, "/tmp/x%d.pcap");
-    EXPECT_EQ(With("ZCE_RECORD_BUFFER", "1").bufferBytes, 1024U * 1024);
-    EXPECT_EQ(With("ZCE_RECORD_BUFFER", "1024").bufferBytes, 1024U * 1024 * 1024);
-    EXPECT_TRUE(With("ZCE_RECORD_REGISTERS", "1").registers);
-    EXPECT_FALSE(With("ZCE_RECORD_REGISTERS", "0").registers);
-    EXPECT_EQ(ZceRecord::ReadSettings().fault, "");
-}
-
-TEST_F(RecordSettings, BadOnesAreNamed) {
-    EXPECT_EQ(ZceRecord::ReadSettings().fault, "ZCE_RECORD names no file: nothing is recorded");
-    EXPECT_EQ(With("ZCE_RECORD", "").fault, "ZCE_RECORD names no file: nothing is recorded");
-    With("ZCE_RECORD", "day.pcap");
-    for (const char* bad : {"0", "1025", "x", "1M", "-1", " 1", "99999999999999999999"}) {
-        EXPECT_EQ(With("ZCE_RECORD_BUFFER", bad).fault,
-                  std::string("ZCE_RECORD_BUFFER: '") + bad +
-                      "' is not a number of MiB from 1 to 1024: nothing is recorded");
-    }
-    With("ZCE_RECORD_BUFFER", "8");
-    EXPECT_EQ(With("ZCE_RECORD_REGISTERS", "yes").fault,
-              "ZCE_RECORD_REGISTERS: 'yes' is neither 0 nor 1: nothing is recorded");
 }
 
 // Addresses to stand for handles.

@@ -5,9 +5,12 @@
 #include <cerrno>
 #include <cstdlib>
 #include <ctime>
+#include <filesystem>
 #include <string>
 
 #include "nanoseconds.h"
+#include "record/Settings.h"
+#include "record/Surroundings.h"
 #include "tempDir.h"
 #include "wholeFile.h"
 
@@ -23,8 +26,13 @@ class RegisterTrace : public testing::Test {
     RegisterTrace() {
         setenv("TZ", "UTC-8", 1);  // NOLINT(concurrency-mt-unsafe): eight hours east
         tzset();
-        std::string error;
-        EXPECT_TRUE(m_trace.Open("day.pcap.registers", Path(), error)) << error;
+        EXPECT_TRUE(Open(m_trace, "day.pcap"));
+    }
+    bool Open(CRegisterTrace& trace, const std::string& name) {
+        m_settings.name = name;
+        m_settings.path = m_directory / name;
+        ZceRecord::CFileMaker maker(m_settings, ZceRecord::TheSystem());
+        return trace.Open(maker, 0);
     }
     std::string Path() const { return m_directory / "day.pcap.registers"; }
     std::string Text() const { return TextOf("day.pcap.registers"); }
@@ -43,6 +51,7 @@ class RegisterTrace : public testing::Test {
     }
 
     velatest::TempDir m_directory;
+    ZceRecord::Settings m_settings;
     CRegisterTrace m_trace;
 };
 
@@ -117,22 +126,42 @@ TEST_F(RegisterTrace, IsInTheFileAsSoonAsNothingMoreComes) {
     EXPECT_EQ(Text(), "1970-01-01 08:00:00.000000000 write 0x10 0x1\n");
 }
 
+TEST_F(RegisterTrace, ItsFileIsNamedLikeTheCaptureAndReplacesNone) {
+    CRegisterTrace second;
+    testing::internal::CaptureStderr();
+    ASSERT_TRUE(Open(second, "day.pcap.zst"));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "zce-record: day.pcap.registers is there already: recording to "
+              "day-2.pcap.registers\n");
+    second.Add(Access(0, true, 0x10, 7));
+    second.Pass(true);
+    EXPECT_EQ(TextOf("day-2.pcap.registers"), "1970-01-01 08:00:00.000000000 write 0x10 0x7\n");
+    CRegisterTrace all;
+    ASSERT_TRUE(Open(all, "%Y/%b-%c-%H.pcap"));
+    EXPECT_TRUE(std::filesystem::exists(m_directory / "1970/all-all-08.pcap.registers"));
+    CRegisterTrace none;
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(Open(none, "day.pcap.registers/no.pcap"));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "zce-record: day.pcap.registers/no.pcap.registers: Not a directory: no register "
+              "accesses are recorded\n");
+}
+
 TEST_F(RegisterTrace, MoreThanItCanHoldIsCountedAndTold) {
     CRegisterTrace small(2);
-    std::string error;
-    ASSERT_TRUE(small.Open("small", m_directory / "small", error)) << error;
+    ASSERT_TRUE(Open(small, "small"));
     for (uint64_t k = 0; k < 5; ++k) {
         small.Add(Access(0, true, 0x10, k));
     }
     small.Pass(false);
     small.Add(Access(0, true, 0x10, 5));
     small.Pass(true);
-    EXPECT_EQ(TextOf("small"),
+    EXPECT_EQ(TextOf("small.registers"),
               "1970-01-01 08:00:00.000000000 write 0x10 0x0\n"
               "1970-01-01 08:00:00.000000000 write 0x10 0x1\n"
               "# 3 accesses lost\n"
               "1970-01-01 08:00:00.000000000 write 0x10 0x5\n");
-    EXPECT_EQ(small.Summary(), "small: 3 register accesses recorded, 3 lost");
+    EXPECT_EQ(small.Summary(), "small.registers: 3 register accesses recorded, 3 lost");
 }
 
 }  // namespace

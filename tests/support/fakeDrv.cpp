@@ -111,6 +111,9 @@ std::vector<unsigned int>& FakeDrv::TableOf(Table table) {
 }
 
 bool FakeDrv::TakeFailure(std::map<unsigned long, unsigned int>& failures, unsigned long addr) {
+    if (failures.empty()) {
+        return false;
+    }
     const auto entry = failures.find(addr);
     if (entry == failures.end() || entry->second == 0) {
         return false;
@@ -141,22 +144,20 @@ void FakeDrv::Note(std::string_view op, unsigned long addr, unsigned long value)
 
 // What reading a register does: the table data registers follow their address register.
 unsigned int FakeDrv::ReadEffect(unsigned long addr) {
-    for (const auto& [base, table] :
-         {std::pair(sglBase, &m_sglTable), std::pair(cmbBase, &m_cmbTable)}) {
-        if (addr == base + readData) {
-            const unsigned int word = Reg(base + readAddr);
-            SetReg(addr, word < table->size() ? (*table)[word] : 0);
-        }
+    if (addr == sglBase + readData || addr == cmbBase + readData) {
+        const std::vector<unsigned int>& table = addr < cmbBase ? m_sglTable : m_cmbTable;
+        const unsigned int word = Reg(addr - readData + readAddr);
+        SetReg(addr, word < table.size() ? table[word] : 0);
     }
     return Reg(addr);
 }
 
 // What a register that has just been written does.
 void FakeDrv::Effect(unsigned long addr) {
-    for (const auto& [base, table] :
-         {std::pair(sglBase, &m_sglTable), std::pair(cmbBase, &m_cmbTable)}) {
-        if (addr == base && Reg(addr) < table->size()) {
-            (*table)[Reg(addr)] = Reg(base + writeData);
+    if (addr == sglBase || addr == cmbBase) {
+        std::vector<unsigned int>& table = addr == sglBase ? m_sglTable : m_cmbTable;
+        if (Reg(addr) < table.size()) {
+            table[Reg(addr)] = Reg(addr + writeData);
         }
     }
     if (addr == regReset && Reg(addr) == 1) {

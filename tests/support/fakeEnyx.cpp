@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cinttypes>
+#include <cstdio>
 #include <utility>
 
 #include "fakeEnyxState.h"
@@ -25,10 +28,11 @@ void SetUp(EnyxState& state) {
         state.streams.push_back("CUSTOM_CHAN" + std::to_string(channel) + "_DATA");
     }
     state.busyStreams.clear();
+    state.sharedStreams = false;
     state.a2cMtu = usualMtu;
     state.c2aMtu = usualMtu;
     state.counters = {};
-    state.registers.clear();
+    state.registers.Clear();
     state.scripts.clear();
     state.nth.reset();
     state.failedCall.clear();
@@ -37,7 +41,7 @@ void SetUp(EnyxState& state) {
     state.onSend = nullptr;
     state.sent.clear();
     state.polls = 0;
-    state.calls.clear();
+    state.calls.Clear();
     state.onCall.clear();
 }
 
@@ -47,10 +51,6 @@ struct Locked {
     std::lock_guard<std::mutex> guard{state.mutex};
     EnyxState* operator->() const { return &state; }
 };
-
-std::string_view NameOf(std::string_view call) {
-    return call.substr(0, call.find(' '));
-}
 
 }  // namespace
 
@@ -83,9 +83,68 @@ std::optional<int> ScriptedFailure(EnyxState& state, std::string_view call) {
     return std::nullopt;
 }
 
-void Record(EnyxState& state, std::string text) {
-    const auto hook = state.onCall.find(NameOf(text));
-    state.calls.push_back(std::move(text));
+std::string EnyxCalls::Text(const EnyxCall& call) const {
+    if (call.kind == EnyxCall::Kind::Other) {
+        return call.text == EnyxCall::noText ? call.name
+                                             : std::string(call.name) + " " + texts[call.text];
+    }
+    char text[128];
+    const int length = std::snprintf(text, sizeof text, "%s off=%" PRIu64 " width=%u", call.name,
+                                     call.byteOffset, call.width);
+    if (call.kind == EnyxCall::Kind::Write) {
+        std::snprintf(text + length, sizeof text - static_cast<std::size_t>(length),
+                      " value=0x%" PRIx64, call.value);
+    }
+    return text;
+}
+
+void EnyxCalls::Clear() {
+    made.clear();
+    texts.clear();
+}
+
+std::uint8_t EnyxBytes::Get(std::uint64_t offset) const {
+    return static_cast<std::uint8_t>(Read(offset, 1));
+}
+
+void EnyxBytes::Set(std::uint64_t offset, std::uint8_t byte) {
+    Write(offset, 1, byte);
+}
+
+std::uint64_t EnyxBytes::Read(std::uint64_t offset, unsigned int count) const {
+    std::uint64_t value = 0;
+    auto page = m_pages.end();
+    for (unsigned int i = 0; i < count; ++i) {
+        const std::uint64_t at = offset + i;
+        if (i == 0 || at % pageBytes == 0) {
+            page = m_pages.find(at / pageBytes);
+        }
+        if (page != m_pages.end()) {
+            value |= static_cast<std::uint64_t>(page->second.data()[at % pageBytes]) << (8 * i);
+        }
+    }
+    return value;
+}
+
+void EnyxBytes::Write(std::uint64_t offset, unsigned int count, std::uint64_t value) {
+    std::uint8_t* page = nullptr;
+    for (unsigned int i = 0; i < count; ++i) {
+        const std::uint64_t at = offset + i;
+        if (i == 0 || at % pageBytes == 0) {
+            page = m_pages[at / pageBytes].data();
+        }
+        page[at % pageBytes] = static_cast<std::uint8_t>(value >> (8 * i));
+    }
+}
+
+namespace {
+
+void Add(EnyxState& state, const EnyxCall& call) {
+    state.calls.made.push_back(call);
+    if (state.onCall.empty()) {
+        return;
+    }
+    const auto hook = state.onCall.find(std::string_view(call.name));
     if (hook != state.onCall.end()) {
         const int before = errno;
         hook->second();
@@ -93,8 +152,8 @@ void Record(EnyxState& state, std::string text) {
     }
 }
 
-std::optional<int> Enter(EnyxState& state, const char* call, const std::string& arguments) {
-    Record(state, arguments.empty() ? call : std::string(call) + " " + arguments);
+// Of a call that has been added.
+std::optional<int> FailureOf(EnyxState& state, const char* call) {
     if (state.nth && --state.nth->nth == 0) {
         const EnyxScript script = *state.nth;
         state.nth.reset();
@@ -103,6 +162,28 @@ std::optional<int> Enter(EnyxState& state, const char* call, const std::string& 
         return script.result;
     }
     return ScriptedFailure(state, call);
+}
+
+}  // namespace
+
+void Record(EnyxState& state, const char* call, std::string arguments) {
+    EnyxCall made;
+    made.name = call;
+    if (!arguments.empty()) {
+        made.text = state.calls.texts.size();
+        state.calls.texts.push_back(std::move(arguments));
+    }
+    Add(state, made);
+}
+
+std::optional<int> Enter(EnyxState& state, const char* call, std::string arguments) {
+    Record(state, call, std::move(arguments));
+    return FailureOf(state, call);
+}
+
+std::optional<int> EnterAccess(EnyxState& state, const EnyxCall& access) {
+    Add(state, access);
+    return FailureOf(state, access.name);
 }
 
 bool Usable(const EnyxState& state, const EnyxObject* handle, const char* call) {
@@ -163,6 +244,11 @@ void FakeEnyx::SetStreamBusy(const std::string& name, bool busy) {
     }
 }
 
+void FakeEnyx::ShareStreams() {
+    const Locked state;
+    state->sharedStreams = true;
+}
+
 void FakeEnyx::SetMtu(std::uint32_t a2c, std::uint32_t c2a) {
     const Locked state;
     state->a2cMtu = a2c;
@@ -177,7 +263,7 @@ void FakeEnyx::SetCounters(const EnyxCounters& counters) {
 void FakeEnyx::SetBytes(std::uint64_t byteOffset, const std::vector<std::uint8_t>& bytes) {
     const Locked state;
     for (const std::uint8_t byte : bytes) {
-        state->registers[byteOffset++] = byte;
+        state->registers.Set(byteOffset++, byte);
     }
 }
 
@@ -185,8 +271,7 @@ std::vector<std::uint8_t> FakeEnyx::Bytes(std::uint64_t byteOffset, std::size_t 
     const Locked state;
     std::vector<std::uint8_t> bytes;
     for (std::size_t i = 0; i < count; ++i) {
-        const auto at = state->registers.find(byteOffset + i);
-        bytes.push_back(at == state->registers.end() ? std::uint8_t{0} : at->second);
+        bytes.push_back(state->registers.Get(byteOffset + i));
     }
     return bytes;
 }
@@ -276,16 +361,19 @@ std::uint64_t FakeEnyx::PollCount() {
 
 std::vector<std::string> FakeEnyx::Calls() {
     const Locked state;
-    return state->calls;
+    std::vector<std::string> texts;
+    texts.reserve(state->calls.made.size());
+    for (const EnyxCall& call : state->calls.made) {
+        texts.push_back(state->calls.Text(call));
+    }
+    return texts;
 }
 
 int FakeEnyx::CountOf(const std::string& call) {
     const Locked state;
-    int count = 0;
-    for (const std::string& made : state->calls) {
-        count += NameOf(made) == call ? 1 : 0;
-    }
-    return count;
+    return static_cast<int>(
+        std::count_if(state->calls.made.begin(), state->calls.made.end(),
+                      [&call](const EnyxCall& made) { return made.name == call; }));
 }
 
 void FakeEnyx::OnCall(const std::string& call, std::function<void()> hook) {
@@ -295,7 +383,7 @@ void FakeEnyx::OnCall(const std::string& call, std::function<void()> hook) {
 
 void FakeEnyx::ClearCalls() {
     const Locked state;
-    state->calls.clear();
+    state->calls.Clear();
 }
 
 std::map<std::string, int> FakeEnyx::Live() {

@@ -39,6 +39,8 @@ class FakeEnyx {
     static void SetStreams(std::vector<std::string> names);
     // Another process holds the stream: it cannot be created (EBUSY).
     static void SetStreamBusy(const std::string& name, bool busy);
+    // A stream that is open can be opened once more, which is otherwise EBUSY too.
+    static void ShareStreams();
     static void SetMtu(std::uint32_t a2c, std::uint32_t c2a);
     static void SetCounters(const EnyxCounters& counters);
 

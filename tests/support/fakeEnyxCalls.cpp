@@ -2,21 +2,12 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cinttypes>
-#include <cstdio>
 
 #include "fakeEnyxState.h"
 
 namespace {
 
 using namespace velatest;  // NOLINT(google-build-using-namespace)
-
-std::string AccessText(const enyx_hw_register_description& description) {
-    char text[64];
-    std::snprintf(text, sizeof text, "off=%" PRIu64 " width=%u", description.byte_offset,
-                  static_cast<unsigned int>(description.width));
-    return text;
-}
 
 // Whether a register access may be made: a core, its lock held by this thread, whole bytes.
 bool Accessible(const EnyxState& state, const enyx_hw_core* core,
@@ -222,18 +213,14 @@ int enyx_hw_read(enyx_hw_core* core, const enyx_hw_register_description* descrip
                  uint64_t* value) {
     EnyxState& state = TheEnyxState();
     const std::lock_guard<std::mutex> guard(state.mutex);
-    if (const auto failure = Enter(state, "read", AccessText(*description))) {
+    if (const auto failure = EnterAccess(state, {"read", EnyxCall::Kind::Read, EnyxCall::noText,
+                                                 description->byte_offset, description->width})) {
         return *failure;
     }
     if (!Accessible(state, core, *description, "read")) {
         return -1;
     }
-    *value = 0;
-    for (unsigned int i = 0; i < description->width / 8U; ++i) {
-        const auto at = state.registers.find(description->byte_offset + i);
-        const std::uint64_t byte = at == state.registers.end() ? 0 : at->second;
-        *value |= byte << (8 * i);
-    }
+    *value = state.registers.Read(description->byte_offset, description->width / 8U);
     return 0;
 }
 
@@ -241,17 +228,15 @@ int enyx_hw_write(enyx_hw_core* core, const enyx_hw_register_description* descri
                   uint64_t value) {
     EnyxState& state = TheEnyxState();
     const std::lock_guard<std::mutex> guard(state.mutex);
-    char text[32];
-    std::snprintf(text, sizeof text, " value=0x%" PRIx64, value);
-    if (const auto failure = Enter(state, "write", AccessText(*description) + text)) {
+    if (const auto failure =
+            EnterAccess(state, {"write", EnyxCall::Kind::Write, EnyxCall::noText,
+                                description->byte_offset, description->width, value})) {
         return *failure;
     }
     if (!Accessible(state, core, *description, "write")) {
         return -1;
     }
-    for (unsigned int i = 0; i < description->width / 8U; ++i) {
-        state.registers[description->byte_offset + i] = static_cast<std::uint8_t>(value >> (8 * i));
-    }
+    state.registers.Write(description->byte_offset, description->width / 8U, value);
     return 0;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
@@ -46,6 +47,44 @@ struct EnyxScript {
     int result = -1;
 };
 
+// A call, whose text is put together when the test asks for it: a start makes half a million.
+struct EnyxCall {
+    enum class Kind { Read, Write, Other };
+    static constexpr std::size_t noText = static_cast<std::size_t>(-1);
+
+    const char* name = "";  // of static storage, without the prefix
+    Kind kind = Kind::Other;
+    std::size_t text = noText;  // the arguments of a Kind::Other: the place in EnyxCalls::texts
+    // Of an access:
+    std::uint64_t byteOffset = 0;
+    unsigned int width = 0;  // bits
+    std::uint64_t value = 0;
+};
+
+struct EnyxCalls {
+    std::vector<EnyxCall> made;
+    std::vector<std::string> texts;
+
+    std::string Text(const EnyxCall& call) const;
+    void Clear();
+};
+
+// Bytes by their offset, 0 where nothing was written.
+class EnyxBytes {
+  public:
+    std::uint8_t Get(std::uint64_t offset) const;
+    void Set(std::uint64_t offset, std::uint8_t byte);
+    std::uint64_t Read(std::uint64_t offset, unsigned int count) const;
+    void Write(std::uint64_t offset, unsigned int count, std::uint64_t value);
+    void Clear() { m_pages.clear(); }
+
+  private:
+    static constexpr std::uint64_t pageBytes = 4096;
+    using Page_t = std::array<std::uint8_t, pageBytes>;
+
+    std::map<std::uint64_t, Page_t> m_pages;
+};
+
 struct EnyxState {
     std::mutex mutex;
     std::vector<std::unique_ptr<EnyxObject>> objects;
@@ -55,10 +94,11 @@ struct EnyxState {
     std::map<std::uint16_t, int> cores;
     std::vector<std::string> streams;
     std::set<std::string> busyStreams;
+    bool sharedStreams = false;
     std::uint32_t a2cMtu = 0;
     std::uint32_t c2aMtu = 0;
     EnyxCounters counters;
-    std::map<std::uint64_t, std::uint8_t> registers;
+    EnyxBytes registers;
 
     std::vector<EnyxScript> scripts;
     std::optional<EnyxScript> nth;
@@ -69,7 +109,7 @@ struct EnyxState {
     std::function<void()> onSend;
     std::vector<std::vector<std::uint8_t>> sent;
     std::uint64_t polls = 0;
-    std::vector<std::string> calls;
+    EnyxCalls calls;
     std::map<std::string, std::function<void()>, std::less<>> onCall;
 };
 
@@ -104,10 +144,11 @@ namespace velatest {
 constexpr int errnoOfVoid = ENOTTY;
 constexpr int errnoOfNothing = ENODEV;
 
-// Adds to the list of calls.
-void Record(EnyxState& state, std::string text);
+// Adds to the list of calls. `call` is of static storage.
+void Record(EnyxState& state, const char* call, std::string arguments = "");
 // Enters a call that can fail: adds it to the list; if it is to fail, its result, errno set.
-std::optional<int> Enter(EnyxState& state, const char* call, const std::string& arguments = "");
+std::optional<int> Enter(EnyxState& state, const char* call, std::string arguments = "");
+std::optional<int> EnterAccess(EnyxState& state, const EnyxCall& access);
 // Whether the handle may be used; if not, errno is EINVAL, and all but null is the caller's fault.
 bool Usable(const EnyxState& state, const EnyxObject* handle, const char* call);
 void Destroy(const char* call, EnyxObject* handle);
@@ -172,7 +213,7 @@ template <typename Descriptor>
 void FreeDescriptors(const char* call, Descriptor** descriptors, std::size_t count) {
     EnyxState& state = TheEnyxState();
     const std::lock_guard<std::mutex> guard(state.mutex);
-    Record(state, std::string(call) + " " + std::to_string(count));
+    Record(state, call, std::to_string(count));
     for (std::size_t i = 0; i < count; ++i) {
         if (Usable(state, descriptors[i], call)) {
             descriptors[i]->alive = false;

@@ -27,12 +27,13 @@ Stream* CreateStream(const char* call, const char* kind, const EnyxObject* descr
     if (Enter(state, call, std::to_string(flags)) || !Usable(state, descriptor, call)) {
         return nullptr;
     }
-    const bool open = std::any_of(
-        state.objects.begin(), state.objects.end(), [descriptor, kind](const auto& object) {
-            return object->alive && std::string_view(object->kind) == kind &&
-                   object->name == descriptor->name;
-        });
-    if (open || state.busyStreams.contains(descriptor->name)) {
+    const auto isThisStream = [descriptor, kind](const auto& object) {
+        return object->alive && std::string_view(object->kind) == kind &&
+               object->name == descriptor->name;
+    };
+    const bool taken = !state.sharedStreams &&
+                       std::any_of(state.objects.begin(), state.objects.end(), isThisStream);
+    if (taken || state.busyStreams.contains(descriptor->name)) {
         errno = EBUSY;
         return nullptr;
     }

@@ -21,17 +21,18 @@ cmake --install "$build" --prefix "$work/tree" >"$work/install.log"
 libdir=$(dirname "$(find "$work/tree" -name 'libVelaZceMdApi.so.3')")
 doc=share/doc/VelaZceMdApi
 for file in include/IVelaZceMdApi.h include/VelaZceUtils.h include/VelaZceExport.h \
-    include/ZceBoardMsg.h include/ZceCapture.h \
-    bin/zce-board bin/zce-board-run bin/zce-recv bin/zce-top bin/zce-bin bin/zce-capture bin/zce-check share/zce-board/zce.lua \
+    include/ZceBoardMsg.h include/ZceBoardState.h include/ZceCapture.h \
+    bin/zce-board bin/zce-board-run bin/zce-recv bin/zce-top bin/zce-bin bin/zce-capture bin/zce-check bin/zce-watch share/zce-board/zce.lua \
     share/man/man1/zce-board.1.gz share/man/man1/zce-board-ctl.1.gz share/man/man1/zce-board-run.1.gz \
     share/man/man1/zce-recv.1.gz share/man/man1/zce-top.1.gz share/man/man3/VelaZceMdApi.3.gz \
-    share/man/man5/zce-config.5.gz share/man/man7/velazcemdapi.7.gz share/man/man7/zce-record.7.gz \
+    share/man/man5/zce-config.5.gz share/man/man7/velazcemdapi.7.gz share/man/man7/zce-record.7.gz share/man/man7/zce-watch.7.gz \
     share/bash-completion/completions/zce-board \
     $doc/README.md $doc/CHANGELOG.md $doc/CONTRIBUTING.md $doc/LICENSE $doc/docs/configuration.md \
-    $doc/examples/minimal.cpp $doc/examples/config/master.ini $doc/examples/scenarios/small.txt; do
+    $doc/examples/minimal.cpp $doc/examples/config/master.ini $doc/examples/scenarios/small.txt $doc/examples/monitoring/zce-rules.yml; do
     [ -f "$work/tree/$file" ] || fail "$file is not installed"
 done
 [ -f "$libdir/zce-board/libzce-record.so" ] || fail "the recorder is not installed"
+[ -f "$libdir/zce-board/libzce-watch.so" ] || fail "the watch is not installed"
 [ "$(readlink "$libdir/libVelaZceMdApi.so")" = libVelaZceMdApi.so.3 ]
 [ "$(readlink "$libdir/libVelaZceMdApi.so.3")" = libVelaZceMdApi.so.3.10.0 ]
 

@@ -7,7 +7,7 @@ import re
 import subprocess
 import sys
 
-PROGRAMS = ["zce-board", "zce-board-run", "zce-top", "zce-recv", "zce-check", "zce-bin", "zce-capture"]
+PROGRAMS = ["zce-board", "zce-board-run", "zce-top", "zce-recv", "zce-check", "zce-bin", "zce-capture", "zce-watch"]
 # A command with a manual page of its own.
 PAGES = {("zce-board", "ctl"): "zce-board-ctl.1"}
 # Forms of a program that its --help does not list as commands; what the program's first form offers

@@ -6,7 +6,9 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <filesystem>
 #include <regex>
+#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -156,12 +158,62 @@ TEST_F(Receiver, CountsEveryMessageThatItWasTooSlowFor) {
     EXPECT_THAT(m_receiver->Output(), HasSubstr("Back pressure happens! may loss some data !"));
 }
 
+// A board that is killed, and one that comes after it.
+TEST_F(Receiver, TellsThatItsBoardHasGoneAndThatANewOneRuns) {
+    StartClock(shortlyBeforeExpiry);
+    StartSmallBoard();
+    StartBoth({"--end-with-board"});
+    m_board->Signal(SIGKILL);
+    ASSERT_EQ(m_board->WaitEnd(), 128 + SIGKILL);
+    EXPECT_EQ(m_receiver->WaitEnd(std::chrono::seconds(10)), 1) << m_receiver->Output();
+    EXPECT_EQ(LinesOf(m_receiver->Output(), "zce-recv board=").size(), 1U);
+    EXPECT_GT(Field(m_receiver->LastLine("zce-recv channel=3 "), "total"), 0)
+        << m_receiver->Output();
+
+    ASSERT_TRUE(m_master->WaitFor("zce-recv rate=0/s total=")) << m_master->Output();
+    StartSmallBoard();
+    ASSERT_TRUE(m_master->WaitFor("zce-recv board=new")) << m_master->Output();
+    const std::size_t told = LinesOf(m_master->Output(), "zce-recv rate=0/s total=").size();
+    usleep(2'200'000);
+    EXPECT_GE(LinesOf(m_master->Output(), "zce-recv rate=0/s total=").size(), told + 2);
+    EXPECT_GT(Field(Finish(*m_master, 0), "total"), 0);
+    EXPECT_THAT(LinesOf(m_master->Output(), "zce-recv board="),
+                ElementsAre("zce-recv board=gone: nothing more comes from it",
+                            "zce-recv board=new: it has ended and another one runs: start zce-recv "
+                            "anew"));
+}
+
+TEST_F(Receiver, EndsWithItsBoardBeforeTheFirstMessageToo) {
+    StartClock(40000);
+    StartSmallBoard();
+    const auto started = Receive(5, {"--end-with-board"});
+    const auto looping = Receive(6, {"--end-with-board", "--own-loop"});
+    ASSERT_TRUE(started->WaitFor("Init dma channel :CUSTOM_CHAN5_DATA success."));
+    ASSERT_TRUE(looping->WaitFor("Init dma channel :CUSTOM_CHAN6_DATA success."));
+    StopBoard();
+    EXPECT_EQ(started->WaitEnd(std::chrono::seconds(10)), 1) << started->Output();
+    EXPECT_EQ(looping->WaitEnd(std::chrono::seconds(10)), 1) << looping->Output();
+    for (const Process* receiver : {started.get(), looping.get()}) {
+        EXPECT_THAT(LinesOf(receiver->Output(), "zce-recv board="),
+                    ElementsAre("zce-recv board=gone: nothing more comes from it"));
+        EXPECT_THAT(LinesOf(receiver->Output(), "zce-recv rate="), ElementsAre());
+        EXPECT_EQ(Field(receiver->LastLine("zce-recv channel="), "total"), 0);
+    }
+}
+
 // What an application's author can copy: the installed header and the bodies of the board.
 TEST_F(Receiver, KnowsTheLibraryByItsHeaderAndTheBoardByItsBodiesAlone) {
-    const std::string source = ReadFile(ZCE_RECV_SOURCE);
-    EXPECT_THAT(LinesOf(source, "#include \""),
-                ElementsAre("#include \"IVelaZceMdApi.h\"", "#include \"VelaZceUtils.h\"",
-                            "#include \"ZceBoardMsg.h\""));
+    std::set<std::string> foreign;
+    for (const auto& file : std::filesystem::directory_iterator(ZCE_RECV_SOURCES)) {
+        for (const std::string& line : LinesOf(ReadFile(file.path().string()), "#include \"")) {
+            const std::string header = line.substr(10, line.size() - 11);
+            if (!std::filesystem::exists(std::filesystem::path(ZCE_RECV_SOURCES) / header)) {
+                foreign.insert(header);
+            }
+        }
+    }
+    EXPECT_THAT(foreign, ElementsAre("IVelaZceMdApi.h", "VelaZceUtils.h", "ZceBoardMsg.h",
+                                     "ZceBoardState.h"));
 }
 
 TEST_F(Receiver, AWrongArgumentIsNamed) {

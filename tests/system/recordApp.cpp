@@ -1,5 +1,5 @@
-// An application on the vendor's interface, for the tests of the recorder: polls as many messages
-// as it is told and writes them down itself, so that a test can compare.
+// An application on the vendor's interface, for the tests of the recorder and the watch: polls as
+// many messages as it is told and writes them down itself, so that a test can compare.
 //
 //     record-app OUT CHANNELS COUNT END
 //
@@ -11,15 +11,23 @@
 //     wait       the streams stay open until a signal ends the process
 //     more       after SIGUSR1 as many messages again, then return
 //     reopen     the streams are closed and opened, as many messages again, then return
+//     strict     as many messages again, and at least as many polls that find nothing, after which
+//                the process is gone, with status 0 if no system call was made for them
 //     fork       a child that opens a stream, polls and exits; then as many messages again, return
 //
 // Prints "opened", and "polled N" when it has its messages.
 
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <csignal>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -215,6 +223,36 @@ void ForkAndWait() {
     Check(waitpid(child, &status, 0) == child && status == 0, "child");
 }
 
+// From here on the kernel kills the process at any system call but the thread's exit. Not by the
+// strict mode, which takes the processor's counter away as well.
+void AllowNothingButTheEnd() {
+    std::array<sock_filter, 4> rules{{
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_exit, 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_KILL_PROCESS),
+    }};
+    const sock_fprog program{rules.size(), rules.data()};
+    Check(prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
+              prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0,
+          "filter of system calls");
+}
+
+[[noreturn]] void PollStrictly() {
+    static size_t messages = 0;
+    const auto count = [](const unsigned char*, unsigned int, void*) { ++messages; };
+    WriteOut();
+    AllowNothingButTheEnd();
+    size_t idle = 0;
+    while (messages < g_app.count || idle < g_app.count) {
+        for (const Stream& stream : g_app.streams) {
+            idle += enyx_hw_a2c_stream_poll_once(stream.handle, count, nullptr) == 0 ? 1 : 0;
+        }
+    }
+    syscall(SYS_exit, 0);
+    __builtin_unreachable();
+}
+
 struct StaticPoller {
     size_t upTo = 0;
     ~StaticPoller() {
@@ -267,6 +305,9 @@ int main(int argc, char** argv) {
     if (g_app.end == "static") {
         g_staticPoller.upTo = g_app.count;
         return 0;
+    }
+    if (g_app.end == "strict") {
+        PollStrictly();
     }
     if (MoreAfter(argv[2], wake)) {
         Poll(2 * g_app.count);

@@ -15,11 +15,13 @@
 #include <sstream>
 #include <thread>
 
+#include "appMarket.h"
 #include "capture/CaptureReader.h"
-#include "market.h"
+#include "capture/SidecarReader.h"
 
 using testing::MatchesRegex;
 using ZceCapture::CCaptureReader;
+using ZceCapture::SidecarCheck;
 
 namespace velatest {
 
@@ -89,26 +91,13 @@ std::vector<std::string> RecorderLines(const std::string& output) {
     return lines;
 }
 
-constexpr unsigned int auction = 85000;
-
-class Recording : public Market {
+class Recording : public AppMarket {
   protected:
-    void StartFastBoard(const std::string& rate = "20000") {
-        StartClock(auction);
-        WriteFile(Path("instruments"), "SR301\nSR305\nCF301\nSPD-SR301&SR305\n");
-        StartBoard(
-            {"--instruments", Path("instruments"), "--rate", rate, "--broadcast-cycle", "0.01"});
-    }
     // From here on everything is started below the recorder.
     void Record(const std::string& file) {
         m_environment.push_back(std::string("LD_PRELOAD=") + ZCE_RECORD_LIBRARY);
         m_environment.push_back("ZCE_RECORD=" + file);
-    }
-    std::unique_ptr<Process> App(const std::string& name, const std::string& channels, size_t count,
-                                 const std::string& end) {
-        const std::vector<std::string> command{RECORD_APP_PROGRAM, Path(name + "-polled"), channels,
-                                               std::to_string(count), end};
-        return std::make_unique<Process>(command, Where(name));
+        m_environment.emplace_back("ZCE_RECORD_FREE_MIB=0");  // whatever this machine has
     }
     std::vector<Taken> Polled(const std::string& name) const {
         return ReadPolled(Path(name + "-polled"));
@@ -141,6 +130,9 @@ TEST_F(Recording, TheFileHoldsExactlyWhatTheReceiversGot) {
         const Capture capture = ReadCapture(file);
         EXPECT_EQ(capture.end, CCaptureReader::Next::End) << capture.error;
         EXPECT_EQ(capture.lost, 0U);
+        const SidecarCheck check = ZceCapture::CheckSidecar(file);
+        EXPECT_EQ(check.verdict, SidecarCheck::Verdict::Good) << check.text;
+        EXPECT_EQ(check.sidecar.messages, capture.messages.size());
         std::map<unsigned int, long> counts;
         for (const Taken& message : capture.messages) {
             EXPECT_EQ(message.channel, channel);
@@ -192,6 +184,7 @@ TEST_F(Recording, EveryByteOfEveryStreamInTheOrderOfThePolls) {
 TEST_F(Recording, WhateverTheEndTheLastMessageIsInTheFile) {
     StartFastBoard();
     Record("day.pcap");
+    m_environment.emplace_back("ZCE_RECORD_OVERWRITE=1");
     for (const char* end : {"exit", "static"}) {
         const std::string output = RunApp(end);
         EXPECT_TRUE(ReadCapture(Path("app/day.pcap")).messages == Polled("app")) << end;
@@ -227,7 +220,9 @@ TEST_F(Recording, WithoutAFileToRecordToOneLineSaysSoAndTheApplicationGoesOn) {
     const size_t environment = m_environment.size();
     const std::array<std::array<std::string, 2>, 4> files{
         {{"", "zce-record: ZCE_RECORD names no file: nothing is recorded"},
-         {"no/day.pcap", "zce-record: no/day.pcap: No such file or directory: nothing is recorded"},
+         {"/proc/no/day.pcap",
+          "zce-record: /proc/no/day.pcap: the folder /proc/no cannot be made: No such file or "
+          "directory: nothing is recorded"},
          {"/dev/full",
           "zce-record: /dev/full: cannot write: No space left on device: the recording has ended"},
          {".", "zce-record: .: Is a directory: nothing is recorded"}}};
@@ -236,7 +231,7 @@ TEST_F(Recording, WithoutAFileToRecordToOneLineSaysSoAndTheApplicationGoesOn) {
         Record(file);
         EXPECT_THAT(RecorderLines(RunApp("return")), testing::ElementsAre(line));
     }
-    m_environment.pop_back();  // no ZCE_RECORD at all
+    m_environment.resize(m_environment.size() - 2);  // no ZCE_RECORD at all
     EXPECT_THAT(RecorderLines(RunApp("return")),
                 testing::ElementsAre("zce-record: ZCE_RECORD names no file: nothing is recorded"));
 }
@@ -244,6 +239,7 @@ TEST_F(Recording, WithoutAFileToRecordToOneLineSaysSoAndTheApplicationGoesOn) {
 TEST_F(Recording, AFileThatAnotherProcessRecordsToIsRefusedAndLeftAlone) {
     StartFastBoard();
     Record(Path("day.pcap"));
+    m_environment.emplace_back("ZCE_RECORD_OVERWRITE=1");
     auto holder = App("holder", "5", 100, "more");
     ASSERT_TRUE(holder->WaitFor("polled 100")) << holder->Output();
     EXPECT_THAT(RecorderLines(RunApp("return")),
@@ -268,6 +264,8 @@ TEST_F(Recording, WhatAKilledApplicationPolledIsInTheFile) {
     const Capture capture = ReadCapture(Path("app/day.pcap"));
     EXPECT_EQ(capture.end, CCaptureReader::Next::End) << capture.error;
     EXPECT_TRUE(capture.messages == Polled("app")) << capture.messages.size();
+    EXPECT_EQ(ZceCapture::CheckSidecar(Path("app/day.pcap")).verdict,
+              SidecarCheck::Verdict::Interrupted);
 }
 
 TEST_F(Recording, AnApplicationKilledInTheMiddleLeavesAReadableFile) {

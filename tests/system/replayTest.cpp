@@ -38,14 +38,15 @@ Messages ReadMessages(const std::string& path) {
 class Replay : public Market {
   protected:
     Replay() { LetReceiversRest(); }
-    // Receivers that are started from here on record what they poll to day.pcap, each in its own
+    // Receivers that are started from here on record what they poll to a file, each in its own
     // directory, or no longer do.
-    void Record(bool on) {
+    void Record(bool on, const std::string& file = "day.pcap") {
         if (on) {
-            m_environment.insert(m_environment.end(),
-                                 {Resting(ZCE_RECORD_LIBRARY), "ZCE_RECORD=day.pcap"});
+            m_environment.insert(
+                m_environment.end(),
+                {Resting(ZCE_RECORD_LIBRARY), "ZCE_RECORD=" + file, "ZCE_RECORD_FREE_MIB=0"});
         } else {
-            m_environment.resize(m_environment.size() - 2);
+            m_environment.resize(m_environment.size() - 3);
         }
     }
     static bool Run(const std::string& command) {
@@ -81,18 +82,21 @@ TEST_F(Replay, ARecordedSessionGivesAFreshReceiverTheSameAndRecordsToTheSameByte
     const std::string masterLine = Finish(*master, 0);
     const std::string secondLine = Finish(*second, 3);
     ExpectSame(masterLine, 0);
+    // Merged, and replayed compressed.
     ASSERT_TRUE(Run("mergecap -F nsecpcap -w " + Path("all.pcap") + " " +
-                    Path("receiver0/day.pcap") + " " + Path("receiver1/day.pcap")));
+                    Path("receiver0/day.pcap") + " " + Path("receiver1/day.pcap") + " && zstd -q " +
+                    Path("all.pcap")));
     const Messages recorded = ReadMessages(Path("all.pcap"));
     EXPECT_GT(recorded[0].size(), 100U);
     EXPECT_GT(recorded[3].size(), 100U);
 
     Record(false);
-    m_board = std::make_unique<Process>(
-        std::vector<std::string>{ZCE_BOARD_PROGRAM, "--replay", Path("all.pcap"), "--speed", "max"},
-        Where("replay"));
+    m_board =
+        std::make_unique<Process>(std::vector<std::string>{ZCE_BOARD_PROGRAM, "--replay",
+                                                           Path("all.pcap.zst"), "--speed", "max"},
+                                  Where("replay"));
     ASSERT_TRUE(m_board->WaitFor("ready")) << m_board->Output();
-    Record(true);
+    Record(true, "day.pcap.zst");
     auto freshMaster = Receive(0);
     auto freshSecond = Receive(3);
     ASSERT_EQ(m_board->WaitEnd(), 0) << m_board->Output();
@@ -105,8 +109,8 @@ TEST_F(Replay, ARecordedSessionGivesAFreshReceiverTheSameAndRecordsToTheSameByte
         HasSubstr("replay bus=0 sent=" + std::to_string(recorded[0].size() + recorded[3].size()) +
                   " of=" + std::to_string(recorded[0].size() + recorded[3].size()) +
                   " unheard=0 recorder-lost=0\n"));
-    const Messages ofMaster = ReadMessages(Path("receiver2/day.pcap"));
-    const Messages ofSecond = ReadMessages(Path("receiver3/day.pcap"));
+    const Messages ofMaster = ReadMessages(Path("receiver2/day.pcap.zst"));
+    const Messages ofSecond = ReadMessages(Path("receiver3/day.pcap.zst"));
     EXPECT_TRUE(ofMaster[0] == recorded[0]);
     EXPECT_TRUE(ofSecond[3] == recorded[3]);
 }

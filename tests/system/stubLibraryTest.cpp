@@ -79,6 +79,18 @@ TEST_F(StubLibrary, AFailedDiscoveryDoesWithoutTheCallThatIsNotThere) {
     EXPECT_THAT(master.Output(), EndsWith("Vela inner init fail.\n"));
 }
 
+// It cannot be told whether a real board runs.
+TEST_F(StubLibrary, AReceiverDoesNotEndWithABoardThatCannotBeAsked) {
+    TempDir directory;
+    Process receiver({ZCE_RECV_PROGRAM, "config.ini", "--end-with-board"},
+                     {directory.path(),
+                      {std::string("LD_LIBRARY_PATH=") + STUB_LIBRARY_DIRECTORY},
+                      directory.path() + "/output"});
+    EXPECT_EQ(receiver.WaitEnd(), 2);
+    EXPECT_EQ(receiver.Output(),
+              "zce-recv: --end-with-board: needs the software board's libenyx-hw-c.so.5\n");
+}
+
 }  // namespace
 
 }  // namespace velatest

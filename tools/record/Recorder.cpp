@@ -12,6 +12,8 @@
 #include <thread>
 #include <utility>
 
+#include "record/TickClock.h"
+
 namespace ZceRecord {
 
 namespace {
@@ -71,6 +73,7 @@ void CRecorder::Work() {
         const bool last = m_ending;
         PassBoth(last);
         if (last) {
+            m_messages.End();
             m_ended = true;
             return;
         }
@@ -95,29 +98,8 @@ bool CRecorder::CanRecord() {
     return m_settings.fault.empty();
 }
 
-bool CRecorder::BeginMessages() {
-    std::string error;
-    if (!CanRecord()) {
-        return false;
-    }
-    if (!m_messages.Open(m_settings.name, m_settings.path, m_settings.bufferBytes, error)) {
-        Say(m_settings.name + ": " + error + ": nothing is recorded");
-        return false;
-    }
-    return StartThread();
-}
-
 bool CRecorder::BeginRegisters() {
-    std::string error;
-    if (!CanRecord()) {
-        return false;
-    }
-    const std::string name = m_settings.name + ".registers";
-    if (!m_registers.Open(name, m_settings.path + ".registers", error)) {
-        Say(name + ": " + error + ": no register accesses are recorded");
-        return false;
-    }
-    return StartThread();
+    return CanRecord() && m_registers.Open(m_messages.Maker(), RealTimeNs()) && StartThread();
 }
 
 CMessageQueue* CRecorder::StreamOpened(uint16_t bus, uint16_t channel) {
@@ -125,10 +107,22 @@ CMessageQueue* CRecorder::StreamOpened(uint16_t bus, uint16_t channel) {
         return nullptr;
     }
     const std::lock_guard guard(m_startMutex);
-    if (m_messagesState == State::No) {
-        m_messagesState = BeginMessages() ? State::Yes : State::Never;
+    if (m_messagesState == State::No && !CanRecord()) {
+        m_messagesState = State::Never;
     }
-    return m_messagesState == State::Yes ? m_messages.Opened(bus, channel) : nullptr;
+    if (m_messagesState == State::Never) {
+        return nullptr;
+    }
+    std::string error;
+    CMessageQueue* queue = m_messages.Opened(bus, channel, error);
+    const bool isFirst = m_messagesState == State::No;
+    if (!error.empty()) {
+        Say(error + (isFirst ? ": nothing is recorded" : ": this stream is not recorded"));
+    }
+    if (isFirst) {
+        m_messagesState = queue != nullptr && StartThread() ? State::Yes : State::Never;
+    }
+    return m_messagesState == State::Yes ? queue : nullptr;
 }
 
 bool CRecorder::WantsRegisters() {
@@ -148,7 +142,7 @@ bool CRecorder::WantsRegisters() {
 
 // False: the file has taken nothing for too long. The thread that writes may then stand in the
 // kernel for ever; nothing here waits for it, nor for anything that it could hold.
-bool CRecorder::AwaitLastPass() const {
+bool CRecorder::AwaitLastPass() {
     uint64_t before = 0;
     for (int idle = 0; !m_ended; ++idle) {
         const uint64_t progress = m_messages.Progress() + m_registers.Progress();

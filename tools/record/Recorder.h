@@ -16,10 +16,14 @@ namespace ZceRecord {
 // Never destroyed: programs poll until their very end.
 class CRecorder {
   public:
-    explicit CRecorder(Settings settings) : m_settings(std::move(settings)) {}
+    explicit CRecorder(Settings settings)
+        : m_settings(std::move(settings)), m_messages(m_settings) {}
 
     // The queue of a new opening of a stream; null: it is not recorded.
     CMessageQueue* StreamOpened(uint16_t bus, uint16_t channel);
+    // Whether the messages are stamped with the processor's counter (TickClock.h).
+    bool Counts() const { return m_settings.counts; }
+    const Beat& GetBeat() const { return m_messages.GetBeat(); }
     // Whether accesses are to be added.
     bool WantsRegisters();
     void AddAccess(const RegisterAccess& access) { m_registers.Add(access); }
@@ -34,14 +38,13 @@ class CRecorder {
   private:
     enum class State { No, Yes, Never };
 
-    // These four under m_startMutex.
+    // These three under m_startMutex.
     bool CanRecord();
-    bool BeginMessages();
     bool BeginRegisters();
     bool StartThread();
     void Work();
     void PassBoth(bool last);
-    bool AwaitLastPass() const;
+    bool AwaitLastPass();
 
     const Settings m_settings;
     std::mutex m_startMutex;  // what begins a recording

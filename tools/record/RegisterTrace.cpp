@@ -1,5 +1,7 @@
 #include "record/RegisterTrace.h"
 
+#include <unistd.h>
+
 #include <array>
 #include <charconv>
 #include <cstring>
@@ -37,9 +39,23 @@ void AppendFraction(std::string& text, int64_t ns) {
 
 }  // namespace
 
-bool CRegisterTrace::Open(const std::string& name, const std::string& path, std::string& error) {
-    m_name = name;
-    return m_file.Open(path, error);
+bool CRegisterTrace::Open(CFileMaker& maker, int64_t timeNs) {
+    NameParts parts;
+    parts.timeNs = timeNs;
+    parts.bus = "all";
+    parts.channel = "all";
+    parts.processId = std::to_string(getpid());
+    CFileMaker::File file;
+    std::string taken;
+    std::string error;
+    const bool made = maker.MakeRegisters(parts, m_file, file, taken, error);
+    m_name = file.name;
+    if (!made) {
+        Say(m_name + ": " + error + ": no register accesses are recorded");
+    } else if (!taken.empty()) {
+        Say(taken + " is there already: recording to " + m_name);
+    }
+    return made;
 }
 
 void CRegisterTrace::Add(const RegisterAccess& access) {

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "capture/OutputFile.h"
+#include "record/FileMaker.h"
 
 namespace ZceRecord {
 
@@ -39,7 +40,8 @@ class CRegisterTrace {
     // At most so many accesses wait for the next pass; what comes on top is counted and told.
     explicit CRegisterTrace(size_t maxWaiting = MAX_WAITING) : m_maxWaiting(maxWaiting) {}
 
-    bool Open(const std::string& name, const std::string& path, std::string& error);
+    // Makes the file; false: it was told why not.
+    bool Open(CFileMaker& maker, int64_t timeNs);
     void Add(const RegisterAccess& access);
     void Pass(bool last);
     // The line that tells what was recorded; empty after a failure, which was told then.

@@ -8,14 +8,23 @@ namespace ZceRecord {
 
 // What the environment asks for.
 struct Settings {
-    std::string name;  // the capture's name as it is told, %p replaced
+    std::string name;  // the capture's name as it is given, with its patterns (FileNames.h)
     std::string path;  // the same, absolute
     size_t bufferBytes = 0;
     bool registers = false;
-    std::string fault;  // why nothing can be recorded; empty: it can
+    bool overwrite = false;       // files that are there are replaced
+    uint64_t maxBytes = 0;        // of a file; 0: no limit
+    unsigned int maxMinutes = 0;  // of a file, from midnight on; 0: no limit
+    uint64_t freeBytes = 0;       // left free on the disk; 0: it may be filled
+    bool freeByDefault = false;   // then less of a small disk
+    int zstdLevel = 0;            // 0: not compressed
+    bool counts = false;          // messages are stamped with the processor's counter (TickClock.h)
+    std::string fault;            // why nothing can be recorded; empty: it can
 };
 
 Settings ReadSettings();
+
+bool EndsWithZst(const std::string& name);
 
 // One line "zce-record: ..." on standard error.
 void Say(const std::string& text);

@@ -1,8 +1,6 @@
 #include "top/TopMonitor.h"
 
 #include <fmt/format.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <optional>
 
@@ -18,19 +16,19 @@ constexpr int64_t LOOK_NS = 200 * NS_PER_MS;  // how often it looks for a board 
 }  // namespace
 
 CTopMonitor::CTopMonitor(const TopOptions& options)
-    : m_options(options),
-      m_intervalNs(static_cast<int64_t>(options.interval * static_cast<double>(NS_PER_SECOND))),
+    : CTopLoop(options.interval, options.bOnce),
+      m_options(options),
       m_where(fmt::format("zce-top: bus {}", options.bus)) {}
 
 bool CTopMonitor::Run(std::string& error) {
     // The terminal is left alone if there is nothing to be shown on it.
     const bool bReady = Attach() || (m_error.empty() && m_options.bWait);
-    if (bReady && Open()) {
+    if (bReady && Open(m_error)) {
         Watch();
         if (m_error.empty()) {
-            m_error = m_output->Fault();
+            m_error = Output()->Fault();
         }
-        m_output.reset();
+        Close();
         if (m_error.empty() && !m_lastLine.empty()) {
             m_error = PrintText(m_lastLine);
         }
@@ -55,24 +53,12 @@ bool CTopMonitor::Attach() {
     return true;
 }
 
-bool CTopMonitor::Open() {
-    CatchEndSignals();
-    if (!m_options.bOnce && isatty(STDOUT_FILENO) == 1) {
-        m_output = MakeTerminal(m_error);
-    }
-    m_bScreen = m_output != nullptr;
-    if (!m_bScreen && m_error.empty()) {
-        m_output = MakePlainOutput();
-    }
-    return m_output != nullptr;
-}
-
 // Until something ends it.
 void CTopMonitor::Watch() {
     while (m_memory != nullptr || AwaitBoard()) {
         Look();
         Show();
-        if (m_options.bOnce || !AwaitNextLook()) {
+        if (IsOnce() || !AwaitNextLook()) {
             return;
         }
         if (NoticeEnd() && !m_options.bWait) {
@@ -99,7 +85,8 @@ void CTopMonitor::LookAtInstruments() {
 }
 
 void CTopMonitor::Show() {
-    m_output->Show(m_bScreen ? m_pages.Page(m_view, m_instruments) : TopPage{TopLines(m_view), ""});
+    Output()->Show(IsScreen() ? m_pages.Page(m_view, m_instruments)
+                              : TopPage{TopLines(m_view), ""});
 }
 
 // Shows that there is no board until there is one. False: the end.
@@ -108,10 +95,10 @@ bool CTopMonitor::AwaitBoard() {
     auto event = CTopOutput::Event::Redraw;
     while (!Attach()) {
         if (event == CTopOutput::Event::Redraw) {
-            m_output->Show(page);
+            Output()->Show(page);
         }
         TopKey key;
-        event = m_output->Wait(LOOK_NS, key);
+        event = Output()->Wait(LOOK_NS, key);
         if (event == CTopOutput::Event::Quit || key.kind == TopKey::Kind::Back ||
             !m_error.empty()) {
             return false;
@@ -120,30 +107,6 @@ bool CTopMonitor::AwaitBoard() {
     return true;
 }
 
-// False: the end.
-bool CTopMonitor::AwaitNextLook() {
-    const int64_t end = RealNs() + m_intervalNs;
-    for (int64_t left = m_intervalNs; left > 0; left = end - RealNs()) {
-        TopKey key;
-        switch (m_output->Wait(left, key)) {
-            case CTopOutput::Event::Quit:
-                return false;
-            case CTopOutput::Event::Redraw:
-                Show();
-                break;
-            case CTopOutput::Event::Key:
-                if (!OnKey(key)) {
-                    return false;
-                }
-                break;
-            case CTopOutput::Event::TimeUp:
-                break;
-        }
-    }
-    return true;
-}
-
-// False: the end.
 bool CTopMonitor::OnKey(const TopKey& key) {
     const std::optional<size_t> before = m_pages.ShownChannel();
     const CTopPages::Answer answer = m_pages.OnKey(key, m_view, m_instruments.size());

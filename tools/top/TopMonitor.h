@@ -7,7 +7,7 @@
 
 #include "ctl/CtlBoard.h"
 #include "top/TopInstruments.h"
-#include "top/TopOutput.h"
+#include "top/TopLoop.h"
 #include "top/TopPages.h"
 #include "top/TopScreen.h"
 
@@ -21,7 +21,7 @@ struct TopOptions {
 };
 
 // Watches the board of a bus.
-class CTopMonitor {
+class CTopMonitor : public CTopLoop {
   public:
     explicit CTopMonitor(const TopOptions& options);
 
@@ -30,27 +30,22 @@ class CTopMonitor {
 
   private:
     bool Attach();
-    bool Open();
     void Watch();
     bool AwaitBoard();
-    bool AwaitNextLook();
-    bool OnKey(const TopKey& key);
+    bool OnKey(const TopKey& key) override;
     void Look();
     void LookAtInstruments();
-    void Show();
+    void Show() override;
     bool NoticeEnd();
 
     TopOptions m_options;
-    int64_t m_intervalNs;
     std::string m_where;  // "bus 0"
-    std::unique_ptr<CTopOutput> m_output;
     std::unique_ptr<CBoardMemory> m_memory;
     CTopHistory m_history;
     TopView m_view;
     CInstrumentHistory m_instrumentHistory;
     std::vector<InstrumentRow> m_instruments;  // of the channel that is shown
     CTopPages m_pages;
-    bool m_bScreen = false;
     std::string m_error;
     std::string m_noBoard;   // the words for there being none
     std::string m_lastLine;  // said when the terminal is a user's again

@@ -1,7 +1,8 @@
 #include "top/TopPages.h"
 
 #include <algorithm>
-#include <cstdint>
+
+#include "top/TopScroll.h"
 
 namespace ZceBoard {
 
@@ -9,7 +10,6 @@ namespace {
 
 using Kind = TopKey::Kind;
 
-constexpr size_t PAGE_ROWS = 10;
 constexpr size_t CHANNEL_WIDTH = 2;  // of the rows' first column
 constexpr const char* BOARD_HELP = "arrows, 0-9, a-f: choose a channel  Enter: its instruments";
 constexpr const char* INSTRUMENTS_HELP = "arrows, PgUp, PgDn, Home: scroll  0-9, a-f: channel";
@@ -23,31 +23,6 @@ std::vector<size_t> ListedChannels(const TopView& view) {
         }
     }
     return listed;
-}
-
-// How far a key scrolls.
-std::ptrdiff_t StepOf(Kind kind) {
-    switch (kind) {
-        case Kind::Up:
-            return -1;
-        case Kind::Down:
-            return 1;
-        case Kind::PageUp:
-            return -static_cast<std::ptrdiff_t>(PAGE_ROWS);
-        case Kind::PageDown:
-            return PAGE_ROWS;
-        case Kind::Home:
-            return PTRDIFF_MIN / 2;
-        default:
-            return 0;
-    }
-}
-
-// `place` moved within 0 to `last`.
-size_t Moved(size_t place, std::ptrdiff_t step, size_t last) {
-    const auto moved = static_cast<std::ptrdiff_t>(place) + step;
-    return static_cast<size_t>(
-        std::clamp(moved, std::ptrdiff_t{0}, static_cast<std::ptrdiff_t>(last)));
 }
 
 }  // namespace
@@ -72,7 +47,7 @@ CTopPages::Answer CTopPages::OnBoardKey(const TopKey& key, const TopView& view) 
         m_bInstruments = true;
         return Choose(m_channel.value_or(listed.front()));
     }
-    const std::ptrdiff_t step = StepOf(key.kind);
+    const std::ptrdiff_t step = ScrollStep(key.kind);
     if (step == 0) {
         return Answer::Nothing;
     }
@@ -88,7 +63,7 @@ CTopPages::Answer CTopPages::OnInstrumentsKey(const TopKey& key, size_t instrume
         m_bInstruments = false;
         return Answer::Changed;
     }
-    const std::ptrdiff_t step = StepOf(key.kind);
+    const std::ptrdiff_t step = ScrollStep(key.kind);
     if (step == 0 || instruments == 0) {
         return Answer::Nothing;
     }

@@ -1,43 +1,73 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
+#include <optional>
 #include <string>
 
 #include "ctl/CtlBoard.h"
 #include "program/Program.h"
 #include "top/TopMonitor.h"
+#include "top/TopWatchMonitor.h"
 
-// zce-top: a board on one screen, or as lines of text if standard output is no terminal that can be
-// drawn on. Exit status: 0 after q, SIGINT, SIGTERM or SIGHUP, after the one report of --once, and
-// when the board is gone (which the last line says); 2 for a usage error, a board that cannot be
-// looked at, and a standard output that takes nothing, with the reason on standard error.
+// zce-top: a board, or the processes that libzce-watch.so watches, on one screen, or as lines of
+// text if standard output is no terminal that can be drawn on. Exit status: 0 after q, SIGINT,
+// SIGTERM or SIGHUP, after the one report of --once, and when the board is gone (which the last
+// line says); 2 for a usage error, a board or a directory that cannot be looked at, and a standard
+// output that takes nothing, with the reason on standard error.
 
 namespace {
 
 constexpr double MIN_INTERVAL = 0.1;
 constexpr double MAX_INTERVAL = 3600;
 
+// Where the applications' pages are if the command line does not say.
+std::string WatchDirectory() {
+    const char* named = std::getenv("ZCE_WATCH");  // NOLINT(concurrency-mt-unsafe): no thread yet
+    return named != nullptr && *named != '\0' ? named : "/run/zce";
+}
+
+bool Run(const ZceBoard::TopOptions& options, const std::optional<std::string>& watched,
+         std::string& reason) {
+    if (watched) {
+        const std::string directory = watched->empty() ? WatchDirectory() : *watched;
+        return ZceBoard::CTopWatchMonitor(directory, options.interval, options.bOnce).Run(reason);
+    }
+    return ZceBoard::CTopMonitor(options).Run(reason);
+}
+
 int Main(int argc, char** argv) {
     ZceBoard::TopOptions options;
     CLI::App app{
-        "Watches a zce-board: on one screen, or as text if standard output is no terminal to draw "
-        "on.",
+        "Watches a zce-board, or watched applications: on one screen, or as text if standard "
+        "output "
+        "is no terminal to draw on.",
         "zce-top"};
-    app.add_option("--bus", options.bus, "Bus index of the board")
-        ->check(CLI::Range(0U, ZceBoard::LAST_BUS))
-        ->capture_default_str();
+    auto* const bus = app.add_option("--bus", options.bus, "Bus index of the board")
+                          ->check(CLI::Range(0U, ZceBoard::LAST_BUS))
+                          ->capture_default_str();
     app.add_option("--interval", options.interval, "Seconds of real time from look to look")
         ->check(CLI::Range(MIN_INTERVAL, MAX_INTERVAL))
         ->capture_default_str();
     app.add_flag("--once", options.bOnce, "Print one report as text, and end");
-    app.add_flag("--wait", options.bWait,
-                 "Wait for a board if there is none, also when the one that is watched goes");
+    auto* const wait =
+        app.add_flag("--wait", options.bWait,
+                     "Wait for a board if there is none, also when the one that is watched goes");
+    std::string directory;
+    const auto* const watch =
+        app.add_option(
+               "--watch", directory,
+               "No board, but the applications that run with libzce-watch.so: the directory "
+               "of their pages, if not named ZCE_WATCH's or /run/zce")
+            ->type_name("DIR")
+            ->expected(0, 1)
+            ->excludes(bus, wait);
     ZceProgram::IgnoreBrokenPipes();
     if (const auto status = ZceProgram::ReadCommandLine(app, argc, argv)) {
         return *status;
     }
     std::string reason;
-    if (!ZceBoard::CTopMonitor(options).Run(reason)) {
+    if (!Run(options, watch->count() != 0 ? std::optional(directory) : std::nullopt, reason)) {
         fprintf(stderr, "zce-top: %s\n", reason.c_str());
         return ZceProgram::EXIT_NOT_DONE;
     }

@@ -201,6 +201,26 @@ TEST_F(DrvDmaRecv, RecvOnceIgnoresTheRegisteredHandler) {
     EXPECT_EQ(deliveries.at(0).context, &given);
 }
 
+void OnPolled(const unsigned char* data, unsigned int size, void* context) {
+    static_cast<std::vector<unsigned char>*>(context)->assign(data, data + size);
+}
+
+TEST_F(DrvDmaRecv, ThePollerDeliversAsRecvOnceDoes) {
+    Start();
+    const DrvDmaPoll_t poller = m_drv->Poller();
+    FakeEnyx::QueuePacket(stream, {1, 2, 3});
+    std::vector<unsigned char> packet;
+    EXPECT_EQ(poller.poll(poller.polled, &OnPolled, &packet), 1);
+    EXPECT_THAT(packet, ElementsAre(1, 2, 3));
+    EXPECT_EQ(poller.poll(poller.polled, &OnPolled, &packet), 0);
+    for (const int result : {-1, -7, 2, 11}) {
+        FakeEnyx::Fail("a2c_stream_poll_once", 1, EIO, result);
+        EXPECT_EQ(poller.poll(poller.polled, &OnPolled, &packet), result);
+    }
+    EXPECT_EQ(FakeEnyx::PollCount(), 6U);
+    EXPECT_THAT(m_log.Lines(), IsEmpty());
+}
+
 TEST_F(DrvDmaRecv, ReceivingDoesNotAllocate) {
     Start();
     void* handler = reinterpret_cast<void*>(&Ignore);
@@ -214,6 +234,8 @@ TEST_F(DrvDmaRecv, ReceivingDoesNotAllocate) {
     EXPECT_EQ(m_drv->PollData(), 0);
     EXPECT_EQ(m_drv->RecvOnce(handler, nullptr), 1);
     EXPECT_EQ(m_drv->RecvOnce(handler, nullptr), 0);
+    const DrvDmaPoll_t poller = m_drv->Poller();
+    EXPECT_EQ(poller.poll(poller.polled, &Ignore, nullptr), 0);
     EXPECT_EQ(AllocationCount(), before);
 }
 

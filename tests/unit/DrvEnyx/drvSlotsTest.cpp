@@ -67,7 +67,7 @@ class RecordingDrv final : public IDrv {
     }
 };
 
-class RecordingDma final : public IDrvDMA {
+class RecordingDma : public IDrvDMA {
   public:
     ~RecordingDma() override { calls.emplace_back("destructor"); }
     int Init(void*) override { return Made("Init"); }
@@ -149,6 +149,23 @@ TEST(DriverSlots, DmaDriverOperationsAreSlots2To7) {
     Entry<None>(&dma, 7)(&dma);
     EXPECT_THAT(calls, ElementsAre("Init", "Send", "RecvOnce", "RecvOnceCb", "RegisterHandler",
                                    "PollData"));
+}
+
+TEST(DriverSlots, ThePollerOfAnyDriverIsItsRecvOnce) {
+    class Answering final : public RecordingDma {
+      public:
+        int RecvOnce(void* handler, void* context) override {
+            EXPECT_EQ(handler, reinterpret_cast<void*>(&Take));
+            EXPECT_EQ(context, &calls);
+            return 1 + RecordingDma::RecvOnce(handler, context);
+        }
+        static void Take(const unsigned char* /*data*/, unsigned int /*size*/, void* /*context*/) {}
+    };
+    calls.clear();
+    Answering dma;
+    const DrvDmaPoll_t poller = dma.Poller();
+    EXPECT_EQ(poller.poll(poller.polled, &Answering::Take, &calls), 1);
+    EXPECT_THAT(calls, ElementsAre("RecvOnce"));
 }
 
 TEST(DriverRecords, RegisterOpenRecordIsTwo16BitFieldsInOrder) {

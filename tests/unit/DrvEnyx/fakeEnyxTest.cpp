@@ -85,6 +85,22 @@ TEST(FakeEnyx, DestructionOfAnMmioTakesItsCoresAlong) {
     EXPECT_THAT(FakeEnyx::Live(), IsEmpty());
 }
 
+TEST(FakeEnyx, AnOpenStreamIsBusyUnlessStreamsAreShared) {
+    enyx_hw_filter* filter = enyx_hw_filter_create();
+    enyx_hw_accelerator_descriptor* board = nullptr;
+    enyx_hw_enumerate_accelerators(filter, &board, 1);
+    enyx_hw_filter_set_name(filter, "CUSTOM_CHAN0_DATA");
+    enyx_hw_a2c_stream_descriptor* stream = nullptr;
+    enyx_hw_accelerator_enumerate_a2c_streams(enyx_hw_accelerator_get(board), filter, &stream, 1);
+    EXPECT_NE(enyx_hw_a2c_stream_create(stream, 0), nullptr);
+    EXPECT_EQ(enyx_hw_a2c_stream_create(stream, 0), nullptr);
+    EXPECT_EQ(errno, EBUSY);
+    FakeEnyx::ShareStreams();
+    EXPECT_NE(enyx_hw_a2c_stream_create(stream, 0), nullptr);
+    FakeEnyx::SetStreamBusy("CUSTOM_CHAN0_DATA", true);
+    EXPECT_EQ(enyx_hw_a2c_stream_create(stream, 0), nullptr);
+}
+
 TEST(FakeEnyx, FailsTheNthCallOfANameOnce) {
     FakeEnyx::Fail("filter_create", 2, EIO);
     EXPECT_NE(enyx_hw_filter_create(), nullptr);

@@ -1,10 +1,13 @@
-// What the recorder (libzce-record.so, LD_PRELOAD) costs the polling thread: a delivered message
-// and an idle poll through VelaRecv in a process with it, and in one without it.
+// What the libraries that are loaded in front of the vendor's (LD_PRELOAD) cost the polling thread:
+// a delivered message and an idle poll through VelaRecv in a process with one, and in a process
+// without. The recorder, libzce-record.so, and the watch, libzce-watch.so.
 //
-// The two processes are this program once more. Both stay; stretches of polls take turns on one
+// The processes are this program once more. All stay; stretches of polls take turns on one
 // processor, and the recorder's own thread runs on another one. In the end the capture must have
-// every message. Beside it stands what a message costs without the recorder if the callback does no
-// more than ask for the time of day, which is what a message's record begins with.
+// every message, and the watch's page must have counted every one. Beside the recorder stands what
+// a message costs without it if the callback does no more than ask for the time of day, which is
+// what a message's record begins with; beside the watch what one reading of the processor's counter
+// costs, which it makes once in up to 128 polls.
 
 #include <fcntl.h>
 #include <sys/wait.h>
@@ -17,6 +20,7 @@
 #include <cstring>
 #include <ctime>
 #include <filesystem>
+#include <map>
 #include <string>
 
 #include "benchBoard.h"
@@ -26,6 +30,8 @@
 #include "benchProcess.h"
 #include "capture/CaptureReader.h"
 #include "memory/Ring.h"
+#include "watch/Ticks.h"
+#include "watch/WatchReader.h"
 
 namespace velabench {
 
@@ -110,7 +116,7 @@ class CPolls {
 
 int PollForParent(int questions, int answers, int cpu) {
     GoAhead();
-    CBenchBoard board(g_sink);  // the recorder's thread starts here, where the parent put it
+    CBenchBoard board(g_sink);  // a recorder's thread starts here, where the parent put it
     Pin(cpu);
     CPolls polls(board);
     char question = 0;
@@ -135,10 +141,17 @@ int PollForParent(int questions, int answers, int cpu) {
 
 Cpus g_cpus{};
 
+// A library in front of the vendor's, and the variable of its file.
+struct Preload {
+    const char* library;
+    const char* variable;
+    std::string value;
+};
+
 class CPollingProcess {
   public:
-    // With the recorder if `capture` is not empty.
-    explicit CPollingProcess(const std::string& capture) {
+    // Null: nothing in front of the vendor's library.
+    explicit CPollingProcess(const Preload* preload) {
         int questions[2];
         int answers[2];
         if (pipe2(questions, O_CLOEXEC) != 0 || pipe2(answers, O_CLOEXEC) != 0) {
@@ -150,7 +163,7 @@ class CPollingProcess {
             Die("fork failed");
         }
         if (m_pid == 0) {
-            Become(questions[0], answers[1], capture);
+            Become(questions[0], answers[1], preload);
         }
         close(questions[0]);
         close(answers[1]);
@@ -185,15 +198,15 @@ class CPollingProcess {
     }
 
   private:
-    [[noreturn]] static void Become(int questions, int answers, const std::string& capture) {
+    [[noreturn]] static void Become(int questions, int answers, const Preload* preload) {
         fcntl(questions, F_SETFD, 0);
         fcntl(answers, F_SETFD, 0);
         Pin(g_cpus.board);
-        if (!capture.empty()) {
-            setenv("LD_PRELOAD", VELAZCE_RECORDER, 1);
-            setenv("ZCE_RECORD", capture.c_str(), 1);
+        if (preload != nullptr) {
+            setenv("LD_PRELOAD", preload->library, 1);
+            setenv(preload->variable, preload->value.c_str(), 1);
         }
-        execl("/proc/self/exe", "recorder_bench", childOption, std::to_string(questions).c_str(),
+        execl("/proc/self/exe", "preload_bench", childOption, std::to_string(questions).c_str(),
               std::to_string(answers).c_str(), std::to_string(g_cpus.application).c_str(),
               IsSmokeRun() ? "--smoke" : static_cast<char*>(nullptr), static_cast<char*>(nullptr));
         _exit(1);
@@ -206,32 +219,49 @@ class CPollingProcess {
 
 std::string g_folder;
 CPollingProcess* g_without = nullptr;
-CPollingProcess* g_with = nullptr;
-std::uint64_t g_ulRecorded = 0;
+CPollingProcess* g_recorder = nullptr;
+CPollingProcess* g_watch = nullptr;
+std::uint64_t g_ulMessages = 0;  // that each of the two has polled
+
+// One reading of the clock that the watch reads, in ns.
+double TimeReadings() {
+    const ZceWatch::TickSource source = ZceWatch::FindTickSource();
+    const std::uint64_t begin = Ticks();
+    for (int k = 0; k < idlePolls; ++k) {
+        benchmark::DoNotOptimize(ZceWatch::ReadTicks(source));
+    }
+    return static_cast<double>(Ticks() - begin) * NsOfTick() / idlePolls;
+}
 
 void Compare(benchmark::State& state) {
     const int stretches = IsSmokeRun() ? 2 : 40;
+    const std::map<std::string, CPollingProcess*> all = {
+        {"without", g_without}, {"recorder", g_recorder}, {"watch", g_watch}};
     while (state.KeepRunning()) {
-        double message[2] = {};
-        double idle[2] = {};
-        double clock = 0;
+        std::map<std::string, double> ns;
         for (int k = 0; k < stretches; ++k) {
-            message[0] += g_without->Ask(askMessages);
-            message[1] += g_with->Ask(askMessages);
-            clock += g_without->Ask(askClock);
-            g_ulRecorded += messagesOfAStretch;
+            for (const auto& [name, process] : all) {
+                ns["message " + name] += process->Ask(askMessages) / stretches;
+            }
+            ns["clock"] += g_without->Ask(askClock) / stretches;
+            ns["reading"] += TimeReadings() / stretches;
+            g_ulMessages += messagesOfAStretch;
             usleep(drainUs);
-            idle[0] += g_without->Ask(askIdle);
-            idle[1] += g_with->Ask(askIdle);
+            for (const auto& [name, process] : all) {
+                ns["idle " + name] += process->Ask(askIdle) / stretches;
+            }
         }
-        state.SetIterationTime(message[1] / stretches * 1e-9);
-        state.counters["message without"] = message[0] / stretches;
-        state.counters["message with"] = message[1] / stretches;
-        state.counters["message more"] = (message[1] - message[0]) / stretches;
-        state.counters["clock more"] = (clock - message[0]) / stretches;
-        state.counters["idle without"] = idle[0] / stretches;
-        state.counters["idle with"] = idle[1] / stretches;
-        state.counters["idle more"] = (idle[1] - idle[0]) / stretches;
+        for (const auto& [name, value] : ns) {
+            state.counters[name] = value;
+        }
+        for (const std::string what : {"message ", "idle "}) {
+            for (const std::string library : {"recorder", "watch"}) {
+                state.counters[what + library + " more"] =
+                    ns[what + library] - ns[what + "without"];
+            }
+        }
+        state.counters["clock more"] = ns["clock"] - ns["message without"];
+        state.SetIterationTime(ns["message watch"] * 1e-9);
     }
 }
 
@@ -247,8 +277,30 @@ void CheckCapture(const std::string& capture) {
     while (reader.Read(message) == ZceCapture::CCaptureReader::Next::Message) {
         count += message.channel == libraryChannel && message.bytes.size() == l1.Size() ? 1 : 0;
     }
-    if (count != g_ulRecorded || reader.Lost() != 0) {
-        Die("the capture has " + std::to_string(count) + " of " + std::to_string(g_ulRecorded) +
+    if (count != g_ulMessages || reader.Lost() != 0) {
+        Die("the capture has " + std::to_string(count) + " of " + std::to_string(g_ulMessages) +
+            " messages");
+    }
+}
+
+// The page has counted every message that the watched process polled.
+void CheckPage(const std::string& directory) {
+    ZceWatch::Directory pages;
+    std::string error;
+    if (!ZceWatch::ReadDirectory(directory, pages, error)) {
+        Die(error);
+    }
+    if (pages.processes.size() != 1 || pages.processes[0].life != ZceWatch::Life::Ended) {
+        Die("the watched process left no page that ended in order");
+    }
+    std::uint64_t messages = 0;
+    std::uint64_t bytes = 0;
+    for (const ZceWatch::Stream& stream : pages.processes[0].streams) {
+        messages += stream.channel == libraryChannel ? stream.Messages() : 0;
+        bytes += stream.Bytes();
+    }
+    if (messages != g_ulMessages || bytes != g_ulMessages * l1.Size()) {
+        Die("the page has " + std::to_string(messages) + " of " + std::to_string(g_ulMessages) +
             " messages");
     }
 }
@@ -268,33 +320,47 @@ void MakeFolder() {
 }
 
 void Print(const CMedians& medians) {
-    constexpr double messageBound = 25;
-    constexpr double idleBound = 3;
-    for (const std::string what : {"message", "idle"}) {
-        std::printf("%s: without the recorder %.1f ns, with it %.1f ns\n", what.c_str(),
-                    medians.Counter("recorder", what + " without"),
-                    medians.Counter("recorder", what + " with"));
+    struct Bounds {
+        std::string library;
+        double message;
+        double idle;
+    };
+    for (const Bounds& bounds : {Bounds{"recorder", 25, 3}, Bounds{"watch", 5, 2}}) {
+        for (const std::string what : {"message", "idle"}) {
+            std::printf("%s: without the %s %.1f ns, with it %.1f ns\n", what.c_str(),
+                        bounds.library.c_str(), medians.Counter("preload", what + " without"),
+                        medians.Counter("preload", what + " " + bounds.library));
+        }
+        PrintRatioAtMost(bounds.library + "-message-ns",
+                         medians.Counter("preload", "message " + bounds.library + " more"),
+                         bounds.message);
+        PrintRatioAtMost(bounds.library + "-idle-ns",
+                         medians.Counter("preload", "idle " + bounds.library + " more"),
+                         bounds.idle);
     }
-    PrintRatioAtMost("recorder-message-ns", medians.Counter("recorder", "message more"),
-                     messageBound);
-    PrintRatio("recorder-clock-alone-ns", medians.Counter("recorder", "clock more"));
-    PrintRatioAtMost("recorder-idle-ns", medians.Counter("recorder", "idle more"), idleBound);
+    PrintRatio("recorder-clock-alone-ns", medians.Counter("preload", "clock more"));
+    PrintRatio("watch-clock-alone-ns", medians.Counter("preload", "reading"));
 }
 
 void RunParent() {
     g_cpus = PickCpus();
     MakeFolder();
-    const std::string capture = g_folder + "/capture.pcap";
-    CPollingProcess without("");
-    CPollingProcess with(capture);
+    const Preload recorder{VELAZCE_RECORDER, "ZCE_RECORD", g_folder + "/capture.pcap"};
+    const Preload watch{VELAZCE_WATCH, "ZCE_WATCH", g_folder + "/watch"};
+    CPollingProcess without(nullptr);
+    CPollingProcess recorded(&recorder);
+    CPollingProcess watched(&watch);
     g_without = &without;
-    g_with = &with;
-    Register("recorder", Compare);
+    g_recorder = &recorded;
+    g_watch = &watched;
+    Register("preload", Compare);
     CMedians medians;
     RunAll(medians);
     without.End();
-    with.End();
-    CheckCapture(capture);
+    recorded.End();
+    watched.End();
+    CheckCapture(recorder.value);
+    CheckPage(watch.value);
     Print(medians);
     Finish();
 }

@@ -5,7 +5,9 @@
 #include <optional>
 #include <string>
 
-namespace ZceRecord {
+namespace ZcePreload {
+
+constexpr uint16_t BUS_UNKNOWN = 0xFFFF;
 
 // Which stream is behind a handle of the vendor's library: follows filters and descriptors from the
 // calls that made them. A handle stands for the address that the library gave. Under a lock of its
@@ -13,7 +15,7 @@ namespace ZceRecord {
 class CHandles {
   public:
     struct Stream {
-        uint16_t bus;
+        uint16_t bus;  // BUS_UNKNOWN: its accelerator was not looked for by its index
         uint16_t channel;
     };
 
@@ -42,4 +44,4 @@ class CHandles {
     std::map<const void*, Stream> m_streamDescriptors;
 };
 
-}  // namespace ZceRecord
+}  // namespace ZcePreload

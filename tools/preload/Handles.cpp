@@ -1,18 +1,16 @@
-#include "record/Handles.h"
+#include "preload/Handles.h"
 
 #include <algorithm>
 
-#include "capture/ZceCapture.h"
-
-namespace ZceRecord {
+namespace ZcePreload {
 
 namespace {
 
-constexpr uint32_t MAX_BUS = ZCE_CAPTURE_BUS_UNKNOWN - 1;
+constexpr uint32_t MAX_BUS = BUS_UNKNOWN - 1;
 
 uint16_t BusOf(const std::map<const void*, uint16_t>& buses, const void* handle) {
     const auto found = buses.find(handle);
-    return found != buses.end() ? found->second : uint16_t{ZCE_CAPTURE_BUS_UNKNOWN};
+    return found != buses.end() ? found->second : BUS_UNKNOWN;
 }
 
 }  // namespace
@@ -88,4 +86,4 @@ std::optional<uint16_t> CHandles::ChannelOf(const std::string& name) {
     return static_cast<uint16_t>(std::stoul(digits));
 }
 
-}  // namespace ZceRecord
+}  // namespace ZcePreload

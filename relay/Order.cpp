@@ -1,0 +1,50 @@
+#include "relay/Order.h"
+
+namespace ZceRelay {
+
+// False: of a publisher that another one has taken the place of. `nothingLost`: the number in front
+// of which nothing is missed by whoever comes late.
+bool CStreamOrder::Enter(const Sequence& sequence, uint64_t nothingLost) {
+    m_lostBefore = 0;
+    if (m_sessions != 0 && sequence.session == m_session) {
+        return true;
+    }
+    if (m_sessions > 1 && sequence.session == m_sessionBefore) {
+        ++m_others;
+        return false;
+    }
+    m_last = 0;
+    if (m_sessions == 0) {
+        m_first = sequence.number;
+        m_last = nothingLost;
+    }
+    m_sessionBefore = m_session;
+    m_session = sequence.session;
+    ++m_sessions;
+    return true;
+}
+
+CStreamOrder::Verdict CStreamOrder::Judge(const Sequence& sequence) {
+    if (!Enter(sequence, sequence.number - 1)) {
+        return Verdict::Other;
+    }
+    if (sequence.number <= m_last) {
+        ++m_duplicates;
+        return Verdict::Duplicate;
+    }
+    m_lostBefore = sequence.number - m_last - 1;
+    m_lost += m_lostBefore;
+    m_last = sequence.number;
+    ++m_received;
+    return Verdict::Next;
+}
+
+void CStreamOrder::Mark(const Sequence& sequence) {
+    if (Enter(sequence, sequence.number) && sequence.number > m_last) {
+        m_lostBefore = sequence.number - m_last;
+        m_lost += m_lostBefore;
+        m_last = sequence.number;
+    }
+}
+
+}  // namespace ZceRelay

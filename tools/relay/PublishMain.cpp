@@ -1,0 +1,167 @@
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <csignal>
+#include <cstdio>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "IVelaZceMdApi.h"
+#include "program/Program.h"
+#include "relay-tool/Commands.h"
+#include "relay-tool/Feed.h"
+#include "relay-tool/PublishRun.h"
+#include "relay-tool/ServerOptions.h"
+
+namespace ZceRelay {
+
+namespace {
+
+constexpr size_t MIB = size_t{1} << 20U;
+constexpr int64_t NS_PER_HOUR = 3600LL * 1'000'000'000;
+constexpr const char* CACHE_FILE = "bin";  // which the library writes as the master
+constexpr int64_t NS_PER_US = 1000;
+
+struct Words {
+    std::string config;
+    ServerOptions server;
+    std::string stream;
+    uint32_t streamHours = 24;
+    uint32_t streamMib = 4096;
+    uint32_t ringMib = 32;
+    uint32_t napUs = 0;
+    uint32_t restUs = 50;
+    std::optional<std::string> instruments;
+    std::vector<std::string> bodySizes;
+    bool bQuiet = false;
+};
+
+void Describe(CLI::App& app, Words& words) {
+    app.add_option("CONFIG", words.config, "The INI file of the library: which board and channel")
+        ->required();
+    AddServerOptions(app, words.server);
+    auto* stream = app.add_option("--stream", words.stream,
+                                  "JetStream's stream that keeps the messages for those who come "
+                                  "late; it is made if it is not there");
+    app.add_option("--stream-hours", words.streamHours,
+                   "How long a stream that is made keeps a message; 0: for good")
+        ->needs(stream)
+        ->capture_default_str();
+    app.add_option("--stream-mib", words.streamMib,
+                   "How many MiB it keeps, the oldest messages going first; 0: all")
+        ->needs(stream)
+        ->capture_default_str();
+    app.add_option("--instruments", words.instruments,
+                   "The cache file of the board's master, whose list is published. Without: bin in "
+                   "the working directory if CONFIG is the master's, else none");
+    app.add_option("--body-size", words.bodySizes,
+                   "TYPE=BYTES, for each of the types 17 to 20: the bodies of a board that is not "
+                   "the software board");
+    app.add_option("--ring", words.ringMib,
+                   "MiB for messages that are not published yet: what a server that is away may "
+                   "cost")
+        ->check(CLI::Range(1U, 4096U))
+        ->capture_default_str();
+    app.add_option("--nap", words.napUs,
+                   "Microseconds that the polling thread rests after a poll that found nothing; 0: "
+                   "it takes a whole processor")
+        ->check(CLI::Range(0U, 1'000'000U))
+        ->capture_default_str();
+    app.add_option("--rest", words.restUs, "The same of the publishing thread, for an empty ring")
+        ->check(CLI::Range(0U, 1'000'000U))
+        ->capture_default_str();
+    app.add_flag("--quiet", words.bQuiet, "No status line each second");
+}
+
+volatile std::sig_atomic_t g_bStop = 0;
+
+void OnSignal(int /*signal*/) {
+    g_bStop = 1;
+}
+
+void Poll(IVelaZceMdApi& api, uint32_t napUs) {
+    // From the first message on the library has both signals, and VelaRecv returns -1 then.
+    std::signal(SIGINT, OnSignal);
+    std::signal(SIGTERM, OnSignal);
+    while (g_bStop == 0) {
+        const int got = api.VelaRecv();
+        if (got == -1) {
+            return;
+        }
+        if (got == 0 && napUs != 0) {
+            std::this_thread::sleep_for(std::chrono::microseconds(napUs));
+        }
+    }
+}
+
+int NotDone(const std::string& reason) {
+    TellError(reason);
+    return ZceProgram::EXIT_NOT_DONE;
+}
+
+}  // namespace
+
+int PublishMain(int argc, const char* const* argv) {
+    CLI::App app{"Publishes one channel's messages through a NATS server.", "zce-relay publish"};
+    Words words;
+    Describe(app, words);
+    if (const auto status = ZceProgram::ReadCommandLine(app, argc, argv)) {
+        return *status;
+    }
+    std::string error;
+    Settings settings;
+    if (!SettingsOf(words.server, settings, error)) {
+        return NotDone(error);
+    }
+    BodySizes sizes = BoardBodySizes();
+    for (const std::string& text : words.bodySizes) {
+        if (!TakeBodySize(text, sizes)) {
+            return NotDone(
+                fmt::format("--body-size {}: a type from 17 to 20 and 1 to {} bytes are "
+                            "needed, like 17=136",
+                            text, LARGEST_BODY));
+        }
+    }
+    const auto device = DeviceOf(words.config, error);
+    if (!device) {
+        return NotDone(error);
+    }
+    PublishOptions options;
+    options.bus = device->bus;
+    options.channel = device->channel;
+    options.bBoardBodies = words.bodySizes.empty();
+    options.stream = words.stream;
+    options.streamAgeNs = words.streamHours * NS_PER_HOUR;
+    options.streamBytes = static_cast<int64_t>(words.streamMib * MIB);
+    CPublisher publisher(settings, options, TellError);
+    if (!publisher.Prepare(error)) {
+        return NotDone(error);
+    }
+    CPublishRun::Options run;
+    run.instruments = words.instruments.value_or(device->channel == 0 ? CACHE_FILE : "");
+    run.restNs = words.restUs * NS_PER_US;
+    run.bStatus = !words.bQuiet;
+    run.name = fmt::format("bus={} channel={}", device->bus, device->channel);
+    CTakenMessages taken(words.ringMib * MIB);
+    CFeed feed(taken, sizes);
+    IVelaZceMdApi* api = IVelaZceMdApi::CreateVelaZceMdApi();
+    if (api == nullptr) {
+        return NotDone("out of memory");
+    }
+    // From before the start on: the list is published while the master learns it.
+    CPublishRun publishing(publisher, taken, run);
+    const int started = api->VelaStart(feed, words.config.c_str());
+    if (started == 0) {
+        Poll(*api, words.napUs);
+    }
+    IVelaZceMdApi::DestroyVelaZceMdApi(*api);
+    publishing.Finish();
+    if (started != 0) {
+        return NotDone("the library's log service could not be started");
+    }
+    fmt::print("{}", publishing.LastLine());
+    return publishing.IsAllOut() ? ZceProgram::EXIT_FINE : EXIT_LOST;
+}
+
+}  // namespace ZceRelay

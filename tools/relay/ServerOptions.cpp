@@ -1,0 +1,38 @@
+#include "relay-tool/ServerOptions.h"
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+
+#include "program/Printable.h"
+
+namespace ZceRelay {
+
+void AddServerOptions(CLI::App& app, ServerOptions& options) {
+    app.add_option("--server", options.server,
+                   "Address of the NATS server, nats://HOST:PORT; several of a cluster with commas "
+                   "between. Without: that of the settings file, or nats://127.0.0.1:4222");
+    app.add_option("--settings", options.settingsFile,
+                   "An INI file whose section [nats] has the server, user and password, token, "
+                   "nkey or credentials, and the files for TLS");
+}
+
+bool SettingsOf(const ServerOptions& options, Settings& settings, std::string& error) {
+    if (!options.settingsFile.empty() && !ReadSettings(options.settingsFile, settings, error)) {
+        return false;
+    }
+    if (options.server.empty()) {
+        return true;
+    }
+    std::string why;
+    if (!TakeServer(options.server, settings, why)) {
+        error = "--server: " + why;
+        return false;
+    }
+    return true;
+}
+
+void TellError(const std::string& line) {
+    fprintf(stderr, "zce-relay: %s\n", ZceProgram::Printable(line).c_str());
+}
+
+}  // namespace ZceRelay
