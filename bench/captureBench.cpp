@@ -26,8 +26,6 @@
 #include "capture/CaptureFile.h"
 #include "capture/ZceCapture.h"
 
-extern char** environ;
-
 namespace velabench {
 
 namespace {
@@ -80,7 +78,7 @@ void WriteCapture(const std::string& path, std::uint16_t type, unsigned char lev
     ZceCapture::CCaptureFile file;
     std::string error;
     if (!file.Open(path, error)) {
-        Die(path + ": " + error);
+        Die(error);
     }
     const auto size = static_cast<std::uint16_t>(ZceBoardBodySize(type));
     std::array<unsigned char, HEADS_SIZE + sizeof(ZceBoardL5_t)> packet{};
@@ -97,11 +95,11 @@ void WriteCapture(const std::string& path, std::uint16_t type, unsigned char lev
         const auto timeNs = static_cast<std::int64_t>(1795138200'000'000'000 + number * 997);
         file.Add(timeNs, packet.data(), static_cast<std::uint32_t>(HEADS_SIZE) + size);
         if (file.Pending() > (1U << 20U) && !file.Flush(error)) {
-            Die(path + ": " + error);
+            Die(error);
         }
     }
     if (!file.Flush(error)) {
-        Die(path + ": " + error);
+        Die(error);
     }
 }
 

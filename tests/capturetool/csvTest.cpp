@@ -140,8 +140,8 @@ TEST_F(CsvRow, BodiesOfAnotherBoardAreRaw) {
                                        OtherMessage(4000000000, "x")};
     // In the head: channel, length, zeroes; in the body: behind the name's end, table, levels,
     // zeroes.
-    for (const std::size_t at : {4, 5, 6, 7, 8, 11, 12 + 30, 12 + 39, 12 + 42, 12 + 43, 12 + 45,
-                                 12 + 47, 12 + 108, 12 + 111}) {
+    for (const unsigned int at : {4U, 5U, 6U, 7U, 8U, 11U, 12U + 30, 12U + 39, 12U + 42, 12U + 43,
+                                  12U + 45, 12U + 47, 12U + 108, 12U + 111}) {
         std::string other = good;
         other[at] = static_cast<char>(other[at] ^ 4);
         others.push_back(other);
@@ -152,7 +152,7 @@ TEST_F(CsvRow, BodiesOfAnotherBoardAreRaw) {
             "," + std::to_string(other.size()) + std::string(38, ',') + Hex(other);
         EXPECT_EQ(row.find(end), row.size() - end.size()) << row;
     }
-    for (const std::size_t at : {12 + 40, 12 + 41, 12 + 44, 12 + 24, 12 + 28}) {
+    for (const unsigned int at : {12U + 40, 12U + 41, 12U + 44, 12U + 24, 12U + 28}) {
         std::string same = good;
         same[at] = static_cast<char>(same[at] ^ 4);
         EXPECT_EQ(Row(same).back(), ',') << at;

@@ -20,7 +20,6 @@ namespace velatest {
 namespace {
 
 using testing::HasSubstr;
-using ZceCaptureTool::DiffOptions;
 
 BoardMessage On(uint16_t channel, uint64_t seq) {
     BoardMessage message;

@@ -83,8 +83,8 @@ TEST_F(Stats, TheWidthFitsTheDay) {
         uint64_t binNs;
     } cases[] = {{0, 1'000'000},
                  {10, 500'000'000},
-                 {4 * 3600, 300'000'000'000},
-                 {50 * 86400, 21'600'000'000'000 * 8}};
+                 {14'400, 300'000'000'000},
+                 {4'320'000, 21'600'000'000'000 * 8}};
     for (const auto& one : cases) {
         CaptureBytes()
             .Add(RECORDED_SECOND, 0, Other(3, 1))

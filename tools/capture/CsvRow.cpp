@@ -33,7 +33,8 @@ static_assert(std::count(HEADER.begin(), HEADER.end(), ',') == 10 + COLUMNS_OF_B
 
 // Every column's width at its most: a row always has room, and none of its parts need ask for it.
 static_assert(10 * LONGEST_NUMBER + CTimeWriter::SIZE + COLUMNS_OF_BODY * LONGEST_NUMBER +
-                  2 * ZCE_BOARD_NAME_SIZE + 2 + 2 * CCaptureReader::LARGEST_MESSAGE + 1 <=
+                  std::size_t{2} * ZCE_BOARD_NAME_SIZE + 2 + 2 * CCaptureReader::LARGEST_MESSAGE +
+                  1 <=
               CCsvRows::LONGEST_ROW);
 
 char* PutText(char* at, std::string_view text) {

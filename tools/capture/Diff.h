@@ -1,6 +1,5 @@
 #pragma once
 
-#include <compare>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -20,7 +19,10 @@ struct DiffOptions {
 struct ChannelId {
     uint16_t bus = 0;
     uint16_t channel = 0;
-    auto operator<=>(const ChannelId&) const = default;
+    bool operator==(const ChannelId&) const = default;
+    bool operator<(const ChannelId& other) const {
+        return bus != other.bus ? bus < other.bus : channel < other.channel;
+    }
 };
 
 // A message with bytes of its own; packet 0: there is none.

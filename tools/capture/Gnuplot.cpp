@@ -11,8 +11,6 @@
 
 #include "program/RegularFile.h"
 
-extern char** environ;
-
 namespace ZceCaptureTool {
 
 namespace {

@@ -1,11 +1,11 @@
 #pragma once
 
 #include <array>
-#include <compare>
 #include <cstdint>
 #include <map>
 #include <optional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "capture/CaptureReader.h"
@@ -19,7 +19,10 @@ struct StreamId {
     uint16_t bus = 0;
     uint16_t channel = 0;
     uint16_t opening = 0;
-    auto operator<=>(const StreamId&) const = default;
+    bool operator==(const StreamId&) const = default;
+    bool operator<(const StreamId& other) const {
+        return std::tie(bus, channel, opening) < std::tie(other.bus, other.channel, other.opening);
+    }
 };
 
 struct Count {
