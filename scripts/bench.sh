@@ -19,7 +19,7 @@ for option in "$@"; do
 done
 
 need "${BUILD_PACKAGES[@]}" "${BENCH_PACKAGES[@]}"
-benches=(live recv start selection learn log throughput latency sizes recorder jitter)
+benches=(live recv start selection learn log throughput latency sizes recorder relay jitter)
 build release "${benches[@]/%/_bench}" instruction_bench
 mkdir -p build/bench
 output=build/bench/output.txt

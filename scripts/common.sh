@@ -10,10 +10,10 @@ export LC_ALL=C
 BUILD_PACKAGES=(g++ cmake ninja-build libiniparser-dev libcli11-dev libfmt-dev
                 libpcap-dev libboost-dev libgtest-dev libgmock-dev libbenchmark-dev
                 libncurses-dev nlohmann-json3-dev python3 valgrind faketime
-                libatomic-queue-dev libreaderwriterqueue-dev libiceoryx-posh-dev iceoryx libspdlog-dev)
+                libnats-dev libatomic-queue-dev libreaderwriterqueue-dev libiceoryx-posh-dev iceoryx libspdlog-dev)
 TEST_PACKAGES=(clang-14 lld clang-tidy clang-format libclang-rt-14-dev faketime strace binutils
                pkg-config make git procps tmux tshark
-               abigail-tools cppcheck doxygen
+               nats-server openssl abigail-tools cppcheck doxygen
                dpkg-dev file lintian man-db mandoc)
 # For the plots.
 BENCH_PACKAGES=(gnuplot-nox git)
