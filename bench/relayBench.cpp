@@ -19,6 +19,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <thread>
@@ -62,7 +63,7 @@ void Callback(benchmark::State& state) {
     Element element{};
     std::memcpy(element.body, g_body, bodySize);
     while (state.KeepRunning()) {
-        std::int64_t ns[3] = {};
+        std::vector<double> ns[3];
         for (int k = 0; k < bursts; ++k) {
             const std::int64_t begin = NowNs();
             for (int m = 0; m < burst; ++m) {
@@ -78,20 +79,23 @@ void Callback(benchmark::State& state) {
             for (int m = 0; m < burst; ++m) {
                 benchmark::DoNotOptimize(get_time());
             }
-            ns[0] += between - begin;
-            ns[1] += clock - between;
-            ns[2] += NowNs() - clock;
+            const std::int64_t end = NowNs();
+            ns[0].push_back(static_cast<double>(between - begin) / burst);
+            ns[1].push_back(static_cast<double>(clock - between) / burst);
+            ns[2].push_back(static_cast<double>(end - clock) / burst);
             while (taken.Next(head, body)) {}
             while (queue->try_pop(element)) {}
         }
         if (taken.Lost() != 0) {
             Die("the ring was full");
         }
-        const double messages = static_cast<double>(burst) * bursts;
-        state.SetIterationTime(static_cast<double>(ns[0]) / messages * 1e-9);
-        state.counters["callback"] = static_cast<double>(ns[0]) / messages;
-        state.counters["queue"] = static_cast<double>(ns[1]) / messages;
-        state.counters["clock"] = static_cast<double>(ns[2]) / messages;
+        const char* const names[] = {"callback", "queue", "clock"};
+        for (std::size_t k = 0; k < std::size(names); ++k) {
+            // The median of the bursts: in some the thread had not its processor all the time.
+            std::nth_element(ns[k].begin(), ns[k].begin() + bursts / 2, ns[k].end());
+            state.counters[names[k]] = ns[k][static_cast<std::size_t>(bursts) / 2];
+        }
+        state.SetIterationTime(state.counters["callback"] * 1e-9);
     }
 }
 
