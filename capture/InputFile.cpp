@@ -12,7 +12,7 @@ namespace ZceCapture {
 
 namespace {
 
-constexpr size_t PIECE_BYTES = size_t{256} << 10;
+constexpr size_t PIECE_BYTES = size_t{64} << 10;
 // The first bytes of a zstd frame.
 constexpr std::array<unsigned char, 4> ZSTD_MAGIC{0x28, 0xB5, 0x2F, 0xFD};
 
@@ -37,7 +37,8 @@ std::FILE* CInputFile::Open(const std::string& path) {
     calls.read = &CInputFile::ReadFor;
     std::FILE* stream = fopencookie(this, "r", calls);
     if (stream != nullptr) {
-        setvbuf(stream, nullptr, _IOFBF, PIECE_BYTES);
+        m_buffer.resize(PIECE_BYTES);
+        setvbuf(stream, m_buffer.data(), _IOFBF, m_buffer.size());
     }
     return stream;
 }

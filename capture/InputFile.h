@@ -42,6 +42,7 @@ class CInputFile {
     ssize_t ReadFile(char* to, size_t size) const;
 
     int m_fd = -1;
+    std::vector<char> m_buffer;  // the stream's
     bool m_begun = false;
     std::vector<char> m_taken;  // from the file, not used yet: from m_at
     size_t m_at = 0;
