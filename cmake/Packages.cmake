@@ -99,9 +99,9 @@ so that no application loads it by accident, and zce-board, the process behind
 it that plays the board and its exchange.
 .
 With it come a monitor, a receiver, checks of an INI file, a host and a cache
-file, a recorder of what an application receives, a program that looks at its
-recordings, a watch that tells Prometheus how it fares, and a dissector for
-Wireshark."
+ file, a recorder of what an application receives, a program that looks at its
+ recordings, a watch that tells Prometheus how an application fares, and a
+ dissector for Wireshark."
   DEPENDS "libvelazcemdapi3 (= ${VELAZCE_PACKAGE_VERSION})"
   RECOMMENDS libfaketime SUGGESTS "velazcemdapi-doc, tshark, gnuplot-nox")
 velazce_package(velazcemdapi-doc documentation doc

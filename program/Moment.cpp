@@ -77,6 +77,22 @@ std::optional<Moment> ReadMoment(const std::string& text, unsigned int today) {
     return moment;
 }
 
+std::optional<Moment> MomentToAsk(const char* name, const std::optional<std::string>& text,
+                                  const std::optional<Moment>& now) {
+    if (!now) {
+        fprintf(stderr, "%s: the host's local time cannot be determined\n", name);
+        return std::nullopt;
+    }
+    if (!text) {
+        return now;
+    }
+    const std::optional<Moment> at = ReadMoment(*text, now->date);
+    if (!at) {
+        fprintf(stderr, "%s: --at: %s is %s\n", name, text->c_str(), NO_MOMENT);
+    }
+    return at;
+}
+
 std::string TimeText(unsigned int time) {
     std::array<char, 32> text{};
     snprintf(text.data(), text.size(), "%02u:%02u:%02u", time / 10000, time / 100 % 100,

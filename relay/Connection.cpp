@@ -165,7 +165,11 @@ bool CConnection::Connect() {
     const natsStatus status = natsConnection_Connect(&connection, m_options.get());
     if (status != NATS_OK) {
         const std::string reason = NatsReason(status);
-        Fail(reason + Advice(status, reason));
+        const std::string whole = reason + Advice(status, reason);
+        if (m_bLost && status == NATS_NO_SERVER) {
+            m_told = whole;  // that it went was told
+        }
+        Fail(whole);
         return false;
     }
     m_connection.reset(connection);
@@ -177,6 +181,7 @@ void CConnection::Begun() {
     m_bBegun = true;
     m_backOff.Succeeded();
     m_told.clear();
+    m_bLost = false;
     ++m_connects;
     Say("connected");
 }
@@ -186,6 +191,7 @@ void CConnection::Lose(const std::string& reason) {
     Close();
     if (bBegun) {
         m_nextTryNs = NowNs() + m_backOff.Next();
+        m_bLost = true;
         Say("the connection was lost: " + reason + "; tried again and again");
     } else {
         Fail(reason);

@@ -95,6 +95,7 @@ class CConnection {
     int64_t m_nextTryNs = 0;
     std::string m_told;  // the last reason
     bool m_bBegun = false;
+    bool m_bLost = false;  // it was up before
     uint64_t m_connects = 0;
 };
 

@@ -19,7 +19,7 @@ for option in "$@"; do
 done
 
 need "${BUILD_PACKAGES[@]}" "${BENCH_PACKAGES[@]}"
-benches=(live recv start selection learn log throughput latency sizes preload capture jitter)
+benches=(live recv start selection learn log throughput latency sizes preload capture relay jitter)
 build release "${benches[@]/%/_bench}" instruction_bench
 mkdir -p build/bench
 output=build/bench/output.txt

@@ -23,12 +23,14 @@ process             board/process/
 process/main        board/process/zceBoardMain.cpp
 capture             capture/
 tools/preload       tools/preload/
+relay               relay/
 tools/record        tools/record/
 tools/watch         tools/watch/
 tools/top           tools/top/
 tools/check         tools/check/
 tools/bin           tools/bin/
 tools/capture       tools/capture/
+tools/relay         tools/relay/
 examples            examples/
 bench               bench/
 fuzz                fuzz/
@@ -61,6 +63,7 @@ tests/top           tests/top/
 tests/check         tests/check/
 tests/bin           tests/bin/
 tests/capturetool   tests/capturetool/
+tests/relay         tests/relay/
 ROOMS
 }
 
@@ -69,15 +72,17 @@ ROOMS
 table() {
     cat <<'TABLE'
 # The software board.
-process/main        program process ctl traffic device exchange memory capture
+process/main        program process ctl traffic device exchange memory capture relay
 process             program traffic device exchange memory capture board/include
-traffic             device exchange memory capture board/include
+traffic             device exchange memory capture relay board/include
 device              exchange memory board/include
 exchange            memory:RegisterMap.h memory:Phase.h memory:HostClock.h board/include
 ctl                 program memory
 vendor              memory src/enyxHw board/include
 memory
 capture
+# A board's messages on a NATS server.
+relay               board/include
 program
 board/include
 # Tools. zce-top measures its pauses on the clock that the board's pauses are measured on.
@@ -89,6 +94,8 @@ tools/top           program ctl tools/watch memory:HostClock.h
 tools/check         program include src/* exchange memory
 tools/bin           program include src/*
 tools/capture       program capture board/include
+# An application of the library.
+tools/relay         program relay capture include board/include
 # The library, from the top down. The include/ headers are its face, and C++11-clean.
 include
 src/api             src/worker src/DataType src/binfile src/DrvEnyx src/keep src/signal src/log src/Utils include
@@ -104,7 +111,7 @@ src/enyxHw
 # What a user starts from.
 examples            include board/include
 # Benchmarks and tests. The tests of a room see what it sees, and the rooms below it.
-bench               include board/include device exchange memory capture tools/watch src/*
+bench               include board/include device exchange memory capture relay tools/watch src/*
 fuzz                tools/capture include src/* process traffic device exchange memory capture board/include tests/support
 tests/support       include src/*
 tests/unit          include src/* tests/support tools/check:WhenStart.h
@@ -118,13 +125,14 @@ tests/vendor        vendor memory src/enyxHw board/include device tests/memory
 tests/exchange      exchange memory board/include
 tests/device        device exchange memory board/include src/* tests/unit tests/support
 tests/traffic       traffic device exchange memory capture board/include tests/support
-tests/process       process traffic device exchange memory capture board/include tests/memory tests/vendor tests/support
+tests/process       process traffic relay device exchange memory capture board/include tests/memory tests/vendor tests/support
 tests/ctl           ctl memory tests/memory
 tests/top           tools/top tools/watch ctl
 tests/check         tools/check program include src/* exchange memory tests/support
 tests/bin           tools/bin program include src/* tests/support
 tests/capturetool   tools/capture program capture board/include tests/support
-tests/system        ctl memory capture include src/enyxHw src/DrvEnyx src/log src/signal tests/support
+tests/relay         tools/relay relay capture include board/include tests/support
+tests/system        ctl memory capture tools/watch include src/enyxHw src/DrvEnyx src/log src/signal tests/support
 TABLE
 }
 
@@ -208,7 +216,7 @@ awk -v rooms="$(rooms)" -v table="$(table)" -v excuses="$(excused)" -v files="$(
         # What stands in front of the slash of an include, and where that is.
         split("memory vendor exchange device traffic ctl process", word, " ")
         for (k in word) named[word[k]] = "board/" word[k] "/"
-        named["capture"] = "capture/"; named["record"] = "tools/record/"; named["preload"] = "tools/preload/"; named["watch"] = "tools/watch/"; named["top"] = "tools/top/"
+        named["capture"] = "capture/"; named["record"] = "tools/record/"; named["relay"] = "relay/"; named["relay-tool"] = "tools/relay/"; named["preload"] = "tools/preload/"; named["watch"] = "tools/watch/"; named["top"] = "tools/top/"
         named["check"] = "tools/check/"; named["bin"] = "tools/bin/"
         named["capturetool"] = "tools/capture/"
         split("DataType DrvEnyx log Utils", word, " ")

@@ -10,12 +10,12 @@ export LC_ALL=C
 BUILD_PACKAGES=(g++ cmake ninja-build libiniparser-dev libcli11-dev libfmt-dev
                 libpcap-dev libboost-dev libgtest-dev libgmock-dev libbenchmark-dev
                 libncurses-dev nlohmann-json3-dev python3 valgrind faketime
-                libatomic-queue-dev libreaderwriterqueue-dev libiceoryx-posh-dev iceoryx libspdlog-dev)
+                libzstd-dev libxxhash-dev libnats-dev libatomic-queue-dev libreaderwriterqueue-dev libiceoryx-posh-dev iceoryx libspdlog-dev)
 TEST_PACKAGES=(clang-14 lld clang-tidy clang-format libclang-rt-14-dev faketime strace binutils
                pkg-config make git procps tmux tshark gnuplot-nox
                abigail-tools cppcheck doxygen
                dpkg-dev file lintian man-db mandoc
-               prometheus systemd logrotate)
+               prometheus nats-server openssl iproute2 xxhash zstd systemd logrotate)
 # For the plots.
 BENCH_PACKAGES=(gnuplot-nox git)
 

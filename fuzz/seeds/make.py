@@ -100,6 +100,21 @@ def captures():
     put("captureFile", "lost", whole + packet(3, prefix(2, 3, 5)) + packet(4, prefix(1, 3, 7) + tick))
     put("captureFile", "cut", whole[:-5])
 
+    # One zstd frame of blocks that are not compressed, and its beginning alone.
+    def raw(data, last):
+        return struct.pack("<I", len(data) << 3 | last)[:3] + data
+
+    frame = b"\x28\xb5\x2f\xfd\0\x50" + raw(whole[:40], 0) + raw(whole[40:], 1)
+    put("captureFile", "zst", frame)
+    put("captureFile", "zstcut", frame[:-5])
+    put("sidecarFile", "day", b"""{
+  "zce_capture": 1, "file": "day.pcap", "state": "complete", "ended": "size", "compression": "none",
+  "bytes": 3, "uncompressed_bytes": 3, "xxh128": "06b05ab6733a618578af5f94892f3950",
+  "messages": 7, "lost": 2, "first_time_ns": 1795262695845098017, "last_time_ns": -1, "number": 2,
+  "previous": "day-1.pcap", "next": "../20261123/day.pcap",
+  "streams": [{"bus": 65535, "channel": 3, "opening": 1, "messages": 7, "lost": 2, "first": 5, "last": 13}]}
+""")
+
     def block(kind, body):
         body += bytes(-len(body) % 4)
         return struct.pack("<II", kind, len(body) + 12) + body + struct.pack("<I", len(body) + 12)

@@ -40,18 +40,23 @@ ROWS = [
     (r"latency-(L\d)-cache-line/board", r"one way, \1, median: a bare cache line to and fro", "the board", " ×"),
     (r"latency-(L\d)-(.*)/board-99\.9", r"one way, \1, 99.9 %: \2", "the board", " ×"),
     (r"latency-(L\d)-(.*)/board", r"one way, \1, median: \2", "the board", " ×"),
+    (r"relay-callback-ns", "the callback of `zce-relay publish`", "nothing", " ns"),
+    (r"relay-callback/queue", "the same", "the clock and a push into an atomic_queue", " ×"),
+    (r"relay-throughput-(\d)/nats", r"messages a second through a server to \1 subscribers", "NATS alone, without headers and confirmations", " ×"),
+    (r"relay-latency/nats", "one way through a server, median", "NATS alone", " ×"),
     (r"recorder-message-ns", "the recorder on: a message, above", "without it", " ns"),
     (r"recorder-idle-ns", "the recorder on: an idle poll, above", "without it", " ns"),
     (r"recorder-clock-alone-ns", "of which the reading of the clock", "without it", " ns"),
-    (r"capture-export-(L\d)-zstd", r"`zce-capture export --csv`, \1, compressed capture", "a processor's second", " million messages"),
-    (r"capture-export-(L\d)", r"`zce-capture export --csv`, \1", "a processor's second", " million messages"),
     (r"watch-message-ns", "the watch on: a message, above", "without it", " ns"),
     (r"watch-idle-ns", "the watch on: an idle poll, above", "without it", " ns"),
     (r"watch-clock-alone-ns", "of which, once in up to 128 polls, a reading of the processor's counter", "without it", " ns"),
+    (r"capture-export-(L\d)-zstd", r"`zce-capture export --csv`, \1, compressed capture", "a processor's second", " million messages"),
+    (r"capture-export-(L\d)", r"`zce-capture export --csv`, \1", "a processor's second", " million messages"),
 ]
 
 # Plot -> title, x axis, y axis, and of "x", "y" the axes that are logarithmic.
 PLOTS = {
+    "relay-throughput": ("through a NATS server on loopback, 136 bytes", "subscribers", "messages a second to each", "x"),
     "fetch": ("reading both instrument tables", "instruments in them", "ms", ""),
     "start-1us": ("a start on a board whose access takes 1 µs", "0: keeps the board, 1: resets it", "ms", ""),
     "selection-instruments": ("selection, 16 channels with 64 rules each", "instruments", "µs", ""),

@@ -276,8 +276,11 @@ Outcome Runner::Run(const Failure& failure) {
     } else {
         unlink("bin");
     }
-    PrepareBoard(scenario);
-    return RunOther(failure, [this] { RunScenario(scenario); });
+    // The child's own board: what the parent wrote would be copied, page by page.
+    return RunOther(failure, [this] {
+        PrepareBoard(scenario);
+        RunScenario(scenario);
+    });
 }
 
 void CheckEnd(const Outcome& outcome, int allowA2c, int allowC2a) {

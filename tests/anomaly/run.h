@@ -36,7 +36,7 @@ extern const Scenario channel3;
 inline const std::uint32_t step = velatest::SweepsAll()            ? 1
                                   : velatest::underThreadSanitizer ? 64
                                   : velatest::slowBuild            ? 16
-                                                                   : 4;
+                                                                   : 1;
 
 // What one run left.
 struct Outcome {

@@ -91,7 +91,7 @@ TEST(TopWatch, ARowTellsAChannelAndItsFirst80ColumnsWhetherAllIsWell) {
     process.streams[0].types[0].messages += 10;
     process.streams[0].bus = 65535;
     process.program = "a-long-program\n";
-    EXPECT_EQ(WatchTexts(Seen(history, process, aSecond / 2))[3].substr(0, 47),
+    EXPECT_EQ(WatchTexts(Seen(history, process, aSecond / 2))[3].substr(0, 49),
               "a-long-prog>    4711   ?  3 open      1020  250ms");
     EXPECT_THAT(WatchMarks(Seen(history, process, aSecond)), IsEmpty());
 }
@@ -104,8 +104,10 @@ TEST(TopWatch, WhatIsNotKnownIsADash) {
     stream.gaps = {};
     stream.board = BoardState::Unknown;
     stream.counters.state = CountersState::NotRead;
-    EXPECT_EQ(WatchTexts(Seen(history, process))[3].substr(28, 75),
-              "open         -      -      -    0ns    0ns    0ns unknown       -     -      -");
+    EXPECT_THAT(
+        WatchTexts(Seen(history, process))[3].substr(28),
+        testing::StartsWith(
+            "open         -      -      -    0ns    0ns    0ns unknown       -     -      -"));
 }
 
 TEST(TopWatch, WhatIsWrongStandsOut) {

@@ -8,6 +8,8 @@
 
 #include <algorithm>
 #include <csignal>
+#include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -294,6 +296,47 @@ TEST(WatchExport, TheSumOfAClosedStreamEndsWithIt) {
     pages.processes = {Running("p", 1, {stream})};
     EXPECT_EQ(Line(ExportText(pages, Settings()), "zce_poll_gap_seconds_sum"),
               "zce_poll_gap_seconds_sum{program=\"p\",bus=\"0\",channel=\"0\"} 5.000000000");
+}
+
+// The host's clock was set back meanwhile, or the process is gone and its last poll not known.
+TEST(WatchExport, NoSumIsBelowZero) {
+    Stream set = OpenStream(0);
+    set.state = EntryState::Closed;
+    set.closedNs = set.openedNs - SECOND;
+    Directory pages;
+    pages.processes = {Running("p", 1, {set, OpenStream(1)})};
+    pages.processes[0].life = Life::Died;
+    EXPECT_EQ(LinesOf(ExportText(pages, Settings()), "zce_poll_gap_seconds_sum"),
+              (std::vector<std::string>{
+                  "zce_poll_gap_seconds_sum{program=\"p\",bus=\"0\",channel=\"0\"} 0.000000000",
+                  "zce_poll_gap_seconds_sum{program=\"p\",bus=\"0\",channel=\"1\"} 0.000000000"}));
+}
+
+TEST(WatchList, HasALineForEachChannel) {
+    ASSERT_EQ(setenv("TZ", "UTC-8", 1), 0);
+    tzset();
+    Stream busy = OpenStream(0);
+    busy.bus = 65535;
+    busy.types[0].messages = 40;
+    busy.types[5].messages = 2;
+    busy.lastMessageNs = NOW;
+    busy.gaps.everNs = 1'234'567;
+    busy.board = BoardState::Gone;
+    Process gone = Running("a\nb", 23, {OpenStream(15)});
+    gone.life = Life::Died;
+    Directory pages;
+    pages.processes = {Running("zce-recv", 4711, {busy, OpenStream(3)}), gone};
+    pages.processes[0].streams[1].state = EntryState::Closed;
+    EXPECT_EQ(
+        ZceWatch::ListText(pages),
+        "program                   pid state        bus channel stream        messages last "
+        "message         longest gap board\n"
+        "zce-recv                 4711 running  unknown       0 open                42 "
+        "2026-11-24 10:00:00     1.235 ms gone\n"
+        "zce-recv                 4711 running        0       3 closed               0 -      "
+        "                 0.000 ms unknown\n"
+        "a\\x0ab                     23 died           0      15 closed               0 -      "
+        "                 0.000 ms unknown\n");
 }
 
 TEST(WatchOutput, ReplacesTheFileForAllToRead) {

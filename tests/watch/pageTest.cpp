@@ -241,7 +241,7 @@ TEST_F(WatchedPage, WhatCannotBeMadeIsToldAndLeavesNothing) {
     EXPECT_THAT(Names(), ElementsAre("file"));
     // Nothing is counted, and nothing falls over.
     page.Finish();
-    page.BecomeChild();
+    EXPECT_TRUE(page.BecomeChild());
 }
 
 TEST_F(WatchedPage, AReaderTellsWhoRunsWhoEndedAndWhoDied) {
@@ -460,7 +460,7 @@ TEST_F(WatchedPage, TheChildOfAForkChangesNothingInIt) {
     stream->Opened(CallsOfNothing());
     const std::string before = WholeFile(Name());
     InChild([&] {
-        page.BecomeChild();
+        EXPECT_TRUE(page.BecomeChild());
         const std::array<unsigned char, 8> message{17};
         stream->CountMessage(message.data(), 8);
         stream->CountPoll(nullptr, nullptr);

@@ -163,6 +163,23 @@ def check_bad_pages(day):
     return told
 
 
+def check_refusals(work):
+    """What cannot be done at all: status 2, one line, and nothing is written."""
+    output = work / "none.prom"
+    for arguments, reason in (
+            (["export", "--directory", work / "none", "--output", output],
+             f"{work}/none: No such file or directory: name the directory that the applications have in ZCE_WATCH"),
+            (["list", "--directory", work / "none"],
+             f"{work}/none: No such file or directory: name the directory that the applications have in ZCE_WATCH"),
+            (["export", "--directory", work, "--output", work / "none/zce.prom"],
+             f"{work}/none/zce.prom cannot be written: No such file or directory"),
+            (["export", "--every", "1"], "--every requires --output"),
+            ([], "A subcommand is required")):
+        run = subprocess.run([BUILD / "bin/zce-watch", *arguments], capture_output=True, text=True, check=False)
+        expect((run.returncode, run.stdout, run.stderr) == (2, "", f"zce-watch: {reason}\n"), f"{arguments}: {run}")
+    expect(not output.exists(), "an output of a directory that is not there")
+
+
 def check_market_data(day, prometheus):
     prometheus.wait_for_series('zce_messages_total{type="17"} > 0')
     prometheus.wait_until_looked()
@@ -198,6 +215,7 @@ def main():
         try:
             prometheus = queries.Prometheus(MONITORING, day.file, work)
             prometheus.wait_for_series("zce_export_timestamp_seconds")
+            check_refusals(work)
             check_sessions(prometheus)
             check_market_data(day, prometheus)
         except RuntimeError as error:

@@ -18,8 +18,6 @@ namespace ZceBin {
 
 namespace {
 
-constexpr std::size_t MAX_BYTES = std::size_t{16} << 20U;  // 65536 lines of 127 have the half
-
 using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 
 // The bytes as an open file, for the library's reader.
@@ -122,14 +120,14 @@ std::optional<std::string> ReadBin(const std::string& path, std::string& reason)
         return std::nullopt;
     }
     std::string bytes;
-    const bool bRead = ZceProgram::ReadUpTo(descriptor, MAX_BYTES, bytes, reason);
+    const bool bRead = ZceProgram::ReadUpTo(descriptor, ZceProgram::MAX_FILE_BYTES, bytes, reason);
     if (descriptor != STDIN_FILENO) {
         close(descriptor);
     }
     if (!bRead) {
         return std::nullopt;
     }
-    if (bytes.size() > MAX_BYTES) {
+    if (bytes.size() > ZceProgram::MAX_FILE_BYTES) {
         reason = "has more than 16 MiB: no cache file has";
         return std::nullopt;
     }

@@ -73,24 +73,6 @@ std::string Json(const BinLook& look, const Question& question) {
     return json.dump(2, ' ', false, ordered_json::error_handler_t::replace) + "\n";
 }
 
-// The moment of --at, or the host's; nothing, with the reason told, for what is none.
-std::optional<VORBA2::LocalMoment_t> MomentToAsk(const std::optional<std::string>& text) {
-    const std::optional<VORBA2::LocalMoment_t> now = VORBA2::LocalNow();
-    if (!now) {
-        fprintf(stderr, "zce-bin: the host's local time cannot be determined\n");
-        return std::nullopt;
-    }
-    if (!text) {
-        return now;
-    }
-    const std::optional<Moment> at = ZceProgram::ReadMoment(*text, now->date);
-    if (!at) {
-        fprintf(stderr, "zce-bin: --at: %s is %s\n", text->c_str(), ZceProgram::NO_MOMENT);
-        return std::nullopt;
-    }
-    return VORBA2::LocalMoment_t{at->date, at->time};
-}
-
 int Main(int argc, const char* const* argv) {
     CLI::App app{
         "Shows an instrument cache file, and tells whether a start of the master would "
@@ -107,11 +89,12 @@ int Main(int argc, const char* const* argv) {
     if (const auto status = ZceProgram::ReadCommandLine(app, argc, argv)) {
         return *status;
     }
-    const std::optional<VORBA2::LocalMoment_t> moment = MomentToAsk(at);
+    const std::optional<Moment> moment =
+        ZceProgram::MomentToAsk("zce-bin", at, ZceProgram::AsMoment(VORBA2::LocalNow()));
     if (!moment) {
         return ZceProgram::EXIT_NOT_DONE;
     }
-    question.at = *moment;
+    question.at = {moment->date, moment->time};
     std::string reason;
     const std::optional<std::string> bytes = ZceBin::ReadBin(question.file, reason);
     if (!bytes) {

@@ -16,7 +16,6 @@ namespace ZceCheck {
 namespace {
 
 constexpr unsigned LAST_BUS = 9;
-constexpr std::size_t MAX_BYTES = std::size_t{16} << 20U;
 
 struct Options {
     std::string file;
@@ -57,10 +56,10 @@ bool ReadFile(const std::string& path, std::string& text, std::string& error) {
     const int descriptor = ZceProgram::OpenRegular(path, reason);
     bool bRead = descriptor >= 0;
     if (bRead) {
-        bRead = ZceProgram::ReadUpTo(descriptor, MAX_BYTES, text, reason);
+        bRead = ZceProgram::ReadUpTo(descriptor, ZceProgram::MAX_FILE_BYTES, text, reason);
         close(descriptor);
     }
-    if (bRead && text.size() > MAX_BYTES) {
+    if (bRead && text.size() > ZceProgram::MAX_FILE_BYTES) {
         reason = "has more than 16 MiB: no configuration has";
         bRead = false;
     }

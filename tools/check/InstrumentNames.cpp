@@ -22,7 +22,6 @@ namespace ZceCheck {
 
 namespace {
 
-constexpr std::size_t MAX_BYTES = std::size_t{16} << 20;
 constexpr unsigned MAX_INDEX = std::numeric_limits<unsigned short>::max();
 
 // The next free index of each table, for a list that has none.
@@ -75,8 +74,8 @@ bool ReadList(const std::string& path, std::string& all, std::string& reason) {
         reason = std::strerror(errno);
         return false;
     }
-    bool bRead = ZceProgram::ReadUpTo(descriptor, MAX_BYTES, all, reason);
-    if (bRead && all.size() > MAX_BYTES) {  // a device may never end
+    bool bRead = ZceProgram::ReadUpTo(descriptor, ZceProgram::MAX_FILE_BYTES, all, reason);
+    if (bRead && all.size() > ZceProgram::MAX_FILE_BYTES) {  // a device may never end
         reason = "has more than 16 MiB";
         bRead = false;
     }

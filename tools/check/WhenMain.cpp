@@ -218,22 +218,6 @@ void AddOptions(CLI::App& app, WhenOptions& options) {
     table->excludes(day)->excludes(json);
 }
 
-std::optional<Moment> MomentToAsk(const std::optional<std::string>& text) {
-    const std::optional<VORBA2::LocalMoment_t> now = VORBA2::LocalNow();
-    if (!now) {
-        fprintf(stderr, "zce-check: the host's local time cannot be determined\n");
-        return std::nullopt;
-    }
-    if (!text) {
-        return Moment{now->date, now->time};
-    }
-    const std::optional<Moment> at = ZceProgram::ReadMoment(*text, now->date);
-    if (!at) {
-        fprintf(stderr, "zce-check: --at: %s is %s\n", text->c_str(), ZceProgram::NO_MOMENT);
-    }
-    return at;
-}
-
 }  // namespace
 
 int WhenMain(int argc, const char* const* argv) {
@@ -250,7 +234,8 @@ int WhenMain(int argc, const char* const* argv) {
         fmt::print("{}", DayTable(DayRows(options.round)));
         return ZceProgram::EXIT_FINE;
     }
-    const std::optional<Moment> at = MomentToAsk(options.at);
+    const std::optional<Moment> at =
+        ZceProgram::MomentToAsk("zce-check", options.at, ZceProgram::AsMoment(VORBA2::LocalNow()));
     if (!at) {
         return ZceProgram::EXIT_NOT_DONE;
     }

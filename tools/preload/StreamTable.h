@@ -53,6 +53,14 @@ class CStreamTable {
         return nullptr;
     }
 
+    // Nothing has anything any more; nobody polls meanwhile.
+    void Clear() {
+        for (Entry& entry : m_entries) {
+            entry.stream.store(nullptr, std::memory_order_relaxed);
+            entry.owned.store(nullptr, std::memory_order_relaxed);
+        }
+    }
+
   private:
     struct Entry {
         std::atomic<const enyx_hw_a2c_stream*> stream{nullptr};

@@ -138,7 +138,7 @@ int SubscribeMain(int argc, const char* const* argv) {
     } else if (!words.since.empty()) {
         options.sinceNs = SinceNs(words.since);
         if (!options.sinceNs) {
-            return NotDone(fmt::format("--since: \"{}\" {}", words.since, ZceProgram::NO_MOMENT));
+            return NotDone(fmt::format("--since: \"{}\" is {}", words.since, ZceProgram::NO_MOMENT));
         }
     }
     CSubscriber subscriber(settings, options, TellError);
@@ -157,7 +157,7 @@ int SubscribeMain(int argc, const char* const* argv) {
     if (!bWritten) {
         return NotDone(fmt::format("{}: {}", words.capture, error));
     }
-    return received.Lost() == 0 ? ZceProgram::EXIT_FINE : EXIT_LOST;
+    return received.Lost() == 0 && subscriber.Connects() != 0 ? ZceProgram::EXIT_FINE : EXIT_LOST;
 }
 
 }  // namespace ZceRelay

@@ -55,7 +55,8 @@ std::vector<TopLine> WatchLines(const WatchView& view, size_t skipped = 0);
 // How many channels there are.
 size_t WatchRows(const WatchView& view);
 
-// A time in at most 6 characters: "850ns", "12.3us", "4ms", "2.1s", "12m", "3h", "5d".
+// A time in at most 6 characters (below 10,000 days): "850ns", "12.3us", "4ms", "2.1s", "12m",
+// "3h", "5d".
 std::string ShortTime(uint64_t ns);
 
 }  // namespace ZceBoard

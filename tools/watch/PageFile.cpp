@@ -186,12 +186,14 @@ void CPageFile::Finish() {
     }
 }
 
-void CPageFile::BecomeChild() {
-    if (m_page != nullptr) {
-        // Memory of the child's own in the place of its parent's page: a poll needs to ask nothing.
-        mmap(m_page, sizeof(Page), PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED,
-             -1, 0);
+bool CPageFile::BecomeChild() {
+    // Memory of the child's own in the place of its parent's page: a poll needs to ask nothing.
+    if (m_page != nullptr && mmap(m_page, sizeof(Page), PROT_READ | PROT_WRITE,
+                                  MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0) == MAP_FAILED) {
+        m_page = nullptr;
+        return false;
     }
+    return true;
 }
 
 void RemoveOldPages(const std::string& directory) {

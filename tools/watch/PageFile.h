@@ -23,8 +23,9 @@ class CPageFile {
 
     // The process ends in order.
     void Finish();
-    // In the child of a fork: what it counts from here on is in no page.
-    void BecomeChild();
+    // In the child of a fork: what it counts from here on is in no page. False: there is no memory
+    // for that, and it must not count.
+    bool BecomeChild();
 
   private:
     bool Make(const std::string& path, std::string& error);

@@ -117,7 +117,7 @@ void AddHistogram(CSeries& series, const Told& told, int64_t nowNs) {
     const int64_t endNs =
         told.stream->state == EntryState::Closed ? told.stream->closedNs : LastPollNs(told, nowNs);
     const int64_t sumNs = std::max<int64_t>(endNs - told.stream->openedNs, 0);
-    series.Add("_sum", told, "", Seconds(endNs == 0 ? 0 : sumNs));
+    series.Add("_sum", told, "", Seconds(sumNs));
     series.Add("_count", told, "", fmt::to_string(count));
 }
 

@@ -41,15 +41,17 @@ State& Get() {
 // An application that changes its directory later does not move its page.
 std::string Directory() {
     const char* value = std::getenv("ZCE_WATCH");  // NOLINT(concurrency-mt-unsafe): no thread yet
-    const std::string name = value != nullptr ? value : "";
+    std::string name = value != nullptr ? value : "";
     std::error_code failed;
     const std::filesystem::path path = std::filesystem::absolute(name, failed);
     if (failed || name.empty()) {
         return name;
     }
-    const std::string normal = path.lexically_normal().string();
-    return normal.size() > 1 && normal.ends_with('/') ? normal.substr(0, normal.size() - 1)
-                                                      : normal;
+    name = path.lexically_normal().string();
+    if (name.size() > 1 && name.ends_with('/')) {
+        name.pop_back();
+    }
+    return name;
 }
 
 void FindCalls(ZceWatch::VendorCalls& calls) {
@@ -102,8 +104,9 @@ void BeforeFork() {
 }
 
 void AfterFork(bool child) {
-    if (child) {
-        Get().page.BecomeChild();
+    if (child && !Get().page.BecomeChild()) {
+        Get().making = State::Making::Failed;
+        g_streams.Clear();
     }
     ZcePreload::GetShared().mutex.unlock();
 }

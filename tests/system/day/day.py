@@ -58,7 +58,8 @@ class Day:
                     "--broadcast-cycle-trading 8\n")
         self._write("etc/zce/recv.env",
                     "ZCE_RECV_OPTIONS=--end-with-board --print 1\n"
-                    f"LD_PRELOAD={arguments.resting}:{arguments.recorder}\n"
+                    f"LD_PRELOAD={arguments.watch}:{arguments.recorder}\n"
+                    f"ZCE_WATCH={self.root}/run/zce\n"
                     f"ZCE_RECORD={self.recordings}/{recordings.PATTERN}\n")
         self.clock = Clock(self.root + "/clock", arguments.clock, moment("2026-11-17 20:29:30"))
         environment = dict(os.environ, ZCE_BOARD_SHM_PREFIX=self.prefix, ZCE_BOARD_QUIET="1")
@@ -130,9 +131,13 @@ class Day:
         return self.manager.services[name]
 
     def ctl(self, *words):
-        done = subprocess.run([self.programs + "/zce-board", "ctl", "--json", *words],
-                              env=dict(self.manager.environment), capture_output=True, text=True,
-                              check=False)
+        for _ in range(10):
+            done = subprocess.run([self.programs + "/zce-board", "ctl", "--json", *words],
+                                  env=dict(self.manager.environment), capture_output=True, text=True,
+                                  check=False)
+            # On a loaded machine a board may take longer to answer than ctl waits.
+            if "does not answer" not in done.stderr:
+                break
         if done.returncode != 0:
             raise Failure(f"zce-board ctl {' '.join(words)}: {done.stderr}")
         return done.stdout
@@ -178,9 +183,21 @@ class Day:
         master.process.send_signal(signal.SIGKILL)
         master.process.wait()
         self.manager.look()
+        self.expect_watched(0, self._rates(MASTER)[-1]["total"])
         # Until the board has seen it, it would send to a stream that nobody reads.
         self.await_true(lambda: not self.rows()[0]["open"], "the board sees the master's end")
         self.ctl("resume")
+
+    def expect_watched(self, channel, total):
+        """The page of a killed process tells what it had, and that it died."""
+        done = subprocess.run(
+            [self.programs + "/zce-watch", "export", "--directory", self.root + "/run/zce"],
+            env=dict(self.manager.environment, **self.clock.environment(False)), stdout=subprocess.PIPE,
+            text=True, check=True)
+        counts = re.findall(rf'^zce_messages_total{{.*channel="{channel}".*type="(?:17|18|19|20)"}} (\d+)$',
+                            done.stdout, re.M)
+        if sum(map(int, counts)) != total or 'state="died"} 1' not in done.stdout:
+            raise Failure(f"channel {channel} had {total}, but its page says\n{done.stdout}")
 
     def kill_board(self):
         self.still()
@@ -367,7 +384,7 @@ def check_recordings(day):
 
 def main():
     parser = argparse.ArgumentParser()
-    for name in ("units", "programs", "clock", "resting", "recorder"):
+    for name in ("units", "programs", "clock", "watch", "recorder"):
         parser.add_argument("--" + name, required=True)
     day = Day(parser.parse_args())
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))

@@ -16,7 +16,7 @@ PLAYED = {
 NOT_PLAYED = {
     "Unit": {"Description", "Documentation", "After", "Before"},
     "Service": {"User", "Group", "LimitMEMLOCK", "LimitCORE", "LimitNOFILE", "OOMScoreAdjust", "Nice",
-                "CPUAffinity", "UMask", "ReadWritePaths", "PrivateTmp", "BindPaths", "ProtectSystem",
+                "CPUAffinity", "UMask", "StateDirectoryMode", "PrivateDevices", "ReadWritePaths", "PrivateTmp", "BindPaths", "ProtectSystem",
                 "ProtectHome", "ProtectProc", "ProtectClock", "ProtectHostname",
                 "ProtectControlGroups", "ProtectKernelLogs", "ProtectKernelModules",
                 "ProtectKernelTunables", "NoNewPrivileges", "CapabilityBoundingSet",

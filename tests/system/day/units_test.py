@@ -69,6 +69,7 @@ class Units(unittest.TestCase):
                 if "@." not in name]
 
     def verify(self):
+        shutil.copy(ARGUMENTS.monitoring + "/zce-watch-export.service", self.units)
         return run("systemd-analyze", "verify", "--man=no", *self.installed()).stdout
 
     # ---- Reading ------------------------------------------------------------------------------
@@ -133,16 +134,20 @@ class Units(unittest.TestCase):
         for name in ("zce-recv@0.service", "zce-recv@3.service", "zce-board.service"):
             exposure = self.exposure(name)
             self.assertEqual(exposure.returncode, 0, exposure.stdout[-200:])
+        units.load(ARGUMENTS.monitoring, "zce-watch-export.service")
+        exposure = self.exposure("zce-watch-export.service", ARGUMENTS.monitoring, 12)
+        self.assertEqual(exposure.returncode, 0, exposure.stdout[-200:])
         # The check can fail.
         self.change("zce-recv@.service", "User=zce", "User=root")
         self.assertNotEqual(self.exposure("zce-recv@3.service").returncode, 0)
 
-    def exposure(self, name):
-        """At most 1.0 of 10."""
-        path = os.path.join(self.units, name)
+    def exposure(self, name, directory=None, tenths=10):
+        """Status 0: at most so many tenths of a point, of 10 points."""
+        path = os.path.join(directory or self.units, name)
         if not os.path.lexists(path):
             os.symlink("zce-recv@.service", path)
-        return run("systemd-analyze", "security", "--offline=true", "--threshold=10", "--no-pager", path)
+        return run("systemd-analyze", "security", "--offline=true", f"--threshold={tenths}", "--no-pager",
+                   path)
 
     def test_user_and_directories_are_made(self):
         root = self.place + "/root"
@@ -156,7 +161,7 @@ class Units(unittest.TestCase):
         with open(root + "/etc/passwd", encoding="ascii") as file:
             user = file.read().split(":")
         for path, mode in (("/tmp/fpgalog", 0o2775), ("/run/zce", 0o2775), ("/var/lib/zce", 0o755),
-                           ("/var/lib/zce/recordings", 0o2775)):
+                           ("/var/lib/zce/recordings", 0o2770)):
             stat = os.stat(root + path)
             self.assertEqual((stat.st_mode & 0o7777, stat.st_uid), (mode, int(user[2])), path)
         # Each place that a unit may write to is there.
@@ -219,7 +224,7 @@ class Units(unittest.TestCase):
 
 if __name__ == "__main__":
     parser = argparse.ArgumentParser()
-    for option in ("units", "programs", "operations"):
+    for option in ("units", "monitoring", "programs", "operations"):
         parser.add_argument("--" + option, required=True)
     ARGUMENTS = parser.parse_args()
     unittest.main(argv=sys.argv[:1])

@@ -18,8 +18,8 @@ import pages
 
 # First words that have a --help of their own.
 SUBCOMMANDS = {"zce-board": ("ctl",), "zce-check": ("host", "vendor", "--when"),
-               "zce-capture": ("info", "verify", "export", "diff", "stats"),
-               "zce-watch": ("export", "list")}
+               "zce-watch": ("export", "list"),
+               "zce-capture": ("info", "verify", "export", "diff", "stats")}
 OURS = re.compile(r"^(?:\S*/)?(zce-[a-z-]+)$")
 OPTION = re.compile(r"(?<![\w-])--[a-z][a-z-]*")
 # Commands of a reader's machine that a test machine need not have.

@@ -1,0 +1,503 @@
+// Publisher and subscriber with a real server between them: one that is killed, one that knows
+// nobody, one that speaks TLS; and the programs themselves.
+
+#include <arpa/inet.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "captureBytes.h"
+#include "programRun.h"
+#include "relay/Order.h"
+#include "relay/Publisher.h"
+#include "relay/Receiver.h"
+#include "relay/Subscriber.h"
+#include "tempDir.h"
+#include "wholeFile.h"
+
+namespace ZceRelay {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+using std::chrono::milliseconds;
+
+sockaddr_in Loopback(uint16_t port) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(port);
+    return address;
+}
+
+uint16_t FreePort() {
+    const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address = Loopback(0);
+    socklen_t size = sizeof(address);
+    EXPECT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address), size), 0);
+    EXPECT_EQ(getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size), 0);
+    close(listener);
+    return ntohs(address.sin_port);
+}
+
+// Until it is so, for a while.
+bool Until(const std::function<bool()>& so) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (!so()) {
+        if (std::chrono::steady_clock::now() > end) {
+            return false;
+        }
+        std::this_thread::sleep_for(milliseconds(2));
+    }
+    return true;
+}
+
+class RelayServer : public testing::Test {
+  protected:
+    void SetUp() override {
+        if (std::string(NATS_SERVER).empty()) {
+            GTEST_SKIP() << "there is no nats-server on this machine";
+        }
+    }
+    ~RelayServer() override { Kill(); }
+
+    // Its configuration file holds `more`.
+    void Start(const std::string& more = "") {
+        std::ofstream(m_folder / "server.conf")
+            << "host: 127.0.0.1\nport: " << m_port << "\njetstream { store_dir: \""
+            << m_folder.path() << "/js\" }\n"
+            << more;
+        m_server = fork();
+        if (m_server == 0) {
+            const std::string log = m_folder / "server.log";
+            execl(NATS_SERVER, "nats-server", "-c", (m_folder / "server.conf").c_str(), "-l",
+                  log.c_str(), nullptr);
+            _exit(127);
+        }
+        ASSERT_TRUE(Until([this] {
+            const int client = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+            const sockaddr_in address = Loopback(m_port);
+            const bool bThere =
+                connect(client, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0;
+            close(client);
+            return bThere;
+        })) << velatest::WholeFile(m_folder / "server.log");
+    }
+    void Kill() {
+        if (m_server > 0) {
+            kill(m_server, SIGKILL);
+            waitpid(m_server, nullptr, 0);
+            m_server = 0;
+        }
+    }
+    Settings To(const std::string& scheme = "nats") const {
+        Settings settings;
+        settings.server = Url(scheme);
+        return settings;
+    }
+    std::string Url(const std::string& scheme = "nats") const {
+        return scheme + "://127.0.0.1:" + std::to_string(m_port);
+    }
+    static Tell Into(std::vector<std::string>& lines) {
+        return [&lines](const std::string& line) { lines.push_back(line); };
+    }
+
+    velatest::TempDir m_folder;
+    uint16_t m_port = FreePort();
+    pid_t m_server = 0;
+    std::vector<std::string> m_published;  // what the publisher told
+    std::vector<std::string> m_subscribed;
+};
+
+PublishOptions Channel3(const std::string& stream = "") {
+    PublishOptions options;
+    options.channel = 3;
+    options.stream = stream;
+    return options;
+}
+
+void TakeMessages(CTakenMessages& taken, uint64_t first, uint64_t last) {
+    for (uint64_t k = first; k <= last; ++k) {
+        const std::string body = "body " + std::to_string(k);
+        taken.Take(17 + k % 4, static_cast<int64_t>(1000 + k),
+                   reinterpret_cast<const unsigned char*>(body.data()),
+                   static_cast<uint32_t>(body.size()));
+    }
+}
+
+// Takes what comes until `last` has come, or a mark that says so: how many came as they should,
+// each once and in order.
+uint64_t ReceiveUpTo(CSubscriber& subscriber, CStreamOrder& order, uint64_t last) {
+    Incoming incoming;
+    uint64_t good = 0;
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (order.Last() < last && std::chrono::steady_clock::now() < end) {
+        if (!subscriber.Next(incoming, 10)) {
+            continue;
+        }
+        if (incoming.subject.kind == Kind::Mark) {
+            order.Mark(incoming.sequence);
+        } else if (incoming.subject.kind == Kind::MarketData &&
+                   order.Judge(incoming.sequence) == CStreamOrder::Verdict::Next) {
+            const uint64_t k = incoming.sequence.number;
+            const std::string body(incoming.body.begin(), incoming.body.end());
+            good += body == "body " + std::to_string(k) && incoming.subject.type == 17 + k % 4 &&
+                            incoming.timeNs == static_cast<int64_t>(1000 + k) &&
+                            incoming.subject.channel == 3
+                        ? 1
+                        : 0;
+        }
+    }
+    EXPECT_GE(order.Last(), last);
+    return good;
+}
+
+TEST_F(RelayServer, WhatIsPublishedComesInOrderWithTheListForWhoeverAsks) {
+    Start();
+    CPublisher publisher(To(), Channel3(), Into(m_published));
+    SubscribeOptions what;
+    what.bus = 0;
+    CSubscriber subscriber(To(), what, Into(m_subscribed));
+    std::string error;
+    ASSERT_TRUE(publisher.Prepare(error) && subscriber.Prepare(error)) << error;
+    CTakenMessages taken(1 << 20);
+    Incoming incoming;
+    publisher.SetInstruments("1,SR209\n");
+    ASSERT_TRUE(Until([&] {  // the publisher first: who comes later asks for the list
+        publisher.Pass(taken);
+        return publisher.IsConnected();
+    }));
+    ASSERT_TRUE(Until([&] {
+        publisher.Pass(taken);
+        return subscriber.Next(incoming, 1) && incoming.subject.kind == Kind::Instruments;
+    }));
+    EXPECT_EQ(std::string(incoming.body.begin(), incoming.body.end()), "1,SR209\n");
+
+    // What anybody may publish there is no message of a publisher.
+    natsConnection* other = nullptr;
+    ASSERT_EQ(natsConnection_ConnectTo(&other, Url().c_str()), NATS_OK);
+    natsConnection_PublishString(other, "zce.0.3.17", "no headers");
+    natsConnection_PublishString(other, "zce.0.3.99", "no such type");
+    natsConnection_PublishString(other, "zce.0.short", "");
+    const std::string large(LARGEST_BODY + 1, 'x');
+    for (const auto& [sequence, time, body] :
+         {std::tuple("1 1", "5", std::string("x")), std::tuple("1 1 1", "x", std::string("x")),
+          std::tuple("1 1 1", "5", std::string()), std::tuple("1 1 1", "5", large)}) {
+        natsMsg* message = nullptr;
+        natsMsg_Create(&message, "zce.0.3.17", nullptr, body.data(), static_cast<int>(body.size()));
+        natsMsgHeader_Set(message, "Zce-Sequence", sequence);
+        natsMsgHeader_Set(message, "Zce-Time", time);
+        natsConnection_PublishMsg(other, message);
+        natsMsg_Destroy(message);
+    }
+    natsConnection_FlushTimeout(other, 2000);
+    natsConnection_Destroy(other);
+    ASSERT_TRUE(Until([&] {
+        EXPECT_FALSE(subscriber.Next(incoming, 10) && incoming.subject.kind != Kind::Instruments);
+        return subscriber.Foreign() == 7;
+    }));
+
+    TakeMessages(taken, 1, 3000);
+    std::thread publishing([&] {
+        Until([&] {
+            publisher.Pass(taken);
+            return publisher.IsDone(taken);
+        });
+    });
+    CStreamOrder order;
+    EXPECT_EQ(ReceiveUpTo(subscriber, order, 3000), 3000U);
+    publishing.join();
+    EXPECT_EQ(order.First(), 1U);
+    EXPECT_EQ(order.Lost(), 0U);
+    EXPECT_EQ(publisher.Counts().published, 3000U);
+    EXPECT_EQ(publisher.Counts().confirmed, 3000U);
+    EXPECT_EQ(publisher.Counts().resent, 0U);
+    EXPECT_THAT(m_published, ElementsAre(Url() + ": connected"));
+    EXPECT_THAT(m_subscribed, ElementsAre(Url() + ": connected"));
+}
+
+TEST_F(RelayServer, AKilledServerCostsTheStreamNothingAndAFullRingIsTold) {
+    Start();
+    CPublisher publisher(To(), Channel3("ZCE"), Into(m_published));
+    SubscribeOptions what;
+    what.bus = 0;
+    what.stream = "ZCE";
+    CSubscriber subscriber(To(), what, Into(m_subscribed));
+    std::string error;
+    ASSERT_TRUE(publisher.Prepare(error) && subscriber.Prepare(error)) << error;
+    CTakenMessages taken(200 * (sizeof(TakenHead) + 8));
+    Incoming incoming;
+    ASSERT_TRUE(Until([&] {
+        publisher.Pass(taken);
+        subscriber.Next(incoming, 1);
+        return publisher.IsConnected() && subscriber.IsConnected();
+    }));
+    TakeMessages(taken, 1, 100);
+    std::atomic<bool> bEnd{false};
+    std::thread publishing([&] {
+        while (!bEnd) {
+            if (!publisher.Pass(taken)) {
+                std::this_thread::sleep_for(milliseconds(1));
+            }
+        }
+    });
+    CStreamOrder order;
+    EXPECT_EQ(ReceiveUpTo(subscriber, order, 100), 100U);
+    Kill();
+    TakeMessages(taken, 101, 600);  // nobody is there for them: the ring is too small for all
+    const uint64_t lost = taken.Lost();
+    EXPECT_GT(lost, 200U);
+    EXPECT_LT(lost, 500U);
+    EXPECT_TRUE(Until([&] { return !subscriber.Next(incoming, 1) && !subscriber.IsConnected(); }));
+    Start();
+    EXPECT_EQ(ReceiveUpTo(subscriber, order, 600), 500 - lost);
+    EXPECT_TRUE(Until([&] { return publisher.IsDone(taken); }));
+    bEnd = true;
+    publishing.join();
+    EXPECT_EQ(order.Received(), 600 - lost);
+    EXPECT_EQ(order.Lost(), lost);
+    EXPECT_EQ(publisher.Counts().confirmed, 600 - lost);
+    EXPECT_THAT(m_published, ElementsAre(Url() + ": connected",
+                                         StartsWith(Url() + ": the connection was lost: "),
+                                         Url() + ": connected"));
+    EXPECT_THAT(m_subscribed, ElementsAre(Url() + ": connected",
+                                          StartsWith(Url() + ": the connection was lost: "),
+                                          Url() + ": connected"));
+
+    // Who comes late gets everything from the stream.
+    what.sinceNs = 0;
+    CSubscriber late(To(), what, Into(m_subscribed));
+    ASSERT_TRUE(late.Prepare(error)) << error;
+    CStreamOrder lateOrder;
+    EXPECT_EQ(ReceiveUpTo(late, lateOrder, 600), 600 - lost);
+    EXPECT_EQ(lateOrder.First(), 1U);
+    EXPECT_EQ(lateOrder.Lost(), lost);
+}
+
+TEST_F(RelayServer, WhoIsNotKnownIsToldOnceAndTheRingGoesOnTaking) {
+    Start("authorization { user: zce, password: right }\n");
+    Settings settings = To();
+    settings.user = "zce";
+    settings.password = "wrong";
+    CPublisher publisher(settings, Channel3(), Into(m_published));
+    std::string error;
+    ASSERT_TRUE(publisher.Prepare(error)) << error;
+    CTakenMessages taken(1 << 16);
+    const auto begin = std::chrono::steady_clock::now();
+    ASSERT_TRUE(Until([&] {  // more than one attempt
+        publisher.Pass(taken);
+        return std::chrono::steady_clock::now() - begin > milliseconds(500);
+    }));
+    TakeMessages(taken, 1, 10);
+    EXPECT_EQ(taken.Counted(), 10U);
+    EXPECT_EQ(taken.Lost(), 0U);
+    EXPECT_THAT(
+        m_published,
+        ElementsAre(Url() + ": not connected: Authorization Violation; look at user and password, "
+                            "token, nkey or credentials in the settings file, and at those of the "
+                            "server; tried again and again"));
+
+    settings.password = "right";
+    CPublisher known(settings, Channel3(), Into(m_subscribed));
+    ASSERT_TRUE(known.Prepare(error)) << error;
+    EXPECT_TRUE(Until([&] {
+        known.Pass(taken);
+        return known.IsDone(taken);
+    }));
+    EXPECT_EQ(known.Counts().confirmed, 10U);
+}
+
+TEST_F(RelayServer, TlsIsSpokenWithTheRightCaAndOthersAreTold) {
+    if (std::string(OPENSSL).empty()) {
+        GTEST_SKIP() << "there is no openssl on this machine";
+    }
+    const auto make = [this](const std::string& name, const std::string& more) {
+        const std::string command = std::string(OPENSSL) +
+                                    " req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes "
+                                    "-days 2 -subj /CN=127.0.0.1 -addext "
+                                    "subjectAltName=IP:127.0.0.1 -keyout " +
+                                    (m_folder / name) + ".key -out " + (m_folder / name) + ".pem " +
+                                    more + " 2>/dev/null";
+        EXPECT_EQ(velatest::ProgramRun(command).status, 0) << command;
+    };
+    make("server", "");
+    make("other", "");
+    Start("tls { cert_file: \"" + (m_folder / "server.pem") + "\", key_file: \"" +
+          (m_folder / "server.key") + "\" }\n");
+    Settings settings = To();
+    settings.ca = m_folder / "other.pem";
+    CPublisher publisher(settings, Channel3(), Into(m_published));
+    std::string error;
+    ASSERT_TRUE(publisher.Prepare(error)) << error;
+    CTakenMessages taken(1 << 16);
+    ASSERT_TRUE(Until([&] {
+        publisher.Pass(taken);
+        return !m_published.empty();
+    }));
+    EXPECT_THAT(m_published[0], StartsWith(Url() + ": not connected: "));
+    EXPECT_THAT(m_published[0],
+                HasSubstr("; look at tls, ca, certificate and key in the settings "
+                          "file, and at those of the server; tried again and again"));
+
+    settings.ca = m_folder / "server.key";  // no certificate at all
+    CPublisher nonsense(settings, Channel3(), Into(m_published));
+    EXPECT_FALSE(nonsense.Prepare(error));
+    EXPECT_THAT(error, StartsWith(settings.ca + ": "));
+
+    settings.ca = m_folder / "server.pem";
+    CPublisher good(settings, Channel3(), Into(m_subscribed));
+    ASSERT_TRUE(good.Prepare(error)) << error;
+    TakeMessages(taken, 1, 10);
+    EXPECT_TRUE(Until([&] {
+        good.Pass(taken);
+        return good.IsDone(taken);
+    }));
+    EXPECT_THAT(m_subscribed, ElementsAre(Url() + ": connected"));
+}
+
+TEST_F(RelayServer, AStreamThatTheServerDoesNotHaveIsTold) {
+    Start("accounts { A { users: [ { user: a, password: a } ] } }\n");
+    Settings settings = To();
+    settings.user = "a";
+    settings.password = "a";
+    CPublisher publisher(settings, Channel3("ZCE"), Into(m_published));
+    std::string error;
+    ASSERT_TRUE(publisher.Prepare(error)) << error;
+    CTakenMessages taken(1 << 16);
+    ASSERT_TRUE(Until([&] {
+        publisher.Pass(taken);
+        return !m_published.empty();
+    }));
+    EXPECT_THAT(m_published[0], StartsWith(Url() + ": not connected: stream ZCE: "));
+    EXPECT_THAT(m_published[0], HasSubstr("; JetStream is not on: start nats-server with -js, or "
+                                          "leave --stream out; tried again and again"));
+}
+
+TEST_F(RelayServer, AReceiverPutsTheBoardsHeadInFrontAndAsksUntilThereIsAList) {
+    Start();
+    CReceivedMessages messages(1 << 20);
+    SubscribeOptions what;
+    what.bus = 0;
+    CReceiver receiver(To(), what, messages, Into(m_subscribed));
+    std::string error;
+    ASSERT_TRUE(receiver.Prepare(error)) << error;
+    receiver.Start();
+    ASSERT_TRUE(Until([&] { return messages.IsConnected(); }));
+    CPublisher publisher(To(), Channel3(), Into(m_published));
+    ASSERT_TRUE(publisher.Prepare(error)) << error;
+    publisher.SetInstruments("1,SR209\n");
+    CTakenMessages taken(1 << 20);
+    TakeMessages(taken, 1, 2);
+    std::vector<std::string> came;
+    ReceivedHead head;
+    std::vector<unsigned char> bytes;
+    ASSERT_TRUE(Until([&] {
+        publisher.Pass(taken);
+        while (messages.Take(head, bytes)) {
+            EXPECT_EQ(head.channel, head.kind == Kind::Instruments ? 0 : 3);
+            came.emplace_back(bytes.begin(), bytes.end());
+        }
+        return came.size() >= 4;
+    }));
+    using velatest::Little;
+    EXPECT_THAT(came, testing::IsSupersetOf(
+                          {Little(18, 4) + Little(3, 2) + Little(6, 2) + Little(0, 4) + "body 1",
+                           Little(19, 4) + Little(3, 2) + Little(6, 2) + Little(0, 4) + "body 2",
+                           std::string(), std::string("1,SR209\n")}));
+}
+
+// The programs: a board plays a capture, its receiver publishes it, a subscriber writes it again.
+TEST_F(RelayServer, TheProgramsBringACaptureFromABoardToAFile) {
+    Start();
+    const std::string config = m_folder / "channel3.ini";
+    velatest::PutFile(config, "[config]\ndevice = xilinx0:3\ncpucore = -1\n");
+    velatest::CaptureBytes recorded;
+    for (uint64_t k = 1; k <= 50; ++k) {
+        using velatest::Little;
+        std::string message = Little(20, 4) + Little(3, 2) + Little(232, 2) + Little(0, 4);
+        message += Little(k, 8);
+        message.resize(12 + 232, 'q');
+        recorded.Add(1795165200, k * 1'000'000, velatest::Prefix(1, 3, k) + message);
+    }
+    recorded.Write(m_folder / "in.pcap");
+    const std::string relay = ZCE_RELAY_PROGRAM;
+    const std::string server = " --server " + Url();
+    const std::string run =
+        "cd " + m_folder.path() + " && export ZCE_BOARD_SHM_PREFIX=relay$$- && " + relay +
+        " subscribe --capture out.pcap --seconds 60" + server +
+        " >sub.out 2>sub.err & sub=$!; while ! grep -q connected " + (m_folder / "sub.err") +
+        "; do sleep 0.05; done; cd " + m_folder.path() + " && " + ZCE_BOARD_PROGRAM +
+        " --replay in.pcap --speed max -- " + relay + " publish channel3.ini --nap 100" + server +
+        " >pub.out 2>pub.err; echo publish=$?; kill -INT $sub; wait $sub; echo subscribe=$?";
+    const velatest::ProgramRun ran(run);
+    EXPECT_EQ(ran.text, "publish=0\nsubscribe=0\n")
+        << velatest::WholeFile(m_folder / "pub.err") << velatest::WholeFile(m_folder / "sub.err");
+    EXPECT_THAT(velatest::WholeFile(m_folder / "pub.out"),
+                HasSubstr("zce-relay publish bus=0 channel=3 taken=50 confirmed=50 ring-full=0 "
+                          "unconfirmed=0 resent=0 connects=1\n"));
+    EXPECT_THAT(velatest::WholeFile(m_folder / "sub.out"),
+                HasSubstr("zce-relay subscribe bus=0 channel=3 received=50 lost=0 duplicates=0 "
+                          "first=1 last=50 sessions=1 other-publisher=0\n"));
+    // The packets are those of the recording, but for the times at which they were polled.
+    const std::string in = velatest::WholeFile(m_folder / "in.pcap");
+    const std::string out = velatest::WholeFile(m_folder / "out.pcap");
+    constexpr size_t file = 24;
+    constexpr size_t packet = 16 + 16 + 244;
+    ASSERT_EQ(in.size(), file + 50 * packet);
+    ASSERT_EQ(out.size(), in.size());
+    for (size_t at = file; at < in.size(); at += packet) {
+        EXPECT_EQ(out.substr(at + 8, packet - 8), in.substr(at + 8, packet - 8)) << at;
+    }
+}
+
+TEST_F(RelayServer, TheProgramSaysWhatIsWrong) {
+    const std::string relay = ZCE_RELAY_PROGRAM;
+    const std::string free = Url();
+    const auto run = [&relay](const std::string& arguments) {
+        const velatest::ProgramRun ran(relay + " " + arguments + " 2>&1");
+        return std::to_string(ran.status) + " " + ran.text;
+    };
+    EXPECT_EQ(run(""),
+              "2 zce-relay: a command is missing: publish or subscribe; see zce-relay "
+              "--help\n");
+    EXPECT_THAT(run("listen"), StartsWith("2 zce-relay: "));
+    EXPECT_THAT(run("publish"), StartsWith("2 zce-relay publish: "));
+    EXPECT_THAT(run("publish /none.ini"), "2 zce-relay: /none.ini: No such file or directory\n");
+    velatest::PutFile(m_folder / "c.ini", "[config]\ndevice = xilinx0:3\n");
+    EXPECT_EQ(run("publish " + (m_folder / "c.ini") + " --body-size 16=5"),
+              "2 zce-relay: --body-size 16=5: a type from 17 to 20 and 1 to 2036 bytes are needed, "
+              "like 17=136\n");
+    EXPECT_EQ(run("subscribe --check --server nats://a:b@c:1"),
+              "2 zce-relay: --server: a user, a password or a token does not belong into an "
+              "address, which is told in messages: use the keys user, password and token of the "
+              "settings file\n");
+    EXPECT_THAT(run("subscribe"), StartsWith("2 zce-relay subscribe: "));
+    EXPECT_THAT(run("subscribe --check --from-start"), StartsWith("2 zce-relay subscribe: "));
+    EXPECT_EQ(run("subscribe --check --stream ZCE --since 25:00"),
+              "2 zce-relay: --since: \"25:00\" is no time: HH:MM, HH:MM:SS or "
+              "YYYY-MM-DDTHH:MM:SS\n");
+    EXPECT_THAT(run("subscribe --capture /nowhere/x.pcap"),
+                StartsWith("2 zce-relay: /nowhere/x.pcap: "));
+    // Nobody is there: one line, and the status says that nothing was looked at.
+    EXPECT_EQ(run("subscribe --check --quiet --seconds 1 --server " + free),
+              "1 zce-relay: " + free +
+                  ": not connected: No server available for connection; look whether nats-server "
+                  "runs there; tried again and again\n"
+                  "zce-relay status received=0 lost=0 duplicates=0 foreign=0 connects=0\n");
+}
+
+}  // namespace
+}  // namespace ZceRelay
