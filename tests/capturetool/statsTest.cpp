@@ -168,15 +168,13 @@ TEST_F(Stats, ThePlotIsDrawn) {
     capture.Add(RECORDED_SECOND, 0, Other(3, 1)).Write("day.pcap");
     m_options.plot = "day.svg";
     EXPECT_EQ(RunStats(m_options), 0);  // a single message, which is at no distance from another
-    EXPECT_THAT(WholeFile("day.svg"), HasSubstr(">messages a second<"));
-    capture.Add(RECORDED_SECOND + 5, 0, Other(3, 2)).Write("day.pcap");
+    EXPECT_NE(WholeFile("day.svg").find(">messages a second<"), std::string::npos);
+    capture.Add(RECORDED_SECOND + 50, 0, Other(3, 2)).Write("day.pcap");
     EXPECT_EQ(RunStats(m_options), 0);
     const std::string svg = WholeFile("day.svg");
-    EXPECT_THAT(svg, HasSubstr("<svg"));
-    EXPECT_THAT(svg, HasSubstr(">longest gap, s<"));
-    EXPECT_THAT(svg, HasSubstr(">day.pcap<"));
-    EXPECT_THAT(svg, HasSubstr(">08:45:0"));
-    EXPECT_THAT(svg, HasSubstr("</svg>"));
+    for (const char* text : {"<svg", ">longest gap, s<", ">day.pcap<", ">08:45:", "</svg>"}) {
+        EXPECT_NE(svg.find(text), std::string::npos) << text;
+    }
 }
 
 TEST_F(Stats, WhatCannotBeDone) {
