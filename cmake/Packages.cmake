@@ -99,10 +99,11 @@ so that no application loads it by accident, and zce-board, the process behind
 it that plays the board and its exchange.
 .
 With it come a monitor, a receiver, checks of an INI file, a host and a cache
-file, a recorder of what an application receives, and a dissector for
-Wireshark."
+file, a recorder of what an application receives, a dissector for Wireshark,
+and a relay that takes a board's messages to other machines through a NATS
+server."
   DEPENDS "libvelazcemdapi3 (= ${VELAZCE_PACKAGE_VERSION})"
-  RECOMMENDS libfaketime SUGGESTS "velazcemdapi-doc, tshark")
+  RECOMMENDS libfaketime SUGGESTS "velazcemdapi-doc, nats-server, tshark")
 velazce_package(velazcemdapi-doc documentation doc
   "CZCE market data from an FPGA board - pages and examples"
   "How to configure, operate and try the library libVelaZceMdApi.so.3, what the
