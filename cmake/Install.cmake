@@ -96,7 +96,7 @@ if(NOT ENYX_HW_LIBRARY)
   install(PROGRAMS ${CMAKE_BINARY_DIR}/zce-board-run
           DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT board)
 endif()
-foreach(program zce-board zce-top zce-check zce-bin zce-capture zce-watch zce-recv)
+foreach(program zce-board zce-top zce-check zce-bin zce-capture zce-watch zce-relay zce-recv)
   if(TARGET ${program})
     velazce_install_program(${program})
   endif()

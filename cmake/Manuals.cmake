@@ -3,7 +3,7 @@
 find_program(GZIP gzip REQUIRED)
 set(VELAZCE_MANUALS velazcemdapi.7 VelaZceMdApi.3 zce-config.5 zce-record.7 zce-watch.7)
 set(VELAZCE_COMPLETIONS "")
-foreach(program zce-board zce-board-ctl zce-board-run zce-top zce-recv zce-check zce-bin zce-capture zce-watch)
+foreach(program zce-board zce-board-ctl zce-board-run zce-top zce-recv zce-check zce-bin zce-capture zce-watch zce-relay)
   string(REGEX REPLACE "-(ctl|run)$" "" target ${program})
   if(TARGET ${target})
     list(APPEND VELAZCE_MANUALS ${program}.1)

@@ -100,10 +100,11 @@ it that plays the board and its exchange.
 .
 With it come a monitor, a receiver, checks of an INI file, a host and a cache
  file, a recorder of what an application receives, a program that looks at its
- recordings, a watch that tells Prometheus how an application fares, and a
+ recordings, a watch that tells Prometheus how an application fares, a relay
+ that takes a board's messages to other machines through a NATS server, and a
  dissector for Wireshark."
   DEPENDS "libvelazcemdapi3 (= ${VELAZCE_PACKAGE_VERSION})"
-  RECOMMENDS libfaketime SUGGESTS "velazcemdapi-doc, tshark, gnuplot-nox")
+  RECOMMENDS libfaketime SUGGESTS "velazcemdapi-doc, nats-server, tshark, gnuplot-nox")
 velazce_package(velazcemdapi-doc documentation doc
   "CZCE market data from an FPGA board - pages and examples"
   "How to configure, operate and try the library libVelaZceMdApi.so.3, what the

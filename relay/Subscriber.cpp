@@ -101,9 +101,13 @@ bool CSubscriber::Begin() {
 
 natsStatus CSubscriber::Subscribe(std::string& reason) {
     natsSubscription* subscription = nullptr;
-    const natsStatus status =
+    natsStatus status =
         natsConnection_SubscribeSync(&subscription, m_connection.Get(), m_subject.c_str());
     m_subscription.reset(subscription);
+    if (status == NATS_OK) {
+        // What is published from here on comes.
+        status = natsConnection_FlushTimeout(m_connection.Get(), REQUEST_MS);
+    }
     if (status != NATS_OK) {
         reason = NatsReason(status);
     }

@@ -19,11 +19,13 @@ import pages
 # First words that have a --help of their own.
 SUBCOMMANDS = {"zce-board": ("ctl",), "zce-check": ("host", "vendor", "--when"),
                "zce-watch": ("export", "list"),
-               "zce-capture": ("info", "verify", "export", "diff", "stats")}
+               "zce-capture": ("info", "verify", "export", "diff", "stats"),
+               "zce-relay": ("publish", "subscribe")}
 OURS = re.compile(r"^(?:\S*/)?(zce-[a-z-]+)$")
 OPTION = re.compile(r"(?<![\w-])--[a-z][a-z-]*")
 # Commands of a reader's machine that a test machine need not have.
-OTHERS = {"sudo", "perf", "dmesg", "export", "cd", "ulimit", "valgrind", "apt-get", "doxygen", "ninja", "faketime"}
+OTHERS = {"sudo", "perf", "dmesg", "export", "cd", "ulimit", "valgrind", "apt-get", "doxygen", "ninja", "faketime",
+          "nats", "nats-server"}
 RUN_SECONDS = 30
 
 
