@@ -81,10 +81,13 @@ class Watching : public AppMarket {
                 EXPECT_EQ(stream.types[k].bytes, expected[k].bytes) << k;
             }
             EXPECT_EQ(stream.bus, 0U);
-            EXPECT_GE(stream.polls, stream.Messages());
-            EXPECT_GE(stream.lastMessageNs + 1'000'000'000,
-                      stream.Messages() != 0 ? stream.openedNs : 0);
-            EXPECT_EQ(stream.counters.state, ZceWatch::CountersState::Read);
+            // What a process leaves open lacks what belongs to the last polls.
+            if (stream.state == EntryState::Closed) {
+                EXPECT_GE(stream.polls, stream.Messages());
+                EXPECT_GE(stream.lastMessageNs + 1'000'000'000,
+                          stream.Messages() != 0 ? stream.openedNs : 0);
+                EXPECT_EQ(stream.counters.state, ZceWatch::CountersState::Read);
+            }
         }
     }
     static std::vector<std::string> WatchLines(const std::string& output) {
@@ -153,7 +156,8 @@ TEST_F(Watching, EachOpeningIsCountedOnAndTheChildOfAForkIsNot) {
     ExpectCounted(page, Polled("app"));
     ASSERT_EQ(page.streams.size(), 1U);
     EXPECT_EQ(page.streams[0].opening, 2U);
-    EXPECT_LT(page.streams[0].counters.packets, page.streams[0].Messages());
+    EXPECT_GE(page.streams[0].counters.packets, 200U);
+    EXPECT_EQ(page.streams[0].state, EntryState::Closed);
     RunApp("0,3", "fork", 300);
     page = ThePage("app/run");
     EXPECT_EQ(page.life, Life::Ended);

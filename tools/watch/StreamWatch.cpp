@@ -64,10 +64,7 @@ void CStreamWatch::TickAt(uint64_t now) {
     if (m_lastTick != 0) {
         // Another core's counter may be some ticks behind.
         const uint64_t took = now > m_lastTick ? now - m_lastTick : 0;
-        if (m_windows.RollTo(now)) [[unlikely]] {
-            m_bCareDue = true;
-            TellGaps();
-        }
+        m_bCareDue |= m_windows.RollTo(now);
         AddGap(took);
         FitStretch(took);
     } else {
