@@ -5,9 +5,9 @@
 // The processes are this program once more. All stay; stretches of polls take turns on one
 // processor, and the recorder's own thread runs on another one. In the end the capture must have
 // every message, and the watch's page must have counted every one. Beside the recorder stands what
-// a message costs without it if the callback does no more than ask for the time of day, which is
-// what a message's record begins with; beside the watch what one reading of the processor's counter
-// costs, which it makes once in up to 128 polls.
+// a message costs without it if the callback does no more than ask for the time of day; beside the
+// watch what one reading of the processor's counter costs, which it makes once in up to 128 polls,
+// and the recorder for each message, but in a burst for up to eight at once.
 
 #include <fcntl.h>
 #include <sys/wait.h>

@@ -27,7 +27,7 @@ UNITS = BUILD + "/units"
 TOGETHER = 24
 # What the compiler reads that is not in the tree comes from these.
 PACKAGES = ("clang-14", "clang-tidy-14", "libstdc++-12-dev", "libc6-dev", "libiniparser-dev", "libcli11-dev",
-            "libfmt-dev", "libpcap0.8-dev", "libboost1.74-dev", "libgtest-dev", "libgmock-dev",
+            "libfmt-dev", "libpcap0.8-dev", "libzstd-dev", "libxxhash-dev", "libboost1.74-dev", "libgtest-dev", "libgmock-dev",
             "libbenchmark-dev", "libncurses-dev", "nlohmann-json3-dev", "valgrind", "libspdlog-dev", "libiceoryx-posh-dev",
             "libatomic-queue-dev", "libreaderwriterqueue-dev")
 # Options that files looked at as one need not have in common.

@@ -1,145 +1,25 @@
-// What a recording leaves on the disk: the files' names, where one ends and the next begins, the
-// sidecars, and what is told when the disk takes nothing more.
+// What a recording leaves on the disk: the files' names, where one ends and the next begins, and
+// the sidecars.
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
-#include <sys/resource.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <csignal>
-#include <cstdlib>
-#include <ctime>
 #include <filesystem>
 #include <fstream>
-#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "asUser.h"
-#include "capture/CaptureReader.h"
-#include "capture/SidecarReader.h"
-#include "captureBytes.h"
-#include "nanoseconds.h"
-#include "record/MessageRecorder.h"
-#include "tempDir.h"
+#include "recordingFiles.h"
 #include "wholeFile.h"
 
 namespace {
 
+using namespace recordtest;
 using boardtest::MS;
-using boardtest::SECOND;
 using testing::ElementsAre;
-using testing::IsEmpty;
-using velatest::CaptureBytes;
-using velatest::Prefix;
-using ZceCapture::CCaptureReader;
-using ZceCapture::Sidecar;
-using ZceCapture::SidecarCheck;
-using ZceRecord::CMessageQueue;
-using ZceRecord::CMessageRecorder;
-
-constexpr uint64_t DISK_MIB = 1024 * 1024;
-constexpr int64_t MIDNIGHT = 1795190400 * SECOND;  // of 2026-11-21, eight hours east
-
-int64_t g_nowNs = 0;
-ZceRecord::Space g_space;
-const ZceRecord::Surroundings FAKED{
-    [] { return g_nowNs; },
-    [](const std::string& /*file*/, ZceRecord::Space& space) {
-        space = g_space;
-        return true;
-    },
-};
-
-class Rotation : public testing::Test {
-  protected:
-    Rotation() {
-        setenv("TZ", "UTC-8", 1);  // NOLINT(concurrency-mt-unsafe): eight hours east
-        tzset();
-        g_nowNs = MIDNIGHT + 9 * 3600 * SECOND;
-        g_space = {100 * DISK_MIB, 1000 * DISK_MIB};
-        Named("day.pcap");
-        m_settings.bufferBytes = 1 << 20;
-    }
-    void Named(const std::string& name) {
-        m_settings.name = name;
-        m_settings.path = m_directory / name;
-    }
-    std::string Path(const std::string& name) const { return m_directory / name; }
-    CMessageRecorder& Recorder() {
-        if (m_recorder == nullptr) {
-            m_recorder = std::make_unique<CMessageRecorder>(m_settings, FAKED);
-        }
-        return *m_recorder;
-    }
-    CMessageQueue* Opened(uint16_t bus, uint16_t channel) {
-        std::string error;
-        CMessageQueue* queue = Recorder().Opened(bus, channel, error);
-        EXPECT_EQ(error, "");
-        return queue;
-    }
-    std::string OpenError() {
-        std::string error;
-        EXPECT_EQ(Recorder().Opened(0, 0, error), nullptr);
-        return error;
-    }
-    static void Put(CMessageQueue* queue, int64_t timeNs, const std::string& message) {
-        queue->Put(timeNs, reinterpret_cast<const unsigned char*>(message.data()),
-                   static_cast<uint32_t>(message.size()));
-    }
-    // One message of `bytes` bytes each time, written at once.
-    void Write(CMessageQueue* queue, int64_t timeNs, size_t bytes = 1) {
-        Put(queue, timeNs, std::string(bytes, 'm'));
-        Recorder().Pass(true);
-    }
-    void EndAll() {
-        Recorder().Pass(true);
-        Recorder().End();
-    }
-    // All that is in the folder and below.
-    std::vector<std::string> Files() const {
-        std::vector<std::string> files;
-        for (const auto& entry :
-             std::filesystem::recursive_directory_iterator(m_directory.path())) {
-            if (entry.is_regular_file()) {
-                files.push_back(entry.path().string().substr(m_directory.path().size() + 1));
-            }
-        }
-        std::sort(files.begin(), files.end());
-        return files;
-    }
-    Sidecar SidecarOf(const std::string& name) const {
-        const SidecarCheck check = ZceCapture::CheckSidecar(Path(name));
-        EXPECT_EQ(check.verdict, SidecarCheck::Verdict::Good) << check.text;
-        return check.sidecar;
-    }
-    // The numbers of the messages of a file, and of each note the lost ones below 0.
-    std::vector<int64_t> Numbers(const std::string& name,
-                                 CCaptureReader::Next end = CCaptureReader::Next::End) const {
-        std::vector<int64_t> numbers;
-        CCaptureReader reader;
-        std::string error;
-        EXPECT_TRUE(reader.Open(Path(name), error)) << error;
-        ZceCapture::CaptureMessage message;
-        CCaptureReader::Next next = reader.Read(message);
-        for (; next == CCaptureReader::Next::Message; next = reader.Read(message)) {
-            if (message.lostBefore != 0) {
-                numbers.push_back(-static_cast<int64_t>(message.lostBefore));
-            }
-            numbers.push_back(static_cast<int64_t>(message.number));
-        }
-        EXPECT_EQ(next, end) << reader.Error();
-        return numbers;
-    }
-
-    velatest::TempDir m_directory;
-    ZceRecord::Settings m_settings;
-    std::unique_ptr<CMessageRecorder> m_recorder;
-};
 
 TEST_F(Rotation, TheSidecarTellsWhatTheFileHolds) {
     m_settings.bufferBytes = 27;  // one message
@@ -423,144 +303,6 @@ TEST_F(Rotation, AKilledProcessLeavesACompressedFileThatIsReadToItsLastSecond) {
     EXPECT_EQ(numbers.back(), static_cast<int64_t>(numbers.size()));
     EXPECT_EQ(ZceCapture::CheckSidecar(Path("day.pcap.zst")).verdict,
               SidecarCheck::Verdict::Interrupted);
-}
-
-TEST_F(Rotation, WithTooLittleSpaceARecordingDoesNotBegin) {
-    m_settings.freeBytes = 200 * DISK_MIB;
-    EXPECT_EQ(OpenError(),
-              "day.pcap: 100 MiB are free on its disk, 200 are kept free (ZCE_RECORD_FREE_MIB)");
-    EXPECT_THAT(Files(), IsEmpty());
-    // Of a small disk a tenth is enough, unless the number was asked for.
-    m_settings.freeByDefault = true;
-    g_space = {100 * DISK_MIB, 1000 * DISK_MIB};
-    EXPECT_NE(Opened(0, 0), nullptr);
-    g_space = {100 * DISK_MIB - 1, 1000 * DISK_MIB};
-    Named("another.pcap");
-    m_recorder.reset();
-    EXPECT_EQ(OpenError(),
-              "another.pcap: 99 MiB are free on its disk, 100 are kept free (ZCE_RECORD_FREE_MIB)");
-}
-
-TEST_F(Rotation, WhereSpaceRunsOutTheRecordingEndsWithOneLineAndWholeFiles) {
-    Named("%c.pcap");
-    m_settings.freeBytes = 50 * DISK_MIB;
-    CMessageQueue* one = Opened(0, 1);
-    CMessageQueue* two = Opened(0, 2);
-    Put(two, 1, "b");
-    Write(one, 2);
-    g_space.freeBytes = 50 * DISK_MIB;
-    Write(one, 3);
-    g_space.freeBytes = 50 * DISK_MIB - 1;
-    testing::internal::CaptureStderr();
-    Write(one, 4);
-    Write(one, 5);  // the polling thread knows nothing of it
-    EndAll();
-    const std::string fault =
-        "1.pcap: 49 MiB are free on its disk, 50 are kept free (ZCE_RECORD_FREE_MIB)";
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "zce-record: " + fault + ": the recording has ended\n");
-    EXPECT_THAT(Numbers("1.pcap"), ElementsAre(1, 2, 3));
-    EXPECT_THAT(Numbers("2.pcap"), ElementsAre(1));
-    for (const char* name : {"1.pcap", "2.pcap"}) {
-        EXPECT_EQ(SidecarOf(name).state, Sidecar::State::Stopped);
-        EXPECT_EQ(SidecarOf(name).ended, fault);
-    }
-    EXPECT_EQ(Recorder().Summary(), "");
-}
-
-// A write that fails in its middle: the file is cut back to its last whole flush.
-TEST_F(Rotation, AFullDiskLeavesAWholeFileAndItsSidecar) {
-    CMessageQueue* queue = Opened(0, 0);
-    Write(queue, 1, 1000);
-    Write(queue, 2, 1000);
-    const rlimit limit{24 + 2 * 1032 + 500, RLIM_INFINITY};
-    std::signal(SIGXFSZ, SIG_IGN);
-    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
-    testing::internal::CaptureStderr();
-    Write(queue, 3, 1000);
-    EndAll();
-    const rlimit none{RLIM_INFINITY, RLIM_INFINITY};
-    setrlimit(RLIMIT_FSIZE, &none);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "zce-record: day.pcap: cannot write: File too large: the recording has ended\n");
-    EXPECT_THAT(Numbers("day.pcap"), ElementsAre(1, 2));
-    const Sidecar sidecar = SidecarOf("day.pcap");
-    EXPECT_EQ(sidecar.state, Sidecar::State::Stopped);
-    EXPECT_EQ(sidecar.ended, "day.pcap: cannot write: File too large");
-    EXPECT_EQ(sidecar.messages, 2U);
-    EXPECT_EQ(sidecar.streams.at(0).last, 2U);
-    EXPECT_EQ(sidecar.lastTimeNs, 2);
-}
-
-TEST_F(Rotation, AFolderThatIsRemovedIsMadeAgainForTheNextMessage) {
-    Named("data/%H/day.pcap");
-    CMessageQueue* queue = Opened(0, 0);
-    Write(queue, g_nowNs);
-    std::filesystem::remove_all(Path("data"));
-    testing::internal::CaptureStderr();
-    Write(queue, g_nowNs);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "zce-record: data/09/day.pcap: it was removed: the next message begins another "
-              "file\n");
-    Write(queue, g_nowNs + SECOND);
-    EndAll();
-    EXPECT_THAT(Numbers("data/09/day.pcap"), ElementsAre(3));
-    EXPECT_EQ(SidecarOf("data/09/day.pcap").previous, "");
-}
-
-TEST_F(Rotation, AFolderThatMayNotBeWrittenToIsToldAtTheBeginning) {
-    ASSERT_EQ(chmod(m_directory.path().c_str(), 0555), 0);
-    EXPECT_EQ(velatest::RunAsUser([this] {
-                  std::string error;
-                  const bool refused = Recorder().Opened(0, 0, error) == nullptr;
-                  return refused && error == "day.pcap: Permission denied" ? 0 : 1;
-              }),
-              0);
-    Named("new/day.pcap");
-    EXPECT_EQ(velatest::RunAsUser([this] {
-                  std::string error;
-                  const bool refused = Recorder().Opened(0, 0, error) == nullptr;
-                  return refused && error == "new/day.pcap: the folder " + Path("new") +
-                                                 " cannot be made: Permission denied"
-                             ? 0
-                             : 1;
-              }),
-              0);
-}
-
-TEST_F(Rotation, WhereTheNextFileCannotBeMadeTheRecordingEndsWithOneLine) {
-    Named("%H/day.pcap");
-    m_settings.maxMinutes = 60;
-    std::ofstream(Path("10")) << "in the way of the folder";
-    CMessageQueue* queue = Opened(0, 0);
-    Write(queue, g_nowNs);
-    testing::internal::CaptureStderr();
-    Write(queue, g_nowNs + 3600 * SECOND);
-    Write(queue, g_nowNs + 3601 * SECOND);
-    EndAll();
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "zce-record: 10/day.pcap: Not a directory: the recording has ended\n");
-    EXPECT_THAT(Numbers("09/day.pcap"), ElementsAre(1));
-    EXPECT_EQ(SidecarOf("09/day.pcap").state, Sidecar::State::Complete);
-}
-
-TEST_F(Rotation, APipeHasNoSidecarAndOneFile) {
-    ASSERT_EQ(mkfifo(Path("day.pcap").c_str(), 0600), 0);
-    const int reader = open(Path("day.pcap").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    m_settings.maxBytes = 10;
-    m_settings.freeBytes = 200 * DISK_MIB;  // more than there is
-    CMessageQueue* queue = Opened(0, 0);
-    Write(queue, 1 * SECOND);
-    Write(queue, 2 * SECOND);
-    EndAll();
-    std::string bytes(1000, '\0');
-    const ssize_t size = read(reader, bytes.data(), bytes.size());
-    close(reader);
-    bytes.resize(size > 0 ? static_cast<size_t>(size) : 0);
-    EXPECT_EQ(
-        bytes,
-        CaptureBytes().Add(1, 0, Prefix(1, 0, 1) + "m").Add(2, 0, Prefix(1, 0, 2) + "m").Bytes());
-    EXPECT_THAT(Files(), IsEmpty());
 }
 
 }  // namespace
