@@ -226,7 +226,7 @@ stop INT $plain "the subscriber without the stream" 1
 stop INT $receiver0 "the master there" 0
 stop INT $receiver3 "the second receiver there" 0
 stop INT $board_there "the board there" 0
-processes=($server)
+processes=("$server")
 
 say "Checking"
 # The messages 17 to 20 of a recording, a line of hexadecimal digits each.
