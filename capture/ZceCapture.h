@@ -7,10 +7,10 @@
  * read by zce-board's replay and by Wireshark with zce.lua.
  *
  * The file is a libpcap file with time stamps in nanoseconds (magic 0xa1b23c4d) and link type
- * LINKTYPE_USER0, 147, or the same as one zstd frame. A reader should also take microseconds, pcapng
- * and several frames. The time of a packet is CLOCK_REALTIME when the message was polled, to 1 us; of
- * messages that were polled right behind each other up to eight may have one time. A packet is never
- * cut short: captured and original length are equal.
+ * LINKTYPE_USER0, 147, or the same as one zstd frame. A reader should also take microseconds,
+ * pcapng and several frames. The time of a packet is CLOCK_REALTIME when the message was polled, to
+ * 1 us; of messages that were polled right behind each other up to eight may have one time. A
+ * packet is never cut short: captured and original length are equal.
  *
  * Each packet begins with a prefix of 16 bytes, all integers little-endian:
  *

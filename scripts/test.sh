@@ -52,7 +52,7 @@ run() {
 
 check_style() {
     local files
-    mapfile -t files < <(find include program src board capture tools examples tests bench fuzz -name '*.h' -o -name '*.cpp' | sort)
+    mapfile -t files < <(find include program src relay board capture tools examples tests bench fuzz -name '*.h' -o -name '*.cpp' | sort)
     clang-format --dry-run -Werror "${files[@]}"
     echo "${#files[@]} files are formatted"
     scripts/check-includes.sh

@@ -116,7 +116,7 @@ TEST_F(CtlLook, AStatusOfABoardWhoseChannelsWereNeverOpenSaysSo) {
 
 TEST_F(CtlLook, WordsThatNoBoardWritesAreShownAsSuch) {
     Shm().stats.phase = 4;
-    Shm().stats.source = 3;
+    Shm().stats.source = 4;
     Shm().stats.feeds[0] = 4;
     const std::string text = Said({"status"});
     EXPECT_THAT(text, testing::HasSubstr("09:05:01.042, ?, paused"));
