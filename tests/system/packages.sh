@@ -53,7 +53,7 @@ depends() {
 }
 depends libvelazcemdapi3 "libc6, libgcc-s1, libstdc++6"
 depends libvelazcemdapi-dev "libvelazcemdapi3 (= 3.10.0-1)"
-depends velazcemdapi-board "libvelazcemdapi3 (= 3.10.0-1), libc6, libfmt9, libgcc-s1, libiniparser1, libncurses6, libpcap0.8, libstdc++6, libtinfo6"
+depends velazcemdapi-board "libvelazcemdapi3 (= 3.10.0-1), libc6, libfmt9, libgcc-s1, libiniparser1, libnats3.4, libncurses6, libpcap0.8, libstdc++6, libtinfo6"
 depends velazcemdapi-doc ""
 [ "$(field velazcemdapi-doc Architecture)" = all ] || complain "velazcemdapi-doc is not for all architectures"
 
