@@ -64,6 +64,9 @@ void Callback(benchmark::State& state) {
     std::memcpy(element.body, g_body, bodySize);
     while (state.KeepRunning()) {
         std::vector<double> ns[3];
+        for (std::vector<double>& times : ns) {
+            times.reserve(static_cast<std::size_t>(bursts));
+        }
         for (int k = 0; k < bursts; ++k) {
             const std::int64_t begin = NowNs();
             for (int m = 0; m < burst; ++m) {
@@ -338,6 +341,7 @@ void Latency(benchmark::State& state) {
     Sender sender;
     while (state.KeepRunning()) {
         std::vector<double> us;
+        us.reserve(static_cast<std::size_t>(messages));
         for (int k = 0; k < messages; ++k) {
             usleep(500);
             sender.Send();

@@ -31,6 +31,7 @@ CReceiver::~CReceiver() {
 }
 
 void CReceiver::Start() {
+    m_nextQuestionNs = NowNs() + QUESTION_NS;  // the first is the subscriber's own
     // The client's own threads are this one's children, and take none either.
     sigset_t all;
     sigset_t before;

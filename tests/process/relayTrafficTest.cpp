@@ -96,7 +96,7 @@ class Relaying : public BoardFixture {
             host.WriteWord(window + 2, index * 64 + word);
             name += velatest::Big(host.ReadWord(window + 3), 4);
         }
-        return name.c_str();
+        return name.substr(0, name.find('\0'));
     }
 
     ZceRelay::CReceivedMessages m_messages{1 << 20};
@@ -253,6 +253,14 @@ TEST_F(Relaying, TheListIsInTheTablesAndInTheBroadcast) {
     Put(Kind::Instruments, {}, "5,SR209\n2,SPD-SR209&SR301\n6,SR301\n");
     Pass();
     EXPECT_EQ(Name(0, 6), "SR301");
+    Drain(0);
+    host.WriteWord(0x12, 1);
+    for (int k = 0; k < 50; ++k) {
+        Pass(100 * MS, AUCTION);
+    }
+    const std::vector<std::string> more = Drain(0);
+    ASSERT_FALSE(more.empty());
+    EXPECT_NE(more[0].find("SR301"), more[0].rfind("SR301"));  // in the combination, and alone
 }
 
 TEST_F(Relaying, APauseHoldsWhatComes) {

@@ -277,12 +277,28 @@ TEST_F(RelayServer, AKilledServerCostsTheStreamNothingAndAFullRingIsTold) {
                                           StartsWith(Url() + ": the connection was lost: "),
                                           Url() + ": connected"));
 
+    // What the server was sent and has not stored when it is killed is sent once more.
+    const uint64_t before = publisher.Counts().published;
+    kill(m_server, SIGSTOP);
+    TakeMessages(taken, 601, 610);
+    EXPECT_TRUE(Until([&] {
+        publisher.Pass(taken);
+        return publisher.Counts().published == before + 10;
+    }));
+    Kill();
+    Start();
+    EXPECT_TRUE(Until([&] {
+        publisher.Pass(taken);
+        return publisher.IsDone(taken);
+    }));
+    EXPECT_EQ(publisher.Counts().resent, 10U);
+
     // Who comes late gets everything from the stream.
     what.sinceNs = 0;
     CSubscriber late(To(), what, Into(m_subscribed));
     ASSERT_TRUE(late.Prepare(error)) << error;
     CStreamOrder lateOrder;
-    EXPECT_EQ(ReceiveUpTo(late, lateOrder, 600), 600 - lost);
+    EXPECT_EQ(ReceiveUpTo(late, lateOrder, 610), 610 - lost);
     EXPECT_EQ(lateOrder.First(), 1U);
     EXPECT_EQ(lateOrder.Lost(), lost);
 }
@@ -394,8 +410,20 @@ TEST_F(RelayServer, AReceiverPutsTheBoardsHeadInFrontAndAsksUntilThereIsAList) {
     CReceiver receiver(To(), what, messages, Into(m_subscribed));
     std::string error;
     ASSERT_TRUE(receiver.Prepare(error)) << error;
+    natsConnection* other = nullptr;
+    natsSubscription* wanted = nullptr;
+    ASSERT_EQ(natsConnection_ConnectTo(&other, Url().c_str()), NATS_OK);
+    ASSERT_EQ(natsConnection_SubscribeSync(&wanted, other, "zce-wanted.0"), NATS_OK);
+    natsConnection_FlushTimeout(other, 2000);
     receiver.Start();
     ASSERT_TRUE(Until([&] { return messages.IsConnected(); }));
+    for (int k = 0; k < 2; ++k) {
+        natsMsg* question = nullptr;
+        EXPECT_EQ(natsSubscription_NextMsg(&question, wanted, 10'000), NATS_OK) << k;
+        natsMsg_Destroy(question);
+    }
+    natsSubscription_Destroy(wanted);
+    natsConnection_Destroy(other);
     CPublisher publisher(To(), Channel3(), Into(m_published));
     ASSERT_TRUE(publisher.Prepare(error)) << error;
     publisher.SetInstruments("1,SR209\n");

@@ -138,7 +138,8 @@ int SubscribeMain(int argc, const char* const* argv) {
     } else if (!words.since.empty()) {
         options.sinceNs = SinceNs(words.since);
         if (!options.sinceNs) {
-            return NotDone(fmt::format("--since: \"{}\" is {}", words.since, ZceProgram::NO_MOMENT));
+            return NotDone(
+                fmt::format("--since: \"{}\" is {}", words.since, ZceProgram::NO_MOMENT));
         }
     }
     CSubscriber subscriber(settings, options, TellError);
