@@ -2,12 +2,12 @@
 # analyze.sh [cppcheck] [clang] [gcc]: static analysis, all three without an argument. Exit status 0
 # only if nothing is found.
 #
-#   cppcheck  src, program, board, capture, tools, include and examples
+#   cppcheck  src, program, relay, board, capture, tools, include and examples
 #   clang     clang's analyzer over the same, with all of its checks, one file at a time. Takes minutes
 #   gcc       g++ -fanalyzer over src, board/memory and board/vendor
 source "$(dirname "$0")/common.sh"
 
-ROOMS=(src program board capture tools include examples)
+ROOMS=(src program relay board capture tools include examples)
 found=0
 
 run_cppcheck() {

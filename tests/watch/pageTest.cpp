@@ -225,7 +225,7 @@ TEST_F(WatchedPage, WhatCannotBeMadeIsToldAndLeavesNothing) {
     std::string error;
     EXPECT_FALSE(page.Open(m_directory / "file", nsClock, error));
     EXPECT_EQ(error, m_directory / "file: Not a directory");
-    EXPECT_EQ(RunAsUser([this] {
+    EXPECT_EQ(RunAsUser([] {
                   // No disk is full here: a limit says so at the same place.
                   // The kernel's signal for it would end the process.
                   signal(SIGXFSZ, SIG_DFL);

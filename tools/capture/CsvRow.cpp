@@ -43,14 +43,15 @@ char* PutText(char* at, std::string_view text) {
 }
 
 // The numbers below 10000 as text of four digits, the first in the lowest byte.
-constexpr std::array<uint32_t, 10'000> FOUR_DIGITS = [] {
+constexpr std::array<uint32_t, 10'000> MakeFourDigits() {
     std::array<uint32_t, 10'000> texts{};
     for (uint32_t number = 0; number < texts.size(); ++number) {
         texts[number] = 0x30303030U + number / 1000 + (number / 100 % 10 << 8U) +
                         (number / 10 % 10 << 16U) + (number % 10 << 24U);
     }
     return texts;
-}();
+}
+constexpr std::array<uint32_t, 10'000> FOUR_DIGITS = MakeFourDigits();
 static_assert(std::endian::native == std::endian::little);
 
 // Writes four bytes and takes `size` of them.
