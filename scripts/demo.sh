@@ -32,7 +32,7 @@ processes=()
 finish() {
     local status=$? pid
     for pid in "${processes[@]}"; do
-        kill -KILL "$pid" 2>/dev/null && wait "$pid" 2>/dev/null
+        kill -KILL "$pid" 2>/dev/null && wait "$pid" 2>/dev/null || true
     done
     rm -f "/dev/shm/demo$$-zce-board.0" # a killed board could not
     if [ $status -eq 0 ]; then
