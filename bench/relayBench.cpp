@@ -295,6 +295,7 @@ template <class Sender, class Receiver>
 double Rate(int subscribers) {
     const int messages = IsSmokeRun() ? 200 : 40'000 / subscribers;
     std::vector<std::unique_ptr<Receiver>> receivers;
+    receivers.reserve(static_cast<std::size_t>(subscribers));
     for (int k = 0; k < subscribers; ++k) {
         receivers.push_back(std::make_unique<Receiver>());
     }

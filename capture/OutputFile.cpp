@@ -2,13 +2,15 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <optional>
 #include <utility>
+
+#include "capture/FileStatus.h"
 
 namespace ZceCapture {
 
@@ -25,8 +27,8 @@ bool COutputFile::Open(const std::string& path, std::string& error) {
         error = std::strerror(errno);
         return false;
     }
-    struct stat status {};
-    m_regular = fstat(fd, &status) == 0 && S_ISREG(status.st_mode);
+    const std::optional<FileStatus> status = StatusOf(fd);
+    m_regular = status && status->regular;
     if (m_regular) {
         if (flock(fd, LOCK_EX | LOCK_NB) != 0) {
             error = errno == EWOULDBLOCK ? "another process is recording to it"
@@ -58,8 +60,8 @@ bool COutputFile::OpenNew(const std::string& path) {
 }
 
 bool COutputFile::IsRemoved() const {
-    struct stat status {};
-    return m_fd >= 0 && fstat(m_fd, &status) == 0 && status.st_nlink == 0;
+    const std::optional<FileStatus> status = m_fd >= 0 ? StatusOf(m_fd) : std::nullopt;
+    return status && status->links == 0;
 }
 
 bool COutputFile::Write(const char* data, size_t size, std::string& error) {

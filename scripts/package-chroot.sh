@@ -147,6 +147,44 @@ for scenario in $(cd "$folder/home/trader/examples/scenarios" && ls -- *.ini); d
     play "$scenario" 25
 done
 
+say "A session that is watched and recorded, and what looks at the recording"
+why="watching and recording"
+quiet as_user 'rm -rf bin pages day && mkdir pages
+    ZCE_WATCH=$HOME/pages ZCE_RECORD="$HOME/day/%Y%m%d/%c-%H%M%S.pcap.zst" \
+        LD_PRELOAD="/usr/lib/zce-board/libzce-watch.so /usr/lib/zce-board/libzce-record.so" \
+        timeout 120 zce-board --scenario examples/scenarios/bursts.ini -- \
+        zce-recv all.ini --own-loop --nap 200 --seconds 25 >out 2>&1 || { tail -n 20 out; exit 1; }
+    zce-watch list --directory pages
+    zce-watch export --directory pages >pages.prom
+    zce-top --watch pages --once
+    zce-capture info --json day/*/0-*.pcap.zst >info.json
+    zce-capture export --csv day/*/0-*.pcap.zst --output day.csv
+    zce-capture verify day/*/0-*.pcap.zst'
+got=$(sed -n 's/^zce-recv channel=0 total=\([0-9]*\) .*/\1/p' "$folder/home/trader/out" | tail -n 1)
+counted=$(awk '/^zce_messages_total\{.*type="(17|18|19|20)"/ { sum += $NF } END { print sum + 0 }' "$folder/home/trader/pages.prom")
+recorded=$(awk -F, '$9 >= 17 && $9 <= 20' "$folder/home/trader/day.csv" | wc -l)
+printf '   %s received, %s counted, %s recorded\n' "$got" "$counted" "$recorded"
+[ "${got:-0}" -gt 1000 ] && [ "$counted" = "$got" ] && [ "$recorded" = "$got" ] || fail "$why"
+
+say "Through a NATS server"
+why="nats-server"
+install_packages nats-server
+why="the relay"
+quiet as_user 'rm -f bin
+    nats-server -a 127.0.0.1 -p 14222 >nats 2>&1 & nats=$!
+    trap "kill $nats" EXIT
+    zce-relay subscribe --server nats://127.0.0.1:14222 --capture there.pcap --seconds 45 >subscriber 2>&1 & subscriber=$!
+    sleep 1
+    timeout 120 zce-board --scenario examples/scenarios/bursts.ini -- \
+        timeout --foreground -s INT 25 zce-relay publish all.ini --server nats://127.0.0.1:14222 --nap 200 >publisher 2>&1 || true
+    wait $subscriber || { tail publisher subscriber; exit 1; }
+    zce-capture verify there.pcap || true
+    zce-capture export --csv there.pcap --output there.csv'
+arrived=$(($(wc -l <"$folder/home/trader/there.csv") - 1))
+taken=$(sed -n 's/^zce-relay .* taken=\([0-9]*\) .*/\1/p' "$folder/home/trader/publisher" | tail -n 1)
+printf '   %s taken, %s arrived\n' "$taken" "$arrived"
+[ "$arrived" -gt 1000 ] && [ "$arrived" = "$taken" ] || fail "$why"
+
 say "A library of the board's vendor is installed: applications take it, and the programs when told"
 why="the vendor's library"
 cp tests/system/stubEnyx.c "$folder/root/stub.c"

@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr uint64_t MIB = 1024 * 1024;
+constexpr uint64_t MIB = uint64_t{1} << 20;
 
 class RecordSettings : public testing::Test {
   protected:

@@ -27,7 +27,7 @@ using ZceCapture::SidecarCheck;
 using ZceRecord::CMessageQueue;
 using ZceRecord::CMessageRecorder;
 
-constexpr uint64_t DISK_MIB = 1024 * 1024;
+constexpr uint64_t DISK_MIB = uint64_t{1} << 20;
 constexpr int64_t MIDNIGHT = 1795190400 * SECOND;  // of 2026-11-21, eight hours east
 
 inline int64_t g_nowNs = 0;
@@ -45,7 +45,7 @@ class Rotation : public testing::Test {
     Rotation() {
         setenv("TZ", "UTC-8", 1);  // NOLINT(concurrency-mt-unsafe): eight hours east
         tzset();
-        g_nowNs = MIDNIGHT + 9 * 3600 * SECOND;
+        g_nowNs = MIDNIGHT + int64_t{9} * 3600 * SECOND;
         g_space = {100 * DISK_MIB, 1000 * DISK_MIB};
         Named("day.pcap");
         m_settings.bufferBytes = 1 << 20;

@@ -146,13 +146,13 @@ TEST_F(Rotation, AMessageThatIsLargerThanAFileMayBeStillHasOne) {
 TEST_F(Rotation, AtTheEndOfItsTimeAFileEndsAndTheMessageOfThatMomentIsTheNextOnes) {
     Named("%Y%m%d/day-%H%M%S.pcap");
     m_settings.maxMinutes = 60;
-    const int64_t ten = MIDNIGHT + 10 * 3600 * SECOND;
+    const int64_t ten = MIDNIGHT + int64_t{10} * 3600 * SECOND;
     CMessageQueue* queue = Opened(0, 0);
     Write(queue, g_nowNs);
     Write(queue, ten - 1);
     Write(queue, ten);
     Write(queue, ten + 1);
-    Write(queue, MIDNIGHT + 24 * 3600 * SECOND);  // and the next day
+    Write(queue, MIDNIGHT + int64_t{24} * 3600 * SECOND);  // and the next day
     EndAll();
     EXPECT_THAT(Numbers("20261121/day-090000.pcap"), ElementsAre(1, 2));
     EXPECT_THAT(Numbers("20261121/day-100000.pcap"), ElementsAre(3, 4));
@@ -171,7 +171,7 @@ TEST_F(Rotation, AFileWhoseTimeIsOverEndsWithoutAMessageAndTheNextBeginsWithOne)
     EXPECT_THAT(Files(), ElementsAre("day-090000.pcap", "day-090000.pcap.json"));
     g_nowNs -= 7200 * SECOND;
     Write(queue, g_nowNs);
-    g_nowNs = MIDNIGHT + 10 * 3600 * SECOND + 100 * MS - 1;
+    g_nowNs = MIDNIGHT + int64_t{10} * 3600 * SECOND + 100 * MS - 1;
     Recorder().Pass(false);
     EXPECT_EQ(ZceCapture::CheckSidecar(Path("day-090000.pcap")).verdict,
               SidecarCheck::Verdict::BeingWritten);

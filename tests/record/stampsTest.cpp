@@ -27,6 +27,7 @@ class Stamps : public testing::Test {
     // Each poll takes so many counts and finds a message; the stamps, less the 1,000,000.
     std::vector<int64_t> Burst(int messages, int64_t each) {
         std::vector<int64_t> stamps;
+        stamps.reserve(static_cast<size_t>(messages));
         for (int k = 0; k < messages; ++k) {
             stamps.push_back(Message(each));
         }

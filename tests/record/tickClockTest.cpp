@@ -49,9 +49,9 @@ TEST_F(TickClock, AMicrosecondIsMeasuredByTheLastTwoMoments) {
     EXPECT_EQ(m_clock.Microsecond(), 0);
     m_clock.Note(1'000'000, 500'000);
     EXPECT_EQ(m_clock.Microsecond(), 2000);
-    m_clock.Note(2'000'000, 60 * 500'000);  // a clock that runs faster
+    m_clock.Note(2'000'000, int64_t{60} * 500'000);  // a clock that runs faster
     EXPECT_EQ(m_clock.Microsecond(), 33);
-    m_clock.Note(3'000'000, 60 * 500'000);  // and one that stands still
+    m_clock.Note(3'000'000, int64_t{60} * 500'000);  // and one that stands still
     EXPECT_EQ(m_clock.Microsecond(), 0);
 }
 

@@ -207,6 +207,21 @@ TEST_F(Recording, EachOpeningOfAStreamHasItsNumber) {
     }
 }
 
+// The library that fakes the clock is gone before the recording is ended.
+TEST_F(Recording, AProgramOnAFakedClockEndsItsRecording) {
+    StartFastBoard();
+    Record(Path("day/%c.pcap.zst"));
+    m_environment.push_back(std::string("LD_PRELOAD=") + ZCE_RECORD_LIBRARY + " " + LIBFAKETIME);
+    m_environment.emplace_back("FAKETIME=+3600");
+    for (const char* end : {"return", "exit"}) {
+        m_environment.emplace_back("ZCE_RECORD_OVERWRITE=1");
+        auto app = App("app", "3", 300, end);
+        EXPECT_EQ(app->WaitEnd(), 0) << app->Output();
+        EXPECT_TRUE(ReadCapture(Path("day/3.pcap.zst")).messages == Polled("app")) << end;
+        EXPECT_TRUE(std::filesystem::exists(Path("day/3.pcap.zst.json"))) << end;
+    }
+}
+
 TEST_F(Recording, AProgramThatOpensNoStreamMakesNoFile) {
     Record("day.pcap");
     Process shell({"sh", "-c", "true && /bin/true"}, Where("app"));

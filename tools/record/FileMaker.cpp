@@ -1,10 +1,11 @@
 #include "record/FileMaker.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <optional>
+
+#include "capture/FileStatus.h"
 
 namespace ZceRecord {
 
@@ -19,8 +20,8 @@ std::string WithoutZst(const std::string& name) {
 
 // A pipe or a device is written to as it is, and a folder is refused.
 bool IsThereAndNoFile(const std::string& path) {
-    struct stat status {};
-    return stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode);
+    const std::optional<ZceCapture::FileStatus> status = ZceCapture::StatusOf(path);
+    return status && !status->regular;
 }
 
 }  // namespace

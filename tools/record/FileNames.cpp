@@ -9,6 +9,8 @@
 #include <cstring>
 #include <ctime>
 
+#include "capture/FileStatus.h"
+
 namespace ZceRecord {
 
 namespace {
@@ -112,8 +114,7 @@ std::string Numbered(const std::string& name, size_t k) {
 bool MakeFoldersOf(const std::string& path, std::string& error) {
     for (size_t at = 0; (at = path.find('/', at + 1)) != std::string::npos;) {
         const std::string folder = path.substr(0, at);
-        struct stat status {};
-        if (stat(folder.c_str(), &status) == 0 || mkdir(folder.c_str(), FOLDER_MODE) == 0 ||
+        if (ZceCapture::StatusOf(folder) || mkdir(folder.c_str(), FOLDER_MODE) == 0 ||
             errno == EEXIST) {
             continue;
         }
