@@ -211,7 +211,7 @@ TEST_F(Recording, EachOpeningOfAStreamHasItsNumber) {
 TEST_F(Recording, AProgramOnAFakedClockEndsItsRecording) {
     StartFastBoard();
     Record(Path("day/%c.pcap.zst"));
-    m_environment.push_back(std::string("LD_PRELOAD=") + ZCE_RECORD_LIBRARY + " " + LIBFAKETIME);
+    m_environment.push_back(std::string("LD_PRELOAD=") + LIBFAKETIME + " " + ZCE_RECORD_LIBRARY);
     m_environment.emplace_back("FAKETIME=+3600");
     for (const char* end : {"return", "exit"}) {
         m_environment.emplace_back("ZCE_RECORD_OVERWRITE=1");
