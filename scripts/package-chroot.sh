@@ -171,7 +171,7 @@ why="nats-server"
 install_packages nats-server
 why="the relay"
 quiet as_user 'rm -f bin
-    nats-server -a 127.0.0.1 -p 14222 >nats 2>&1 & nats=$!
+    /usr/sbin/nats-server -a 127.0.0.1 -p 14222 >nats 2>&1 & nats=$!
     trap "kill $nats" EXIT
     zce-relay subscribe --server nats://127.0.0.1:14222 --capture there.pcap --seconds 45 >subscriber 2>&1 & subscriber=$!
     sleep 1
