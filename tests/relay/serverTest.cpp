@@ -16,6 +16,8 @@
 #include <thread>
 #include <vector>
 
+#include "captureBytes.h"
+#include "programRun.h"
 #include "relay/Order.h"
 #include "relay/Publisher.h"
 #include "relay/Receiver.h"
