@@ -6,6 +6,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <exception>
 #include <sstream>
 #include <vector>
 
@@ -78,6 +79,17 @@ void IgnoreBrokenPipes() {
     struct sigaction action {};
     action.sa_handler = SIG_IGN;  // NOLINT(cppcoreguidelines-pro-type-cstyle-cast)
     sigaction(SIGPIPE, &action, nullptr);
+}
+
+int RunMain(const char* name, int (*body)(int argc, const char* const* argv), int argc,
+            const char* const* argv) {
+    IgnoreBrokenPipes();
+    try {
+        return body(argc, argv);
+    } catch (const std::exception& error) {
+        fprintf(stderr, "%s: %s\n", name, error.what());
+        return EXIT_NOT_DONE;
+    }
 }
 
 }  // namespace ZceProgram

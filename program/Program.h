@@ -33,4 +33,10 @@ int WriteOutput(const std::string& name, const std::string& text, int status);
 // A pipe that nobody reads is an error of the write, no signal.
 void IgnoreBrokenPipes();
 
+// What a program's main() does: `body` with its arguments, a broken pipe being no signal. What
+// `body` throws (out of memory) is told on standard error as "NAME: REASON", the status being
+// EXIT_NOT_DONE.
+int RunMain(const char* name, int (*body)(int argc, const char* const* argv), int argc,
+            const char* const* argv);
+
 }  // namespace ZceProgram

@@ -2,7 +2,6 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
-#include <exception>
 #include <iterator>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -110,11 +109,5 @@ int Main(int argc, const char* const* argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    ZceProgram::IgnoreBrokenPipes();
-    try {
-        return Main(argc, argv);
-    } catch (const std::exception& error) {  // out of memory
-        fprintf(stderr, "zce-bin: %s\n", error.what());
-        return ZceProgram::EXIT_NOT_DONE;
-    }
+    return ZceProgram::RunMain("zce-bin", Main, argc, argv);
 }

@@ -1,7 +1,5 @@
 #include <CLI/CLI.hpp>
 #include <cstdint>
-#include <cstdio>
-#include <exception>
 #include <functional>
 #include <optional>
 #include <string>
@@ -147,11 +145,5 @@ int Main(int argc, const char* const* argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    ZceProgram::IgnoreBrokenPipes();
-    try {
-        return Main(argc, argv);
-    } catch (const std::exception& error) {  // out of memory
-        fprintf(stderr, "zce-capture: %s\n", error.what());
-        return ZceProgram::EXIT_NOT_DONE;
-    }
+    return ZceProgram::RunMain("zce-capture", Main, argc, argv);
 }

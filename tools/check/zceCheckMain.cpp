@@ -1,6 +1,4 @@
 #include <algorithm>
-#include <cstdio>
-#include <exception>
 #include <string_view>
 
 #include "check/Commands.h"
@@ -32,11 +30,8 @@ int Main(int argc, const char* const* argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    ZceProgram::IgnoreBrokenPipes();
-    try {
-        return ZceProgram::FinishOutput("zce-check", Main(argc, argv));
-    } catch (const std::exception& error) {  // out of memory
-        fprintf(stderr, "zce-check: %s\n", error.what());
-        return ZceProgram::EXIT_NOT_DONE;
-    }
+    const auto body = [](int count, const char* const* arguments) {
+        return ZceProgram::FinishOutput("zce-check", Main(count, arguments));
+    };
+    return ZceProgram::RunMain("zce-check", body, argc, argv);
 }

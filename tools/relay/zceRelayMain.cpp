@@ -1,6 +1,5 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
-#include <exception>
 #include <string_view>
 
 #include "program/Program.h"
@@ -35,11 +34,8 @@ int Main(int argc, const char* const* argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    ZceProgram::IgnoreBrokenPipes();
-    try {
-        return ZceProgram::FinishOutput("zce-relay", Main(argc, argv));
-    } catch (const std::exception& error) {  // out of memory
-        fprintf(stderr, "zce-relay: %s\n", error.what());
-        return ZceProgram::EXIT_NOT_DONE;
-    }
+    const auto body = [](int count, const char* const* arguments) {
+        return ZceProgram::FinishOutput("zce-relay", Main(count, arguments));
+    };
+    return ZceProgram::RunMain("zce-relay", body, argc, argv);
 }

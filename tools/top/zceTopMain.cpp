@@ -1,7 +1,6 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <cstdlib>
-#include <exception>
 #include <optional>
 #include <string>
 
@@ -36,7 +35,7 @@ bool Run(const ZceBoard::TopOptions& options, const std::optional<std::string>& 
     return ZceBoard::CTopMonitor(options).Run(reason);
 }
 
-int Main(int argc, char** argv) {
+int Main(int argc, const char* const* argv) {
     ZceBoard::TopOptions options;
     CLI::App app{
         "Watches a zce-board, or watched applications: on one screen, or as text if standard "
@@ -62,7 +61,6 @@ int Main(int argc, char** argv) {
             ->type_name("DIR")
             ->expected(0, 1)
             ->excludes(bus, wait);
-    ZceProgram::IgnoreBrokenPipes();
     if (const auto status = ZceProgram::ReadCommandLine(app, argc, argv)) {
         return *status;
     }
@@ -77,10 +75,5 @@ int Main(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    try {
-        return Main(argc, argv);
-    } catch (const std::exception& error) {  // out of memory
-        fprintf(stderr, "zce-top: %s\n", error.what());
-        return ZceProgram::EXIT_NOT_DONE;
-    }
+    return ZceProgram::RunMain("zce-top", Main, argc, argv);
 }

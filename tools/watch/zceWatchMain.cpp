@@ -5,7 +5,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <ctime>
-#include <exception>
 #include <string>
 
 #include "program/Printable.h"
@@ -121,7 +120,7 @@ void AddDirectory(CLI::App& app, Options& options) {
         ->capture_default_str();
 }
 
-int Main(int argc, char** argv) {
+int Main(int argc, const char* const* argv) {
     Options options;
     CLI::App app{
         "Tells what libzce-watch.so has counted in the processes that were started with it.",
@@ -146,7 +145,6 @@ int Main(int argc, char** argv) {
     CLI::App* const listing =
         app.add_subcommand("list", "Prints the watched channels, a line each");
     AddDirectory(*listing, options);
-    ZceProgram::IgnoreBrokenPipes();
     if (const auto status = ZceProgram::ReadCommandLine(app, argc, argv)) {
         return *status;
     }
@@ -163,10 +161,5 @@ int Main(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    try {
-        return Main(argc, argv);
-    } catch (const std::exception& error) {  // out of memory
-        fprintf(stderr, "zce-watch: %s\n", error.what());
-        return ZceProgram::EXIT_NOT_DONE;
-    }
+    return ZceProgram::RunMain("zce-watch", Main, argc, argv);
 }
