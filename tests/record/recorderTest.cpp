@@ -174,6 +174,22 @@ TEST_F(Recorder, WhatHasNoRoomIsCountedAndToldInItsPlace) {
     EXPECT_EQ(m_recorder->Summary(), "day.pcap: 4 messages recorded, 2 lost");
 }
 
+TEST_F(Recorder, AQueueThatIsFilledToItsLastByteGoesOnAtItsBeginning) {
+    Open(2 * (HEAD + 33));
+    CMessageQueue* queue = Opened(0, 5);
+    CaptureBytes expected;
+    for (uint64_t number = 1; number <= 6; number += 2) {
+        for (uint64_t k = number; k <= number + 1; ++k) {
+            const std::string message = std::string(32, static_cast<char>('a' + k)) + "z";
+            Put(queue, static_cast<int64_t>(k), message);
+            expected.Add(0, static_cast<uint32_t>(k), Prefix(1, 5, k) + message);
+        }
+        m_recorder->Pass(true);
+    }
+    EXPECT_EQ(velatest::WholeFile(Path()), expected.Bytes());
+    EXPECT_EQ(m_recorder->Summary(), "day.pcap: 6 messages recorded, 0 lost");
+}
+
 TEST_F(Recorder, AMessageLargerThanTheQueueIsLostAndTheNextOneIsNot) {
     Open(2 * (HEAD + 4));
     CMessageQueue* queue = Opened(0, 5);

@@ -49,37 +49,17 @@ class CMessageQueue {
         m_handler = handler;
         m_context = context;
     }
+    // Ends with a jump either way: nothing need be kept over a call.
     void Deliver(int64_t stamp, const unsigned char* data, uint32_t size) {
-        Put(stamp, data, size);
+        if (!PutStraight(stamp, data, size)) [[unlikely]] {
+            return DeliverOtherwise(stamp, data, size);
+        }
         m_handler(data, size, m_context);
     }
-    // A message becomes visible at one go: one store, and the writer's position is looked at only
-    // when there seems to be no room.
     void Put(int64_t stamp, const unsigned char* data, uint32_t size) {
-        const uint64_t number = ++m_number;
-        const size_t need = sizeof(RecordHead) + size;
-        if (size <= MAX_MESSAGE && (need <= m_room || FindRoom(need))) [[likely]] {
-            FetchAhead(need);
-            if (m_putAt + need < m_size) [[likely]] {
-                unsigned char* place = m_bytes.get() + m_putAt;
-                // Field by field: a whole that was just put together would be waited for.
-                std::memcpy(place + offsetof(RecordHead, stamp), &stamp, sizeof(stamp));
-                std::memcpy(place + offsetof(RecordHead, number), &number, sizeof(number));
-                std::memcpy(place + offsetof(RecordHead, size), &size, sizeof(size));
-                Copy(place + sizeof(RecordHead), data, size);
-                m_putAt += need;
-            } else {
-                const RecordHead head{stamp, number, size};
-                CopyAround(reinterpret_cast<const unsigned char*>(&head), sizeof(head));
-                CopyAround(data, size);
-            }
-            m_room -= need;
-            m_put += need;
-            m_putTold.store(m_put, std::memory_order_release);
-        } else {
-            m_lostStamp.store(stamp, std::memory_order_relaxed);
+        if (!PutStraight(stamp, data, size)) [[unlikely]] {
+            PutOtherwise(stamp, data, size);
         }
-        m_counted.store(number, std::memory_order_release);
     }
     void Close() { m_closed.store(true, std::memory_order_release); }
 
@@ -119,56 +99,74 @@ class CMessageQueue {
   private:
     static constexpr size_t LINE = 64;
     static constexpr size_t AHEAD = 4096;
+    static constexpr uint32_t LEAST_COPY = 32;
     static constexpr uint32_t MAX_MESSAGE = ZCE_CAPTURE_SNAPLEN - ZCE_CAPTURE_PREFIX_SIZE;
 
     // ---- The polling thread ----
 
-    bool FindRoom(size_t need) {
-        m_room = m_size - (m_put - m_writer.takenTold.load(std::memory_order_acquire));
-        return need <= m_room;
+    // Puts a message that has its place in front of m_straight, as nearly every one has; false:
+    // nothing was done. A message becomes visible at one go: one store, and the writer's position
+    // is not looked at.
+    bool PutStraight(int64_t stamp, const unsigned char* data, uint32_t size) {
+        const size_t need = sizeof(RecordHead) + size;
+        const size_t end = m_putAt + need;
+        if (size < LEAST_COPY || size > MAX_MESSAGE || end > m_straight) [[unlikely]] {
+            return false;
+        }
+        unsigned char* place = m_bytes.get() + m_putAt;
+        const uint64_t number = m_counted.load(std::memory_order_relaxed) + 1;
+        FetchAhead(place, need);
+        // Field by field: a whole that was just put together would be waited for.
+        std::memcpy(place + offsetof(RecordHead, stamp), &stamp, sizeof(stamp));
+        std::memcpy(place + offsetof(RecordHead, number), &number, sizeof(number));
+        std::memcpy(place + offsetof(RecordHead, size), &size, sizeof(size));
+        Copy(place + sizeof(RecordHead), data, size);
+        m_putAt = end;
+        Tell(m_putTold.load(std::memory_order_relaxed) + need, number);
+        return true;
     }
+    void Tell(uint64_t put, uint64_t number) {
+        m_putTold.store(put, std::memory_order_release);
+        m_counted.store(number, std::memory_order_release);
+    }
+    // Any message: finds out what room there is, goes around the end, or counts it as lost.
+    [[gnu::cold]] void PutOtherwise(int64_t stamp, const unsigned char* data, uint32_t size);
+    [[gnu::cold]] void DeliverOtherwise(int64_t stamp, const unsigned char* data, uint32_t size);
+    void CopyAround(const void* from, size_t size);
     // The writer has read what lies ahead, so it is in another processor's cache: fetched for
     // writing a few messages before it is needed. Beyond the end there are AHEAD bytes for that.
-    void FetchAhead(size_t need) {
-        const unsigned char* place = m_bytes.get() + m_putAt + AHEAD;
-        for (size_t line = 0; line < need; line += LINE) {
+    static void FetchAhead(const unsigned char* place, size_t need) {
+        const unsigned char* line = place + AHEAD;
+        const unsigned char* end = line + need;
+        do {
 #if defined(__x86_64__)
-            asm volatile("prefetchw %0" : : "m"(place[line]));
+            asm volatile("prefetchw %0" : : "m"(*line));
 #else
-            __builtin_prefetch(&place[line], 1);
+            __builtin_prefetch(line, 1);
 #endif
-        }
+            line += LINE;
+        } while (line < end);
     }
-    // Of some hundred bytes: a call of memcpy would take as long again.
+    // At least LEAST_COPY bytes, some hundred of them: a call of memcpy would take as long again.
     static void Copy(unsigned char* to, const unsigned char* from, size_t size) {
 #if defined(__x86_64__)
-        constexpr size_t piece = sizeof(__m128i);
-        if (size >= piece) [[likely]] {
-            const size_t last = size - piece;  // which may lie over the one before it
-            for (size_t at = 0; at < last; at += piece) {
-                CopyPiece(to + at, from + at);
-            }
-            CopyPiece(to + last, from + last);
-            return;
+        const size_t last = size - LEAST_COPY;  // which may lie over the ones before it
+        for (size_t at = 0; at < last; at += LEAST_COPY) {
+            CopyPieces(to + at, from + at);
         }
-#endif
+        CopyPieces(to + last, from + last);
+#else
         std::memcpy(to, from, size);
+#endif
     }
 #if defined(__x86_64__)
-    static void CopyPiece(unsigned char* to, const unsigned char* from) {
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(to),
-                         _mm_loadu_si128(reinterpret_cast<const __m128i*>(from)));
-    }
-#endif
-    void CopyAround(const unsigned char* from, size_t size) {
-        const size_t first = std::min(size, m_size - m_putAt);
-        std::memcpy(m_bytes.get() + m_putAt, from, first);
-        m_putAt += size;
-        if (m_putAt >= m_size) {
-            m_putAt -= m_size;
-            std::memcpy(m_bytes.get(), from + first, m_putAt);
+    static void CopyPieces(unsigned char* to, const unsigned char* from) {
+        for (size_t at = 0; at < LEAST_COPY; at += sizeof(__m128i)) {
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(to + at),
+                             _mm_loadu_si128(reinterpret_cast<const __m128i*>(from + at)));
         }
     }
+#endif
 
     // ---- The writer ----
 
@@ -189,16 +187,13 @@ class CMessageQueue {
         void operator()(unsigned char* bytes) const { std::free(bytes); }
     };
 
-    // The polling thread's: bytes put so far, where the next one goes, and how many there is room
-    // for if the writer has taken nothing since it was last looked at.
+    // The polling thread's, but for what the writer is told: bytes put so far and messages counted.
     alignas(64) std::unique_ptr<unsigned char, Freer> m_bytes;
     const size_t m_size;
     enyx_hw_a2c_handler m_handler = nullptr;
     void* m_context = nullptr;
-    uint64_t m_put = 0;
-    size_t m_putAt = 0;
-    size_t m_room;
-    uint64_t m_number = 0;
+    size_t m_putAt = 0;  // where the next message goes
+    size_t m_straight;   // up to here there is room, as far as the polling thread has looked
     std::atomic<uint64_t> m_putTold{0};
     std::atomic<uint64_t> m_counted{0};
     std::atomic<int64_t> m_lostStamp{0};

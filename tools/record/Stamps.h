@@ -26,21 +26,22 @@ class CStamps {
     template <int64_t (*read)()>
     int64_t Next(const Beat& beat) {
         const uint64_t pass = beat.passes.load(std::memory_order_relaxed);
-        const bool follows = m_polls - m_lastPoll <= 1 && pass == m_pass;
-        m_lastPoll = m_polls;
-        if (follows && m_left != 0) [[likely]] {
-            --m_left;
+        const bool follows = m_polls <= 1 && pass == m_pass;
+        m_polls = 0;
+        if (follows && m_stamp != m_lastOfReading) [[likely]] {
             return ++m_stamp;
         }
         const int64_t now = read();
         Fit(follows, now, beat.microsecond.load(std::memory_order_relaxed));
         m_pass = pass;
         m_readAt = now;
-        return m_stamp = now > m_stamp ? now : m_stamp + 1;
+        m_stamp = now > m_stamp ? now : m_stamp + 1;
+        m_lastOfReading = m_stamp + m_each - 1;
+        return m_stamp;
     }
 
   private:
-    static constexpr uint32_t MOST_OF_A_READING = 8;
+    static constexpr int64_t MOST_OF_A_READING = 8;
 
     // How many messages this reading is for.
     void Fit(bool follows, int64_t now, int64_t microsecond) {
@@ -52,16 +53,14 @@ class CStamps {
         } else if (2 * took <= microsecond && m_each < MOST_OF_A_READING) {
             m_each *= 2;
         }
-        m_left = m_each - 1;
     }
 
-    uint64_t m_polls = 0;
-    uint64_t m_lastPoll = 0;  // that had a message
+    uint64_t m_polls = 0;  // since the one before that had a message
     uint64_t m_pass = 0;
-    uint32_t m_left = 0;  // messages that get no reading of their own
-    uint32_t m_each = 1;
-    int64_t m_readAt = 0;
     int64_t m_stamp = 0;
+    int64_t m_lastOfReading = 0;  // the stamp behind which the counter is read again
+    int64_t m_readAt = 0;
+    int64_t m_each = 1;  // messages of a reading
 };
 
 }  // namespace ZceRecord

@@ -22,12 +22,12 @@ using ZceRecord::CMessageQueue;
 static_assert(ZcePreload::BUS_UNKNOWN == ZCE_CAPTURE_BUS_UNKNOWN);
 
 // What a poll looks at; there before any code runs. The calls are found before the first stream is
-// in the table.
-struct Polls {
-    ZcePreload::CStreamTable<CMessageQueue> queues;
+// in the table, whose first entry is in their cache line.
+struct alignas(64) Polls {
     decltype(&enyx_hw_a2c_stream_poll_once) next = nullptr;
     enyx_hw_a2c_handler onPacket = nullptr;
     const ZceRecord::Beat* beat = nullptr;
+    ZcePreload::CStreamTable<CMessageQueue> queues;
 };
 constinit Polls g_polls;
 
