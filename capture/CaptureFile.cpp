@@ -3,6 +3,7 @@
 #include <pcap/pcap.h>
 #include <zstd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstring>
 
@@ -50,6 +51,7 @@ bool CCaptureFile::Begin(int zstdLevel, std::string& error) {
     m_pending.clear();
     m_now = Content();
     m_marked = Content();
+    m_rewound = false;
     m_compresses = zstdLevel != 0;
     if (m_compresses) {
         if (m_zstd == nullptr) {
@@ -89,6 +91,9 @@ void CCaptureFile::Add(int64_t timeNs, const unsigned char* packet, uint32_t siz
 }
 
 bool CCaptureFile::Push(Amount amount, std::string& error) {
+    if (m_rewound) {
+        return true;
+    }
     const bool written =
         m_compresses ? PushZstd(amount, error) : Write(m_pending.data(), m_pending.size(), error);
     m_now.uncompressed += m_pending.size();
@@ -100,6 +105,7 @@ bool CCaptureFile::PushZstd(Amount amount, std::string& error) {
     const ZSTD_EndDirective directive = amount == Amount::Continue ? ZSTD_e_continue
                                         : amount == Amount::Block  ? ZSTD_e_flush
                                                                    : ZSTD_e_end;
+    m_now.checksum.Add(m_pending.data(), m_pending.size());
     ZSTD_inBuffer input{m_pending.data(), m_pending.size(), 0};
     size_t rest = 0;
     do {
@@ -132,9 +138,26 @@ void CCaptureFile::Mark() {
 
 void CCaptureFile::Rewind() {
     m_pending.clear();
-    if (m_output.Truncate(m_marked.bytes)) {
-        m_now = m_marked;
+    m_rewound = true;
+    if (!m_output.Truncate(m_marked.bytes)) {
+        return;
     }
+    m_now = m_marked;
+    if (m_compresses && m_now.bytes != 0) {
+        EndFrame();
+    }
+}
+
+// The end of a frame behind a whole block. The library's would be one of what is not in the file.
+void CCaptureFile::EndFrame() {
+    constexpr unsigned int bitsOfByte = 8;
+    std::array<char, 7> end{1, 0, 0};  // a last block without anything, and the checksum
+    const uint32_t checksum = m_now.checksum.Value();
+    for (size_t k = 0; k < sizeof(checksum); ++k) {
+        end.at(3 + k) = static_cast<char>(checksum >> (bitsOfByte * k));
+    }
+    std::string ignored;  // without it the file is cut, and readers know what to do
+    Write(end.data(), end.size(), ignored);
 }
 
 }  // namespace ZceCapture

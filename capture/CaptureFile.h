@@ -56,7 +56,8 @@ class CCaptureFile {
     // The bytes written so far, for any thread.
     uint64_t Written() const { return m_output.Written(); }
     // What is in the file now stays; all behind it goes at Rewind, after a write that failed. Right
-    // after a flush: a regular file then ends with a whole packet.
+    // after a flush, of the block if it is compressed: a regular file then is a whole capture,
+    // which nothing is added to any more.
     void Mark();
     void Rewind();
     // Of this capture: the bytes in the file, those of the same capture uncompressed, and the
@@ -76,6 +77,7 @@ class CCaptureFile {
     bool Push(Amount amount, std::string& error);
     bool PushZstd(Amount amount, std::string& error);
     bool Write(const char* data, size_t size, std::string& error);
+    void EndFrame();
 
     COutputFile m_output;
     std::vector<char> m_pending;
@@ -83,12 +85,14 @@ class CCaptureFile {
     pcap_dumper* m_dumper = nullptr;
     std::unique_ptr<ZSTD_CCtx_s, Closer> m_zstd;
     bool m_compresses = false;
+    bool m_rewound = false;
     std::vector<char> m_compressed;
     // What this capture has in the file.
     struct Content {
         uint64_t bytes = 0;
         uint64_t uncompressed = 0;
         CFileHash hash;
+        CFrameChecksum checksum;  // of a compressed one
     };
     Content m_now;
     Content m_marked;

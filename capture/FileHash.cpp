@@ -47,4 +47,20 @@ std::string CFileHash::Text() const {
     return text;
 }
 
+static_assert(sizeof(XXH64_state_t) <= sizeof(CFrameChecksum));
+static_assert(alignof(XXH64_state_t) <= alignof(CFrameChecksum));
+
+CFrameChecksum::CFrameChecksum() : m_state() {
+    XXH64_reset(reinterpret_cast<XXH64_state_t*>(m_state.data()), 0);
+}
+
+void CFrameChecksum::Add(const void* data, size_t size) {
+    XXH64_update(reinterpret_cast<XXH64_state_t*>(m_state.data()), data, size);
+}
+
+uint32_t CFrameChecksum::Value() const {
+    return static_cast<uint32_t>(
+        XXH64_digest(reinterpret_cast<const XXH64_state_t*>(m_state.data())));
+}
+
 }  // namespace ZceCapture

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -22,6 +24,17 @@ class CFileHash {
   private:
     struct State;
     std::unique_ptr<State> m_state;
+};
+
+// The checksum at the end of a zstd frame, of what was compressed: the lower half of its XXH64.
+class CFrameChecksum {
+  public:
+    CFrameChecksum();
+    void Add(const void* data, size_t size);
+    uint32_t Value() const;
+
+  private:
+    alignas(uint64_t) std::array<unsigned char, 88> m_state;  // the library's
 };
 
 }  // namespace ZceCapture

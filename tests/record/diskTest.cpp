@@ -9,6 +9,7 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <random>
 #include <string>
 
 #include "asUser.h"
@@ -23,6 +24,16 @@ using testing::IsEmpty;
 using velatest::CaptureBytes;
 using velatest::Prefix;
 using Disk = Rotation;
+
+// Bytes that cannot be compressed.
+std::string Noise(size_t size) {
+    static std::mt19937 random(1);
+    std::string bytes(size, '\0');
+    for (char& byte : bytes) {
+        byte = static_cast<char>(random());
+    }
+    return bytes;
+}
 
 TEST_F(Disk, WithTooLittleSpaceARecordingDoesNotBegin) {
     m_settings.freeBytes = 200 * DISK_MIB;
@@ -89,6 +100,32 @@ TEST_F(Disk, AFullDiskLeavesAWholeFileAndItsSidecar) {
     EXPECT_EQ(sidecar.messages, 2U);
     EXPECT_EQ(sidecar.streams.at(0).last, 2U);
     EXPECT_EQ(sidecar.lastTimeNs, 2);
+}
+
+// The same of a compressed one: it is cut back to a whole block, and its frame ends there.
+TEST_F(Disk, AFullDiskLeavesAWholeCompressedFileAndItsSidecar) {
+    Named("day.pcap.zst");
+    m_settings.zstdLevel = 3;
+    CMessageQueue* queue = Opened(0, 0);
+    Put(queue, 1, Noise(1000));
+    Recorder().Pass(true);
+    Put(queue, 2, Noise(1000));
+    Recorder().Pass(true);
+    const rlimit limit{std::filesystem::file_size(Path("day.pcap.zst")) + 500, RLIM_INFINITY};
+    std::signal(SIGXFSZ, SIG_IGN);
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+    testing::internal::CaptureStderr();
+    Put(queue, 3, Noise(1000));
+    EndAll();
+    const rlimit none{RLIM_INFINITY, RLIM_INFINITY};
+    setrlimit(RLIMIT_FSIZE, &none);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "zce-record: day.pcap.zst: cannot write: File too large: the recording has ended\n");
+    EXPECT_THAT(Numbers("day.pcap.zst"), ElementsAre(1, 2));
+    const Sidecar sidecar = SidecarOf("day.pcap.zst");
+    EXPECT_EQ(sidecar.state, Sidecar::State::Stopped);
+    EXPECT_EQ(sidecar.messages, 2U);
+    EXPECT_EQ(sidecar.uncompressedBytes, 24U + 2 * 1032);
 }
 
 TEST_F(Disk, AFolderThatIsRemovedIsMadeAgainForTheNextMessage) {
