@@ -102,6 +102,26 @@ TEST_F(Disk, AFullDiskLeavesAWholeFileAndItsSidecar) {
     EXPECT_EQ(sidecar.lastTimeNs, 2);
 }
 
+TEST_F(Disk, AFileThatIsFullBeforeItsFirstMessageStillNamesTheOneBefore) {
+    m_settings.maxBytes = 24 + 33;  // one message a file
+    CMessageQueue* queue = Opened(0, 0);
+    Write(queue, 1);
+    const rlimit limit{2000, RLIM_INFINITY};  // enough for a sidecar
+    std::signal(SIGXFSZ, SIG_IGN);
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+    testing::internal::CaptureStderr();
+    Write(queue, 2, 3000);
+    const rlimit none{RLIM_INFINITY, RLIM_INFINITY};
+    setrlimit(RLIMIT_FSIZE, &none);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "zce-record: day-2.pcap: cannot write: File too large: the recording has ended\n");
+    Sidecar second;
+    std::string error;
+    ZceCapture::ReadSidecar(Path("day-2.pcap"), second, error);
+    EXPECT_EQ(error, "");
+    EXPECT_EQ(second.previous, "day.pcap");
+}
+
 // The same of a compressed one: it is cut back to a whole block, and its frame ends there.
 TEST_F(Disk, AFullDiskLeavesAWholeCompressedFileAndItsSidecar) {
     Named("day.pcap.zst");

@@ -133,6 +133,25 @@ TEST_F(Rotation, AFileEndsBeforeTheMessageThatIsTooMuchForItsSize) {
     EXPECT_EQ(third.next, "");
 }
 
+TEST_F(Rotation, AFinishedFileThatIsMovedAwayLeavesNoSidecarBehind) {
+    Named("day-%H%M.pcap");
+    m_settings.maxMinutes = 60;
+    CMessageQueue* queue = Opened(0, 0);
+    Write(queue, g_nowNs);
+    g_nowNs += 3601 * SECOND;
+    Recorder().Pass(false);  // its time is over
+    std::filesystem::create_directory(Path("old"));
+    for (const char* name : {"day-0900.pcap", "day-0900.pcap.json"}) {
+        std::filesystem::rename(Path(name), Path("old/") + name);
+    }
+    Write(queue, g_nowNs);
+    EndAll();
+    EXPECT_THAT(Files(), ElementsAre("day-1000.pcap", "day-1000.pcap.json", "old/day-0900.pcap",
+                                     "old/day-0900.pcap.json"));
+    EXPECT_EQ(SidecarOf("old/day-0900.pcap").next, "");
+    EXPECT_EQ(SidecarOf("day-1000.pcap").previous, "day-0900.pcap");
+}
+
 TEST_F(Rotation, AMessageThatIsLargerThanAFileMayBeStillHasOne) {
     m_settings.maxBytes = 10;
     CMessageQueue* queue = Opened(0, 0);

@@ -6,6 +6,7 @@
 #include <limits>
 #include <utility>
 
+#include "capture/FileStatus.h"
 #include "capture/ZceCapture.h"
 
 namespace ZceRecord {
@@ -67,20 +68,22 @@ bool CCaptureSeries::Make(int64_t timeNs, std::string& taken, std::string& error
     m_sidecar.file = NameOf(m_made.path);
     m_sidecar.compression = m_settings.zstdLevel != 0 ? "zstd" : "none";
     m_sidecar.number = m_number;
-    m_marked = m_sidecar;
     m_stream = 0;
     if (!m_previousPath.empty()) {
         m_sidecar.previous = SeenFrom(m_made.path, m_previousPath);
         TellPrevious();
     }
+    m_marked = m_sidecar;
     return WriteSidecar(error);
 }
 
-// The name of the file that follows it.
+// The name of the file that follows it, unless it was moved away with its sidecar.
 void CCaptureSeries::TellPrevious() {
     std::string ignored;  // it has one, without the name
     m_previous.next = SeenFrom(m_previousPath, m_made.path);
-    ZceCapture::WriteSidecar(m_previousPath, m_previous, ignored);
+    if (ZceCapture::StatusOf(ZceCapture::SidecarPath(m_previousPath))) {
+        ZceCapture::WriteSidecar(m_previousPath, m_previous, ignored);
+    }
 }
 
 bool CCaptureSeries::WriteSidecar(std::string& error) {
@@ -203,8 +206,6 @@ bool CCaptureSeries::EndFile(Sidecar::State state, const std::string& ended, std
     if (!written) {
         Rewind();
     }
-    m_file.Close();
-    m_open = false;
     m_sidecar.state = state;
     m_sidecar.ended = ended;
     if (!written) {
@@ -215,6 +216,8 @@ bool CCaptureSeries::EndFile(Sidecar::State state, const std::string& ended, std
     m_sidecar.uncompressedBytes = m_file.UncompressedBytes();
     m_sidecar.xxh128 = m_file.Hash();
     const bool told = WriteSidecar(error);
+    m_file.Close();  // not before: unlocked and without its end it would be an interrupted one
+    m_open = false;
     m_previousPath = m_regular ? m_made.path : "";
     m_previous = m_sidecar;
     return written ? told : Fail(error, reason);
