@@ -24,8 +24,7 @@ class CCaptureFile {
     static constexpr int LOWEST_LEVEL = 1;
     static constexpr int HIGHEST_LEVEL = 19;
     static constexpr int USUAL_LEVEL = 3;
-    // What stands in the file before the first packet, and before the bytes of each.
-    static constexpr uint64_t FILE_HEAD = 24;
+    // What stands in the file before the bytes of each packet.
     static constexpr uint64_t PACKET_HEAD = 16;
 
     CCaptureFile() = default;

@@ -12,7 +12,7 @@ struct CFileHash::State {
 };
 
 CFileHash::CFileHash() : m_state(std::make_unique<State>()) {
-    Reset();
+    XXH3_128bits_reset(&m_state->xxh3);
 }
 
 CFileHash::~CFileHash() = default;
@@ -24,10 +24,6 @@ CFileHash::CFileHash(const CFileHash& other) : CFileHash() {
 CFileHash& CFileHash::operator=(const CFileHash& other) {
     XXH3_copyState(&m_state->xxh3, &other.m_state->xxh3);
     return *this;
-}
-
-void CFileHash::Reset() {
-    XXH3_128bits_reset(&m_state->xxh3);
 }
 
 void CFileHash::Add(const void* data, size_t size) {

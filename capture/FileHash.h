@@ -16,7 +16,6 @@ class CFileHash {
     CFileHash(const CFileHash& other);
     CFileHash& operator=(const CFileHash& other);
 
-    void Reset();
     void Add(const void* data, size_t size);
     // Of all bytes since the beginning: 32 digits, as xxh128sum prints them. More may be added.
     std::string Text() const;

@@ -1,12 +1,13 @@
 #include "capture/Sidecar.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+
+#include "capture/OutputFile.h"
 
 namespace ZceCapture {
 
@@ -102,18 +103,6 @@ std::string StreamsText(const std::vector<Sidecar::Stream>& streams) {
     return "[" + text + "]";
 }
 
-// False with errno.
-bool WriteAll(int fd, const std::string& text) {
-    for (size_t at = 0; at < text.size();) {
-        const ssize_t written = write(fd, text.data() + at, text.size() - at);
-        if (written < 0 && errno != EINTR) {
-            return false;
-        }
-        at += written > 0 ? static_cast<size_t>(written) : 0;
-    }
-    return true;
-}
-
 }  // namespace
 
 std::string SidecarPath(const std::string& capture) {
@@ -144,20 +133,23 @@ std::string SidecarText(const Sidecar& sidecar) {
 bool WriteSidecar(const std::string& capture, const Sidecar& sidecar, std::string& error) {
     const std::string path = SidecarPath(capture);
     const std::string before = path + ".new";
-    const int fd = open(before.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    if (fd < 0) {
+    const std::string text = SidecarText(sidecar);
+    COutputFile file;
+    unlink(before.c_str());  // of a process that was killed
+    if (!file.OpenNew(before)) {
         error = std::strerror(errno);
         return false;
     }
-    const bool written = WriteAll(fd, SidecarText(sidecar));
-    const int reason = errno;
-    close(fd);
-    if (written && rename(before.c_str(), path.c_str()) == 0) {
-        return true;
+    bool written = file.Write(text.data(), text.size(), error);
+    file.Close();
+    if (written && rename(before.c_str(), path.c_str()) != 0) {
+        error = std::strerror(errno);
+        written = false;
     }
-    error = std::strerror(written ? errno : reason);
-    unlink(before.c_str());
-    return false;
+    if (!written) {
+        unlink(before.c_str());
+    }
+    return written;
 }
 
 }  // namespace ZceCapture

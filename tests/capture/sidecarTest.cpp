@@ -32,7 +32,7 @@ TEST(FileHash, IsWhatXxh128sumPrintsHoweverTheBytesCome) {
     hash.Add("a", 1);
     hash.Add("bc", 2);
     EXPECT_EQ(hash.Text(), ABC_HASH);
-    hash.Reset();
+    hash = ZceCapture::CFileHash();
     hash.Add("abc", 3);
     EXPECT_EQ(hash.Text(), ABC_HASH);
 }

@@ -50,10 +50,6 @@ bool CCaptureSeries::Fail(std::string& error, const std::string& reason) const {
 }
 
 bool CCaptureSeries::Begin(int64_t timeNs, std::string& taken, std::string& error) {
-    return Make(timeNs, taken, error);
-}
-
-bool CCaptureSeries::Make(int64_t timeNs, std::string& taken, std::string& error) {
     std::string reason;
     ++m_number;
     if (!m_maker.Make(Parts(timeNs), m_file.Output(), m_made, taken, reason) ||
@@ -106,7 +102,7 @@ bool CCaptureSeries::MakeRoomFor(int64_t timeNs, uint32_t size, std::string& err
         }
     }
     std::string taken;
-    return m_open || Make(timeNs, taken, error);
+    return m_open || Begin(timeNs, taken, error);
 }
 
 Sidecar::Stream& CCaptureSeries::StreamOf(const StreamId& id) {

@@ -25,7 +25,7 @@ class CCaptureSeries {
     CCaptureSeries(const Settings& settings, CFileMaker& maker, std::string bus,
                    std::string channel);
 
-    // Makes the first file. With `taken`, the name that another file has already.
+    // Makes the first file, or the next one. With `taken`, the name that another file has already.
     bool Begin(int64_t timeNs, std::string& taken, std::string& error);
     // A packet with its prefix, of a message or a note of lost ones.
     bool Add(const StreamId& id, uint64_t number, int64_t timeNs, const unsigned char* packet,
@@ -41,7 +41,6 @@ class CCaptureSeries {
     bool End(std::string& error);
     void Stop(const std::string& reason);
 
-    const std::string& Pattern() const { return m_settings.name; }
     bool IsOf(const std::string& bus, const std::string& channel) const {
         return bus == m_bus && channel == m_channel;
     }
@@ -56,7 +55,6 @@ class CCaptureSeries {
 
   private:
     NameParts Parts(int64_t timeNs) const;
-    bool Make(int64_t timeNs, std::string& taken, std::string& error);
     bool MakeRoomFor(int64_t timeNs, uint32_t size, std::string& error);
     bool EndFile(ZceCapture::Sidecar::State state, const std::string& ended, std::string& error);
     bool WriteSidecar(std::string& error);

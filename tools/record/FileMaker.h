@@ -40,7 +40,6 @@ class CFileMaker {
               std::string& error);
     bool MakeNumbered(const File& wanted, ZceCapture::COutputFile& output, File& file,
                       std::string& taken, std::string& error);
-    bool Replaces(const std::string& path) const;
 
     const Settings& m_settings;
     const Surroundings& m_surroundings;

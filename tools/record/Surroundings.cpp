@@ -2,18 +2,11 @@
 
 #include <sys/statvfs.h>
 
-#include <ctime>
+#include "record/TickClock.h"
 
 namespace ZceRecord {
 
 namespace {
-
-int64_t Now() {
-    constexpr int64_t nsPerSecond = 1'000'000'000;
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
-    return now.tv_sec * nsPerSecond + now.tv_nsec;
-}
 
 bool SpaceOf(const std::string& file, Space& space) {
     struct statvfs status {};
@@ -30,7 +23,7 @@ bool SpaceOf(const std::string& file, Space& space) {
 }  // namespace
 
 const Surroundings& TheSystem() {
-    static const Surroundings system{&Now, &SpaceOf};
+    static const Surroundings system{&RealTimeNs, &SpaceOf};
     return system;
 }
 

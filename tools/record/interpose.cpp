@@ -104,6 +104,9 @@ void BeforeFork() {
 }
 
 void AfterFork(bool child) {
+    if (child) {
+        g_polls.queues.Clear();  // nobody there writes what is in them
+    }
     Recorder().AfterFork(child);
     ZcePreload::GetShared().mutex.unlock();
 }
