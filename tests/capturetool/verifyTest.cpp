@@ -260,6 +260,22 @@ TEST_F(Verify, NumbersThatAreNotContinuous) {
               "12, and 2.pcap ends with 12");
 }
 
+// Its recorder could not tell it what followed.
+TEST_F(Verify, AFileThatWasMovedAwayBeforeTheNextOneBegan) {
+    PutPart("1.pcap", 1, 5, "", "");
+    PutPart("2.pcap", 7, 12, "1.pcap", "3.pcap");
+    PutPart("3.pcap", 14, 15, "2.pcap", "");
+    const Verification result = VerifyCaptures({"1.pcap", "2.pcap", "3.pcap"});
+    EXPECT_FALSE(result.well);
+    ASSERT_EQ(result.lines.size(), 5U);
+    EXPECT_EQ(result.lines[3],
+              "2.pcap: NOT CONTINUOUS: bus 0 channel 3 opening 1: 1 messages are "
+              "missing between number 5 in 1.pcap and 7");
+    EXPECT_EQ(result.lines[4],
+              "3.pcap: NOT CONTINUOUS: bus 0 channel 3 opening 1: 1 messages are "
+              "missing between number 12 in 2.pcap and 14");
+}
+
 // Lost ones are noted at the end of one file or at the beginning of the next; a file may have none
 // of a stream's messages.
 TEST_F(Verify, LostMessagesBetweenTheFiles) {

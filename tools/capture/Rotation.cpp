@@ -77,22 +77,43 @@ void CRotations::Follow(const File& file, Streams& streams, std::vector<std::str
     }
 }
 
+std::map<std::string, std::string> CRotations::Links() const {
+    std::map<std::string, std::string> links;
+    for (const auto& [place, file] : m_files) {
+        const std::string before = PlaceOf(Beside(file, file.sidecar.previous));
+        if (!file.sidecar.previous.empty() && m_files.count(before) != 0) {
+            links.try_emplace(before, place);
+        }
+    }
+    // What a file says itself counts more.
+    for (const auto& [place, file] : m_files) {
+        const std::string behind = PlaceOf(Beside(file, file.sidecar.next));
+        if (!file.sidecar.next.empty() && m_files.count(behind) != 0) {
+            links[place] = behind;
+        }
+    }
+    return links;
+}
+
 std::vector<std::string> CRotations::Faults() const {
     std::vector<std::string> faults;
+    const std::map<std::string, std::string> links = Links();
+    std::set<std::string> notFirst;
+    for (const auto& [place, behind] : links) {
+        notFirst.insert(behind);
+    }
     std::set<std::string> done;
     for (const auto& [place, file] : m_files) {
         AddAbsent(file, faults);
-        const std::string before = Beside(file, file.sidecar.previous);
-        if (!before.empty() && m_files.count(PlaceOf(before)) != 0) {
-            continue;  // not the first of those that are here
+        if (notFirst.count(place) != 0) {
+            continue;
         }
         Streams streams;
         std::string at = place;
-        for (auto now = m_files.find(at); now != m_files.end() && done.insert(at).second;
-             now = m_files.find(at)) {
-            Follow(now->second, streams, faults);
-            const std::string next = Beside(now->second, now->second.sidecar.next);
-            at = next.empty() ? "" : PlaceOf(next);
+        while (!at.empty() && done.insert(at).second) {
+            Follow(m_files.at(at), streams, faults);
+            const auto link = links.find(at);
+            at = link != links.end() ? link->second : "";
         }
     }
     return faults;

@@ -32,6 +32,9 @@ class CRotations {
 
     // The neighbour's name as it would be given; empty if there is none.
     static std::string Beside(const File& file, const std::string& neighbour);
+    // Of each file the one behind it, as one of the two says: a file that was moved away at once
+    // does not know what followed it.
+    std::map<std::string, std::string> Links() const;
     void AddAbsent(const File& file, std::vector<std::string>& faults) const;
     static void Follow(const File& file, Streams& streams, std::vector<std::string>& faults);
 
