@@ -31,12 +31,14 @@ CMessageQueue* CMessageRecorder::Opened(uint16_t bus, uint16_t channel, std::str
     if (series == nullptr) {
         return nullptr;
     }
-    const std::lock_guard guard(m_mutex);
     const uint16_t opening = ++m_openings[{bus, channel}];
-    m_new.push_back(
-        {std::make_unique<CMessageQueue>(StreamId{bus, channel, opening}, m_settings.bufferBytes),
-         series});
-    return m_new.back().queue.get();
+    // Its memory takes some time, for which other streams' messages need not wait.
+    auto queue =
+        std::make_unique<CMessageQueue>(StreamId{bus, channel, opening}, m_settings.bufferBytes);
+    CMessageQueue* opened = queue.get();
+    const std::lock_guard guard(m_mutex);
+    m_new.push_back({std::move(queue), series});
+    return opened;
 }
 
 // What differs in the file's name has a file of its own.

@@ -70,10 +70,10 @@ class CMessageRecorder {
     const Settings& m_settings;
     const Surroundings& m_surroundings;
     CFileMaker m_maker;
+    std::map<std::pair<uint16_t, uint16_t>, uint16_t> m_openings;
     // What Opened, Missing and Progress look at too, and so the changes of the list m_sources.
     // Never held while a file is written.
     std::mutex m_mutex;
-    std::map<std::pair<uint16_t, uint16_t>, uint16_t> m_openings;
     std::vector<std::unique_ptr<CCaptureSeries>> m_series;
     std::vector<Source> m_new;
     std::vector<Source> m_sources;
