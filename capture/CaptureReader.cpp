@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <pcap/pcap.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
@@ -31,6 +32,12 @@ int64_t NsOf(const timeval& time) {
 }
 
 }  // namespace
+
+uint32_t TypeOf(std::span<const unsigned char> message) {
+    uint32_t type = 0;
+    std::memcpy(&type, message.data(), std::min(message.size(), sizeof(type)));
+    return type;
+}
 
 void CCaptureReader::Closer::operator()(pcap* file) const {
     pcap_close(file);

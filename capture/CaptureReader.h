@@ -24,6 +24,9 @@ struct CaptureMessage {
     std::span<const unsigned char> bytes;  // the reader's, valid until the next Read
 };
 
+// The type that a message's head gives; missing bytes of a shorter one count as 0.
+uint32_t TypeOf(std::span<const unsigned char> message);
+
 // Reads a capture (ZceCapture.h) message by message: any file that libpcap reads and that has the
 // captures' link type, as it is or compressed by zstd. One thread.
 class CCaptureReader {

@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cstring>
 #include <filesystem>
 
 #include "ZceBoardMsg.h"
@@ -21,12 +20,6 @@ constexpr int64_t LONGEST_GAP_NS = 7 * NS_PER_DAY;
 // What a capture may hold is what a board's streams can carry.
 static_assert(ZceCapture::CCaptureReader::LARGEST_MESSAGE == STREAM_MTU);
 static_assert(ZCE_CAPTURE_CHANNELS == CHANNELS);
-
-uint32_t TypeOf(std::span<const unsigned char> bytes) {
-    uint32_t type = 0;
-    memcpy(&type, bytes.data(), std::min(bytes.size(), sizeof(type)));
-    return type;
-}
 
 // A file may hold any times: the difference of two need not be one.
 bool IsFarApart(int64_t oneNs, int64_t otherNs) {
@@ -76,7 +69,7 @@ bool ReadThrough(const std::string& path, CaptureSummary& summary, std::string& 
         CaptureSummary::Bus& one = summary.buses[bus];
         one.channels.insert(message.channel);
         ++one.messages;
-        if (TypeOf(message.bytes) == ZCE_BOARD_TYPE_INST_MAP) {
+        if (ZceCapture::TypeOf(message.bytes) == ZCE_BOARD_TYPE_INST_MAP) {
             ReadMapPacket(message.bytes, [&names, bus](uint16_t index, const std::string& name) {
                 const bool combination = KindOf(name) == InstrumentKind::Combination;
                 names[bus][{combination ? TABLE_COMBINE : TABLE_SINGLE, index}] = name;

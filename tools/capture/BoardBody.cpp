@@ -1,6 +1,5 @@
 #include "capturetool/BoardBody.h"
 
-#include <algorithm>
 #include <cstring>
 #include <string_view>
 
@@ -32,12 +31,6 @@ bool IsBoardQuote(const ZceBoardQuote_t& quote, uint32_t type) {
 }
 
 }  // namespace
-
-uint32_t TypeOf(std::span<const unsigned char> message) {
-    uint32_t type = 0;
-    std::memcpy(&type, message.data(), std::min(message.size(), sizeof(type)));
-    return type;
-}
 
 bool IsMarketType(uint32_t type) {
     return ZceBoardBodySize(type) != 0;

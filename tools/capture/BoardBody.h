@@ -3,10 +3,11 @@
 #include <cstdint>
 #include <span>
 
+#include "capture/CaptureReader.h"
+
 namespace ZceCaptureTool {
 
-// The type that a message's head gives; missing bytes of a shorter one count as 0.
-uint32_t TypeOf(std::span<const unsigned char> message);
+using ZceCapture::TypeOf;
 
 // Whether the type is one whose body can be the software board's, 17 to 20.
 bool IsMarketType(uint32_t type);
