@@ -24,20 +24,20 @@ CMessageQueue::CMessageQueue(const StreamId& id, size_t bytes)
 }
 
 void CMessageQueue::PutOtherwise(int64_t stamp, const unsigned char* data, uint32_t size) {
-    const uint64_t number = m_counted.load(std::memory_order_relaxed) + 1;
-    const uint64_t put = m_putTold.load(std::memory_order_relaxed);
+    const uint64_t number = ++m_number;
     const size_t need = sizeof(RecordHead) + size;
-    const size_t room = m_size - (put - m_writer.takenTold.load(std::memory_order_acquire));
-    if (size > MAX_MESSAGE || need > room) {
+    const size_t room = m_size - (m_put - m_writer.takenTold.load(std::memory_order_acquire));
+    if (size <= MAX_MESSAGE && need <= room) {
+        const RecordHead head{stamp, number, size};
+        CopyAround(&head, sizeof(head));
+        CopyAround(data, size);
+        m_straight = std::min(m_size, m_putAt + room - need);
+        m_put += need;
+        m_putTold.store(m_put, std::memory_order_release);
+    } else {
         m_lostStamp.store(stamp, std::memory_order_relaxed);
-        Tell(put, number);
-        return;
     }
-    const RecordHead head{stamp, number, size};
-    CopyAround(&head, sizeof(head));
-    CopyAround(data, size);
-    m_straight = std::min(m_size, m_putAt + room - need);
-    Tell(put + need, number);
+    m_counted.store(number, std::memory_order_release);
 }
 
 void CMessageQueue::DeliverOtherwise(int64_t stamp, const unsigned char* data, uint32_t size) {

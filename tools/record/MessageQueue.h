@@ -74,18 +74,18 @@ class CMessageQueue {
     // Begins a pass: what was there when the pass before began is released. With `all`, what is
     // there now is.
     void BeginPass(bool all) {
-        const uint64_t now = m_writer.taken + Available();
-        m_writer.released = all ? now : m_writer.seen;
-        m_writer.seen = now;
+        m_writer.told = m_putTold.load(std::memory_order_acquire);
+        m_writer.released = all ? m_writer.told : m_writer.seen;
+        m_writer.seen = m_writer.told;
     }
     // Whether a whole message waits. Its head is then Head().
     bool Waits() {
-        if (!m_writer.bHasHead && Available() >= sizeof(m_writer.head)) {
+        if (!m_writer.bHasHead && Has(sizeof(m_writer.head))) {
             m_writer.begin = m_writer.taken;
             Take(reinterpret_cast<unsigned char*>(&m_writer.head), sizeof(m_writer.head));
             m_writer.bHasHead = true;
         }
-        return m_writer.bHasHead && Available() >= m_writer.head.size;
+        return m_writer.bHasHead && Has(m_writer.head.size);
     }
     const RecordHead& Head() const { return m_writer.head; }
     bool Released() const { return m_writer.begin < m_writer.released; }
@@ -94,7 +94,7 @@ class CMessageQueue {
         Take(to, m_writer.head.size);
         m_writer.bHasHead = false;
     }
-    bool Empty() const { return !m_writer.bHasHead && Available() == 0; }
+    bool Empty() { return !m_writer.bHasHead && !Has(1); }
 
   private:
     static constexpr size_t LINE = 64;
@@ -114,7 +114,7 @@ class CMessageQueue {
             return false;
         }
         unsigned char* place = m_bytes.get() + m_putAt;
-        const uint64_t number = m_counted.load(std::memory_order_relaxed) + 1;
+        const uint64_t number = ++m_number;
         FetchAhead(place, need);
         // Field by field: a whole that was just put together would be waited for.
         std::memcpy(place + offsetof(RecordHead, stamp), &stamp, sizeof(stamp));
@@ -122,12 +122,10 @@ class CMessageQueue {
         std::memcpy(place + offsetof(RecordHead, size), &size, sizeof(size));
         Copy(place + sizeof(RecordHead), data, size);
         m_putAt = end;
-        Tell(m_putTold.load(std::memory_order_relaxed) + need, number);
-        return true;
-    }
-    void Tell(uint64_t put, uint64_t number) {
-        m_putTold.store(put, std::memory_order_release);
+        m_put += need;
+        m_putTold.store(m_put, std::memory_order_release);
         m_counted.store(number, std::memory_order_release);
+        return true;
     }
     // Any message: finds out what room there is, goes around the end, or counts it as lost.
     [[gnu::cold]] void PutOtherwise(int64_t stamp, const unsigned char* data, uint32_t size);
@@ -170,8 +168,12 @@ class CMessageQueue {
 
     // ---- The writer ----
 
-    uint64_t Available() const {
-        return m_putTold.load(std::memory_order_acquire) - m_writer.taken;
+    // Whether so many bytes wait; looks only if there seem to be fewer.
+    bool Has(size_t size) {
+        if (m_writer.told - m_writer.taken < size) {
+            m_writer.told = m_putTold.load(std::memory_order_acquire);
+        }
+        return m_writer.told - m_writer.taken >= size;
     }
     void Take(unsigned char* to, size_t size) {
         const size_t first = std::min(size, m_size - m_writer.takenAt);
@@ -187,22 +189,27 @@ class CMessageQueue {
         void operator()(unsigned char* bytes) const { std::free(bytes); }
     };
 
-    // The polling thread's, but for what the writer is told: bytes put so far and messages counted.
-    alignas(64) std::unique_ptr<unsigned char, Freer> m_bytes;
+    // The polling thread's, in one cache line.
+    alignas(LINE) std::unique_ptr<unsigned char, Freer> m_bytes;
     const size_t m_size;
     enyx_hw_a2c_handler m_handler = nullptr;
     void* m_context = nullptr;
+    uint64_t m_put = 0;  // bytes put so far
     size_t m_putAt = 0;  // where the next message goes
     size_t m_straight;   // up to here there is room, as far as the polling thread has looked
-    std::atomic<uint64_t> m_putTold{0};
+    uint64_t m_number = 0;
+
+    // What it tells the writer: it only stores here, so it does not wait for the line to come back.
+    alignas(LINE) std::atomic<uint64_t> m_putTold{0};
     std::atomic<uint64_t> m_counted{0};
     std::atomic<int64_t> m_lostStamp{0};
     std::atomic<bool> m_closed{false};
 
     // The writer's, away from the polling thread's cache line.
-    struct alignas(64) Writer {
+    struct alignas(LINE) Writer {
         RecordHead head{};
         bool bHasHead = false;
+        uint64_t told = 0;   // bytes put, as far as the writer has looked
         uint64_t taken = 0;  // bytes taken out so far
         size_t takenAt = 0;
         std::atomic<uint64_t> takenTold{0};
