@@ -99,6 +99,24 @@ bool HasPage(State& state) {
     return result;
 }
 
+inline int Poll(CStreamWatch* watch, enyx_hw_a2c_stream* stream, enyx_hw_a2c_handler handler,
+                void* context) {
+    if (watch->CountPoll(handler, context)) [[unlikely]] {
+        return MeasuredPoll(watch, stream);
+    }
+    return watch->NextPoll()(stream, &CStreamWatch::OnPacket, watch);
+}
+
+// Of a stream that is not the table's first.
+[[gnu::noinline]] int PollFurther(enyx_hw_a2c_stream* stream, enyx_hw_a2c_handler handler,
+                                  void* context) {
+    CStreamWatch* watch = g_streams.Find(stream);
+    if (watch == nullptr || handler == nullptr) [[unlikely]] {
+        return PassOn(stream, handler, context);
+    }
+    return Poll(watch, stream, handler, context);
+}
+
 void BeforeFork() {
     ZcePreload::GetShared().mutex.lock();
 }
@@ -157,14 +175,10 @@ extern "C" {
 // Ends with a jump: what the vendor's poll calls and gives back passes by this function.
 ZCE_PRELOAD_EXPORT int enyx_hw_a2c_stream_poll_once(enyx_hw_a2c_stream* stream,
                                                     enyx_hw_a2c_handler handler, void* context) {
-    CStreamWatch* watch = g_streams.Find(stream);
-    if (watch == nullptr || handler == nullptr) [[unlikely]] {
-        return PassOn(stream, handler, context);
+    if (!g_streams.IsFirst(stream) || handler == nullptr) [[unlikely]] {
+        return PollFurther(stream, handler, context);
     }
-    if (watch->CountPoll(handler, context)) [[unlikely]] {
-        return MeasuredPoll(watch, stream);
-    }
-    return watch->NextPoll()(stream, &CStreamWatch::OnPacket, watch);
+    return Poll(g_streams.FindFirst(), stream, handler, context);
 }
 
 }  // extern "C"
