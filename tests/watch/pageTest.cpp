@@ -199,6 +199,12 @@ TEST_F(WatchedPage, TheChildOfAForkChangesNothingInIt) {
         page.StreamOf(0, 9);
         page.Finish();
     });
+    // Its new channels have counts of their own, whatever they are.
+    InChild([&] {
+        EXPECT_TRUE(page.BecomeChild());
+        EXPECT_NE(page.StreamOf(0, 0), stream);
+        EXPECT_NE(page.StreamOf(0, 3), stream);
+    });
     EXPECT_TRUE(WholeFile(Name()) == before);
 }
 

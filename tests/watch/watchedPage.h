@@ -94,7 +94,7 @@ pid_t InChild(Body body) {
     const pid_t child = fork();
     if (child == 0) {
         body();
-        _exit(0);
+        _exit(testing::Test::HasFailure() ? 1 : 0);
     }
     int status = -1;
     EXPECT_EQ(waitpid(child, &status, 0), child);

@@ -151,6 +151,7 @@ void CStreamWatch::ReadCounters(enyx_hw_a2c_stream* stream) {
 
 void CStreamWatch::Opened(const VendorCalls& calls) {
     m_calls = calls;
+    m_bOpen = true;
     m_lastTick = 0;
     m_stretch = 1;  // ended by the first poll
     m_left = 1;
@@ -169,20 +170,12 @@ void CStreamWatch::Opened(const VendorCalls& calls) {
 }
 
 void CStreamWatch::Closed(enyx_hw_a2c_stream* stream) {
+    m_bOpen = false;
     AddTo(m_entry.polls, m_stretch - m_left);
     NoteMessageTime();
     ReadCounters(stream);
     Put(m_entry.closedNs, ClockNs(CLOCK_REALTIME));
     m_entry.state.store(static_cast<uint64_t>(EntryState::Closed), std::memory_order_release);
-}
-
-bool CStreamWatch::IsOpen() const {
-    return m_entry.state.load(std::memory_order_relaxed) == static_cast<uint64_t>(EntryState::Open);
-}
-
-bool CStreamWatch::IsOf(uint16_t bus, uint16_t channel) const {
-    return m_entry.bus.load(std::memory_order_relaxed) == bus &&
-           m_entry.channel.load(std::memory_order_relaxed) == channel;
 }
 
 }  // namespace ZceWatch

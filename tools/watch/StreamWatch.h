@@ -96,8 +96,7 @@ class alignas(64) CStreamWatch {
     void Opened(const VendorCalls& calls);
     // While the stream is still there: its counters are read once more.
     void Closed(enyx_hw_a2c_stream* stream);
-    bool IsOpen() const;
-    bool IsOf(uint16_t bus, uint16_t channel) const;
+    bool IsOpen() const { return m_bOpen; }
 
   private:
     static constexpr uint64_t MOST_POLLS = 128;  // of a stretch
@@ -134,6 +133,7 @@ class alignas(64) CStreamWatch {
     uint64_t m_stretch = 1;   // polls
     uint64_t m_messages = 0;  // when their time was noted last
     bool m_bCareDue = false;
+    bool m_bOpen = false;
     CGapWindows m_windows;
 };
 
