@@ -209,6 +209,7 @@ TEST_F(TopScreen, KeysLeadToTheInstrumentsOfAChannelAndBack) {
     ASSERT_TRUE(m_tmux->WaitFor(" 3 <\n")) << m_tmux->Screen();
     EXPECT_THAT(m_tmux->ColouredScreen(), HasSubstr("\033[7m 3\033[0m"));
     m_tmux->Press("Enter");
+    ASSERT_TRUE(m_tmux->WaitFor("q goes back")) << m_tmux->Screen();  // the board has a "0/s" too
     ASSERT_TRUE(m_tmux->WaitFor("  0/s  ")) << m_tmux->Screen();
     ASSERT_TRUE(m_tmux->WaitUntilGone("     -\n")) << m_tmux->Screen();
     velatest::ExpectDocsShow("zce-top instruments", FixedScreen("q goes back"));
