@@ -15,10 +15,12 @@
 #include "watch/PageFile.h"
 #include "watch/StreamWatch.h"
 #include "watch/Ticks.h"
+#include "watch/WatchPage.h"
 
 namespace {
 
 using ZceWatch::CStreamWatch;
+static_assert(ZcePreload::BUS_UNKNOWN == ZceWatch::BUS_NOT_KNOWN);
 
 // There before any code runs: a poll looks at nothing else of what is static.
 constinit ZcePreload::CStreamTable<CStreamWatch> g_streams;
