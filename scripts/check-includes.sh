@@ -119,7 +119,7 @@ tests/differential  include src/* tests/support
 tests/anomaly       include src/* tests/support
 tests/capture       capture tests/support
 tests/record        tools/record tools/preload capture tests/support
-tests/watch         tools/watch tests/support
+tests/watch         tools/watch tools/preload tests/support
 tests/memory        memory tests/support
 tests/vendor        vendor memory src/enyxHw board/include device tests/memory
 tests/exchange      exchange memory board/include

@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
-#include <cstring>
 #include <ctime>
 #include <filesystem>
 #include <map>
@@ -26,19 +25,6 @@ using ZceCapture::SidecarCheck;
 namespace velatest {
 
 namespace {
-
-// A message, as the recorder or the application wrote it down.
-struct Taken {
-    unsigned int channel = 0;
-    std::string bytes;
-
-    unsigned int Type() const {
-        uint32_t type = 0;
-        std::memcpy(&type, bytes.data(), sizeof(type));
-        return type;
-    }
-    bool operator==(const Taken& other) const = default;
-};
 
 struct Capture {
     std::vector<Taken> messages;
@@ -65,30 +51,8 @@ Capture ReadCapture(const std::string& path) {
     return capture;
 }
 
-// What record-app wrote down.
-std::vector<Taken> ReadPolled(const std::string& path) {
-    const std::string all = ReadFile(path);
-    std::vector<Taken> messages;
-    for (size_t at = 0; at < all.size();) {
-        uint16_t channel = 0;
-        uint32_t size = 0;
-        std::memcpy(&channel, all.data() + at, sizeof(channel));
-        std::memcpy(&size, all.data() + at + 2, sizeof(size));
-        messages.push_back({channel, all.substr(at + 6, size)});
-        at += 6 + size;
-    }
-    return messages;
-}
-
 std::vector<std::string> RecorderLines(const std::string& output) {
-    std::vector<std::string> lines;
-    std::istringstream stream(output);
-    for (std::string line; std::getline(stream, line);) {
-        if (line.rfind("zce-record: ", 0) == 0) {
-            lines.push_back(line);
-        }
-    }
-    return lines;
+    return LinesThatBegin(output, "zce-record: ");
 }
 
 class Recording : public AppMarket {
@@ -98,9 +62,6 @@ class Recording : public AppMarket {
         m_environment.push_back(std::string("LD_PRELOAD=") + ZCE_RECORD_LIBRARY);
         m_environment.push_back("ZCE_RECORD=" + file);
         m_environment.emplace_back("ZCE_RECORD_FREE_MIB=0");  // whatever this machine has
-    }
-    std::vector<Taken> Polled(const std::string& name) const {
-        return ReadPolled(Path(name + "-polled"));
     }
     // Runs the application to its end; it is to get all its messages, recorded or not.
     std::string RunApp(const std::string& end, size_t count = 500) {

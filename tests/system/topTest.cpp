@@ -8,6 +8,7 @@
 
 #include "pausedBoard.h"
 #include "tmux.h"
+#include "watch/WatchPage.h"
 
 namespace {
 
@@ -39,6 +40,27 @@ class Top : public velatest::PausedBoard {
         return "zce-top: bus 0: the board (process " + std::to_string(pid) + ") is gone\n";
     }
 };
+
+// The page of a process that ended, with `channels` channels: 0, 1, 2, ...
+void PutPage(const std::string& path, size_t channels) {
+    const auto page = std::make_unique<ZceWatch::Page>();
+    page->magic = ZceWatch::PAGE_MAGIC;
+    page->version = ZceWatch::PAGE_VERSION;
+    page->size = sizeof(ZceWatch::Page);
+    page->entrySize = sizeof(ZceWatch::Entry);
+    page->entryCapacity = ZceWatch::PAGE_ENTRIES;
+    page->pid = 4711;
+    page->ticksPerSecond = 1;
+    page->program = {'a', 'p', 'p'};
+    page->state = static_cast<uint64_t>(ZceWatch::PageState::Ended);
+    for (size_t k = 0; k < channels; ++k) {
+        page->entries[k].channel = k;
+    }
+    page->entriesUsed = channels;
+    velatest::WriteFile(path + ".new",
+                        {reinterpret_cast<const char*>(page.get()), sizeof(ZceWatch::Page)});
+    ASSERT_EQ(rename((path + ".new").c_str(), path.c_str()), 0);
+}
 
 // On a terminal. A shell starts it, notes its process number, and tells its exit status and whether
 // it left the terminal as it was.
@@ -187,6 +209,7 @@ TEST_F(TopScreen, KeysLeadToTheInstrumentsOfAChannelAndBack) {
     ASSERT_TRUE(m_tmux->WaitFor(" 3 <\n")) << m_tmux->Screen();
     EXPECT_THAT(m_tmux->ColouredScreen(), HasSubstr("\033[7m 3\033[0m"));
     m_tmux->Press("Enter");
+    ASSERT_TRUE(m_tmux->WaitFor("q goes back")) << m_tmux->Screen();  // the board has a "0/s" too
     ASSERT_TRUE(m_tmux->WaitFor("  0/s  ")) << m_tmux->Screen();
     ASSERT_TRUE(m_tmux->WaitUntilGone("     -\n")) << m_tmux->Screen();
     velatest::ExpectDocsShow("zce-top instruments", FixedScreen("q goes back"));
@@ -208,6 +231,20 @@ TEST_F(TopScreen, KeysLeadToTheInstrumentsOfAChannelAndBack) {
     m_tmux->Press("Enter");
     ASSERT_TRUE(m_tmux->WaitFor("channel 0  open")) << m_tmux->Screen();
     m_tmux->Press("q q");
+    ExpectEnded();
+}
+
+TEST_F(TopScreen, RowsOfWatchedProcessesAreScrolledButTheLastStaysInSight) {
+    Where("watched");
+    const std::string page = Path("watched") + "/app-4711.watch";
+    PutPage(page, 3);
+    RunOnTerminal("--interval 0.1 --watch " + Path("watched"));
+    ASSERT_TRUE(m_tmux->WaitFor("app             4711   0  0 ended")) << m_tmux->Screen();
+    m_tmux->Press("Down Down Down");
+    ASSERT_TRUE(m_tmux->WaitFor("b>\napp             4711   0  2 ended")) << m_tmux->Screen();
+    PutPage(page, 1);
+    EXPECT_TRUE(m_tmux->WaitFor("app             4711   0  0 ended")) << m_tmux->Screen();
+    m_tmux->Press("q");
     ExpectEnded();
 }
 
@@ -268,6 +305,23 @@ TEST_F(Top, OnceIsOneReport) {
     EXPECT_EQ(top->WaitEnd(), 0);
     EXPECT_THAT(top->Output(), StartsWith("zce-board bus 0, process "));
     EXPECT_EQ(LinesOf(top->Output()).size(), 9U);
+}
+
+TEST_F(Top, WatchedProcessesAreToldOnceAndADirectoryThatIsMissingIsAnError) {
+    Where("watched");
+    const std::string directory = Path("watched");
+    PutPage(directory + "/app-4711.watch", 2);
+    auto top = Run({"--once", "--watch", directory});
+    EXPECT_EQ(top->WaitEnd(), 0);
+    const std::vector<std::string> lines = LinesOf(top->Output());
+    ASSERT_EQ(lines.size(), 6U) << top->Output();
+    EXPECT_EQ(lines[0], "watch " + directory + "  0 running  1 ended  0 died");
+    EXPECT_THAT(lines[4], StartsWith("app             4711   0  1 ended"));
+    top = Run({"--once", "--watch", directory + "/none"});
+    EXPECT_EQ(top->WaitEnd(), 2);
+    EXPECT_EQ(top->Output(), "zce-top: " + directory +
+                                 "/none: No such file or directory: name the directory that the "
+                                 "applications have in ZCE_WATCH\n");
 }
 
 TEST_F(Top, OutputThatIsLostIsAnError) {

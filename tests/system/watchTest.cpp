@@ -5,10 +5,8 @@
 #include <sys/stat.h>
 
 #include <array>
-#include <cstring>
 #include <filesystem>
 #include <map>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -54,20 +52,13 @@ class Watching : public AppMarket {
         return pages.processes.empty() ? ZceWatch::Process() : pages.processes.front();
     }
     // What record-app wrote down, counted by channel and type.
-    Counts Polled(const std::string& name) const {
-        const std::string all = ReadFile(Path(name + "-polled"));
+    Counts Counted(const std::string& name) const {
         Counts counts;
-        for (size_t at = 0; at < all.size();) {
-            uint16_t channel = 0;
-            uint32_t size = 0;
-            uint32_t type = 0;
-            std::memcpy(&channel, all.data() + at, sizeof(channel));
-            std::memcpy(&size, all.data() + at + 2, sizeof(size));
-            std::memcpy(&type, all.data() + at + 6, sizeof(type));
-            ZceWatch::Counted& counted = counts[channel][type == 2 ? 0 : type - 16];
+        for (const Taken& message : Polled(name)) {
+            const uint32_t type = message.Type();
+            ZceWatch::Counted& counted = counts[message.channel][type == 2 ? 0 : type - 16];
             ++counted.messages;
-            counted.bytes += size;
-            at += 6 + size;
+            counted.bytes += message.bytes.size();
         }
         return counts;
     }
@@ -91,14 +82,7 @@ class Watching : public AppMarket {
         }
     }
     static std::vector<std::string> WatchLines(const std::string& output) {
-        std::vector<std::string> lines;
-        std::istringstream stream(output);
-        for (std::string line; std::getline(stream, line);) {
-            if (line.rfind("zce-watch: ", 0) == 0) {
-                lines.push_back(line);
-            }
-        }
-        return lines;
+        return LinesThatBegin(output, "zce-watch: ");
     }
 };
 
@@ -149,11 +133,11 @@ TEST_F(Watching, EachOpeningIsCountedOnAndTheChildOfAForkIsNot) {
     ZceWatch::Process page = ThePage("app/run");
     EXPECT_EQ(page.life, Life::Ended);
     EXPECT_EQ(page.program, "record-app");
-    ExpectCounted(page, Polled("app"));
+    ExpectCounted(page, Counted("app"));
     // The pages of the runs before go.
     RunApp("3", "reopen", 200);
     page = ThePage("app/run");
-    ExpectCounted(page, Polled("app"));
+    ExpectCounted(page, Counted("app"));
     ASSERT_EQ(page.streams.size(), 1U);
     EXPECT_EQ(page.streams[0].opening, 2U);
     EXPECT_GE(page.streams[0].counters.packets, 200U);
@@ -161,12 +145,12 @@ TEST_F(Watching, EachOpeningIsCountedOnAndTheChildOfAForkIsNot) {
     RunApp("0,3", "fork", 300);
     page = ThePage("app/run");
     EXPECT_EQ(page.life, Life::Ended);
-    ExpectCounted(page, Polled("app"));
+    ExpectCounted(page, Counted("app"));
     for (const char* end : {"exit", "static"}) {
         RunApp("0,3", end, 300);
         page = ThePage("app/run");
         EXPECT_EQ(page.life, Life::Ended) << end;
-        ExpectCounted(page, Polled("app"));
+        ExpectCounted(page, Counted("app"));
     }
 }
 
@@ -177,7 +161,7 @@ TEST_F(Watching, BehindOrInFrontOfTheRecorderBothGetEverything) {
     for (const char* libraries : both) {
         Watch(Path("run"), libraries);
         RunApp("0,3", "return", 500);
-        ExpectCounted(ThePage("run"), Polled("app"));
+        ExpectCounted(ThePage("run"), Counted("app"));
         ZceCapture::CCaptureReader reader;
         std::string error;
         ASSERT_TRUE(reader.Open(Path("day.pcap"), error)) << error;

@@ -134,6 +134,24 @@ TEST(WatchExport, QuotesWhatAProgramIsCalled) {
               "\"0\"} 1");
 }
 
+TEST(WatchExport, WhatADamagedPageSaysIsStillNumbers) {
+    Stream stream = OpenStream(2);
+    stream.lastMessageNs = -1'500'000'000;
+    stream.openedNs = -1;
+    stream.gaps.everNs = UINT64_MAX;
+    stream.gaps.runningNs = UINT64_MAX;
+    Directory pages;
+    pages.processes = {Running("p", 1, {stream})};
+    const std::string text = ExportText(pages, Settings());
+    const std::string labels = "{program=\"p\",bus=\"0\",channel=\"2\"";
+    EXPECT_EQ(Line(text, "zce_last_message_timestamp_seconds"),
+              "zce_last_message_timestamp_seconds" + labels + "} -1.500000000");
+    EXPECT_EQ(Line(text, "zce_stream_open_timestamp_seconds"),
+              "zce_stream_open_timestamp_seconds" + labels + "} -0.000000001");
+    EXPECT_EQ(LinesOf(text, "zce_longest_poll_gap_seconds").back(),
+              "zce_longest_poll_gap_seconds" + labels + ",window=\"ever\"} 18446744073.709551615");
+}
+
 TEST(WatchExport, TellsABusThatIsNotKnown) {
     Stream stream = OpenStream(2);
     stream.bus = 65535;

@@ -229,6 +229,29 @@ TEST_F(StreamWatch, QuickPollsShareAReadingOfTheClockButTakeNoMoreThanABoundToge
     EXPECT_EQ(m_entry.polls, 1U + 255 + 128 + 128 + 64 + 64 + 127 + 1 + 1 + 2 + 2 + 1);
 }
 
+TEST_F(StreamWatch, BehindTheHalfOfTheBoundAStretchGrowsByEighths) {
+    PollAt(begin);
+    for (const uint64_t expected : {1U, 2U, 4U, 8U, 16U, 32U, 64U, 72U, 81U, 91U}) {
+        EXPECT_EQ(StretchOf(12), expected);
+    }
+    // 1224 ns: an eighth more would leave little room.
+    EXPECT_EQ(StretchOf(12), 102U);
+    EXPECT_EQ(StretchOf(12), 102U);
+    for (const uint64_t expected : {102U, 114U, 128U, 128U}) {
+        EXPECT_EQ(StretchOf(10), expected);
+    }
+    // 1208 ns is short enough to grow, 1209 is not.
+    for (const uint64_t expected : {128U, 64U, 32U, 16U, 8U}) {
+        EXPECT_EQ(StretchOf(190), expected);
+    }
+    EXPECT_EQ(StretchOf(151), 4U);
+    m_now += 1200;
+    EXPECT_EQ(StretchOf(1), 8U);
+    m_now += 1200;
+    EXPECT_EQ(StretchOf(1), 9U);
+    EXPECT_EQ(StretchOf(1), 9U);
+}
+
 TEST_F(StreamWatch, OneLongGapAmongManyShortOnesIsNeverToldTooShort) {
     PollAt(begin);
     for (int k = 0; k < 9; ++k) {

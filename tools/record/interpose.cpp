@@ -63,6 +63,23 @@ void FindCalls() {
     return next(stream, handler, context);
 }
 
+inline int Poll(CMessageQueue* queue, enyx_hw_a2c_stream* stream, enyx_hw_a2c_handler handler,
+                void* context) {
+    queue->BeginPoll(handler, context);
+    t_stamps.BeginPoll();
+    return g_polls.next(stream, g_polls.onPacket, queue);
+}
+
+// Of a stream that is not the table's first.
+[[gnu::noinline]] int PollFurther(enyx_hw_a2c_stream* stream, enyx_hw_a2c_handler handler,
+                                  void* context) {
+    CMessageQueue* queue = g_polls.queues.Find(stream);
+    if (queue == nullptr || handler == nullptr) [[unlikely]] {
+        return PassOn(stream, handler, context);
+    }
+    return Poll(queue, stream, handler, context);
+}
+
 void AddAccess(const enyx_hw_register_description* description, bool write, int64_t timeNs,
                uint64_t value, int result) noexcept {
     const int kept = errno;
@@ -149,13 +166,10 @@ extern "C" {
 // Ends with a jump: what the vendor's poll calls and gives back passes by this function.
 ZCE_PRELOAD_EXPORT int enyx_hw_a2c_stream_poll_once(enyx_hw_a2c_stream* stream,
                                                     enyx_hw_a2c_handler handler, void* context) {
-    CMessageQueue* queue = g_polls.queues.Find(stream);
-    if (queue == nullptr || handler == nullptr) [[unlikely]] {
-        return PassOn(stream, handler, context);
+    if (!g_polls.queues.IsFirst(stream) || handler == nullptr) [[unlikely]] {
+        return PollFurther(stream, handler, context);
     }
-    queue->BeginPoll(handler, context);
-    t_stamps.BeginPoll();
-    return g_polls.next(stream, g_polls.onPacket, queue);
+    return Poll(g_polls.queues.FindFirst(), stream, handler, context);
 }
 
 ZCE_PRELOAD_EXPORT int enyx_hw_read(enyx_hw_core* core,

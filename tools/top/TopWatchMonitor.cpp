@@ -1,5 +1,6 @@
 #include "top/TopWatchMonitor.h"
 
+#include <algorithm>
 #include <ctime>
 #include <utility>
 
@@ -35,6 +36,9 @@ bool CTopWatchMonitor::Look(std::string& error) {
     }
     m_view =
         m_history.Add(m_directory, std::move(pages), RealNs(), ZceWatch::ClockNs(CLOCK_REALTIME));
+    // Processes go, and their rows: the last of what is left stays in sight.
+    const size_t rows = WatchRows(m_view);
+    m_skipped = std::min(m_skipped, rows == 0 ? 0 : rows - 1);
     return true;
 }
 

@@ -39,8 +39,7 @@ int Main(int argc, const char* const* argv) {
     ZceBoard::TopOptions options;
     CLI::App app{
         "Watches a zce-board, or watched applications: on one screen, or as text if standard "
-        "output "
-        "is no terminal to draw on.",
+        "output is no terminal to draw on.",
         "zce-top"};
     auto* const bus = app.add_option("--bus", options.bus, "Bus index of the board")
                           ->check(CLI::Range(0U, ZceBoard::LAST_BUS))

@@ -161,22 +161,22 @@ void CPageFile::Fill() {
 }
 
 CStreamWatch* CPageFile::StreamOf(uint16_t bus, uint16_t channel) {
-    for (const std::unique_ptr<CStreamWatch>& stream : m_streams) {
+    for (const Channel& known : m_channels) {
         // Two boards of unknown numbers have channels of the same number, each with its entry.
-        if (stream->IsOf(bus, channel) && !stream->IsOpen()) {
-            return stream.get();
+        if (known.bus == bus && known.number == channel && !known.watch->IsOpen()) {
+            return known.watch.get();
         }
     }
-    if (m_streams.size() == PAGE_ENTRIES) {
+    if (m_channels.size() == PAGE_ENTRIES) {
         AddTo(m_page->notCounted, 1);
         return nullptr;
     }
-    Entry& entry = m_page->entries[m_streams.size()];
+    Entry& entry = m_page->entries[m_channels.size()];
     entry.bus = bus;
     entry.channel = channel;
-    m_streams.push_back(std::make_unique<CStreamWatch>(entry, m_clock));
-    m_page->entriesUsed.store(m_streams.size(), std::memory_order_release);
-    return m_streams.back().get();
+    m_channels.push_back({bus, channel, std::make_unique<CStreamWatch>(entry, m_clock)});
+    m_page->entriesUsed.store(m_channels.size(), std::memory_order_release);
+    return m_channels.back().watch.get();
 }
 
 void CPageFile::Finish() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -31,9 +32,16 @@ class CPageFile {
     bool Make(const std::string& path, std::string& error);
     void Fill();
 
+    // Of an entry of the page: not read there, which a child of a fork has an empty one of.
+    struct Channel {
+        uint16_t bus;
+        uint16_t number;
+        std::unique_ptr<CStreamWatch> watch;
+    };
+
     Page* m_page = nullptr;
     TickClock m_clock;
-    std::vector<std::unique_ptr<CStreamWatch>> m_streams;  // of the page's entries
+    std::vector<Channel> m_channels;
 };
 
 // What stands in front of the number in the names of this program's pages.

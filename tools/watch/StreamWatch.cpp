@@ -1,8 +1,11 @@
 #include "watch/StreamWatch.h"
 
+#include <algorithm>
+#include <array>
 #include <bit>
 #include <cerrno>
 #include <ctime>
+#include <utility>
 
 #include "watch/Ticks.h"
 
@@ -15,12 +18,10 @@ void Put(std::atomic<Value>& word, New value) {
     word.store(static_cast<Value>(value), std::memory_order_relaxed);
 }
 
-uint64_t MessagesOf(const Entry& entry) {
-    uint64_t sum = 0;
-    for (const TypeCount& count : entry.messages) {
-        sum += count.messages.load(std::memory_order_relaxed);
-    }
-    return sum;
+// Without a loop: it is asked for at every tick of an idle stream.
+template <size_t... TYPE>
+uint64_t SumOf(const std::array<TypeCount, TYPES>& counts, std::index_sequence<TYPE...> /*all*/) {
+    return (counts[TYPE].messages.load(std::memory_order_relaxed) + ...);
 }
 
 // FIRST_GAP_NS is 2^11: bucket 1 is of gaps of 12 bits.
@@ -52,27 +53,26 @@ CStreamWatch::CStreamWatch(Entry& entry, const TickClock& clock)
       m_clock(clock),
       m_firstGap(NsToTicks(FIRST_GAP_NS, clock.perSecond)),
       m_longStretch(NsToTicks(STRETCH_NS, clock.perSecond)),
+      m_shortStretch(m_longStretch / 16 * 13),
       m_notePause(NsToTicks(NOTE_PAUSE_NS, clock.perSecond)),
       m_windows(clock.perSecond) {}
 
-uint64_t CStreamWatch::ReadClock() const {
-    return ReadTicks(m_clock.source);
-}
-
 void CStreamWatch::TickAt(uint64_t now) {
     AddTo(m_entry.polls, m_stretch);
-    if (m_lastTick != 0) {
-        // Another core's counter may be some ticks behind.
-        const uint64_t took = now > m_lastTick ? now - m_lastTick : 0;
-        m_bCareDue |= m_windows.RollTo(now);
-        AddGap(took);
-        FitStretch(took);
-    } else {
+    Put(m_entry.lastPollTicks, now);
+    if (m_lastTick == 0) [[unlikely]] {
         m_windows.RollTo(now);
         TellGaps();
+    } else {
+        // Another core's counter may be some ticks behind.
+        const uint64_t took = now > m_lastTick ? now - m_lastTick : 0;
+        if (m_windows.RollTo(now)) [[unlikely]] {
+            m_bCareDue = true;
+        }
+        AddGap(took);
+        FitStretch(took);
     }
     m_lastTick = now;
-    Put(m_entry.lastPollTicks, now);
     m_left = m_stretch;
     if (now >= m_noteAt && NoteMessageTime()) [[unlikely]] {
         m_noteAt = now + m_notePause;
@@ -80,22 +80,25 @@ void CStreamWatch::TickAt(uint64_t now) {
 }
 
 void CStreamWatch::AddGap(uint64_t gap) {
-    if (gap < m_firstGap) [[likely]] {
-        AddTo(m_entry.gaps[0], m_stretch);
-    } else {
+    uint64_t shorts = m_stretch;
+    if (gap >= m_firstGap) [[unlikely]] {
         AddTo(m_entry.gaps[BucketOf(TicksToNs(gap, m_clock.perSecond))], 1);
-        AddTo(m_entry.gaps[0], m_stretch - 1);
+        --shorts;
     }
+    AddTo(m_entry.gaps[0], shorts);
     if (m_windows.Add(gap)) [[unlikely]] {
         TellGaps();
     }
 }
 
+// Quickly up to the half of what a stretch may take, then by eighths: each reading of the clock
+// that is saved counts, while a little room is left for polls of unequal length.
 void CStreamWatch::FitStretch(uint64_t took) {
     if (took > m_longStretch) {
         m_stretch = m_stretch > 1 ? m_stretch / 2 : 1;
-    } else if (took < m_longStretch / 2 && m_stretch < MOST_POLLS) {
-        m_stretch *= 2;
+    } else if (took < m_shortStretch && m_stretch < MOST_POLLS) {
+        const uint64_t more = took < m_longStretch / 2 ? m_stretch : m_stretch / 8;
+        m_stretch = std::min(m_stretch + more, MOST_POLLS);
     }
 }
 
@@ -106,7 +109,7 @@ void CStreamWatch::TellGaps() {
 }
 
 bool CStreamWatch::NoteMessageTime() {
-    const uint64_t messages = MessagesOf(m_entry);
+    const uint64_t messages = SumOf(m_entry.messages, std::make_index_sequence<TYPES>());
     if (messages == m_messages) {
         return false;
     }
@@ -148,6 +151,7 @@ void CStreamWatch::ReadCounters(enyx_hw_a2c_stream* stream) {
 
 void CStreamWatch::Opened(const VendorCalls& calls) {
     m_calls = calls;
+    m_bOpen = true;
     m_lastTick = 0;
     m_stretch = 1;  // ended by the first poll
     m_left = 1;
@@ -166,20 +170,12 @@ void CStreamWatch::Opened(const VendorCalls& calls) {
 }
 
 void CStreamWatch::Closed(enyx_hw_a2c_stream* stream) {
+    m_bOpen = false;
     AddTo(m_entry.polls, m_stretch - m_left);
     NoteMessageTime();
     ReadCounters(stream);
     Put(m_entry.closedNs, ClockNs(CLOCK_REALTIME));
     m_entry.state.store(static_cast<uint64_t>(EntryState::Closed), std::memory_order_release);
-}
-
-bool CStreamWatch::IsOpen() const {
-    return m_entry.state.load(std::memory_order_relaxed) == static_cast<uint64_t>(EntryState::Open);
-}
-
-bool CStreamWatch::IsOf(uint16_t bus, uint16_t channel) const {
-    return m_entry.bus.load(std::memory_order_relaxed) == bus &&
-           m_entry.channel.load(std::memory_order_relaxed) == channel;
 }
 
 }  // namespace ZceWatch

@@ -7,6 +7,7 @@
 
 #include "DrvEnyx/enyxHw.h"
 #include "watch/GapWindows.h"
+#include "watch/Ticks.h"
 #include "watch/WatchPage.h"
 
 namespace ZceWatch {
@@ -58,15 +59,31 @@ class alignas(64) CStreamWatch {
         watch.CountMessage(data, size);
         watch.m_handler(data, size, watch.m_context);
     }
+    // A comparison for each type, which the processor foresees: an address that is computed from
+    // the type would have every count wait for the message's memory.
     void CountMessage(const unsigned char* data, uint32_t size) {
-        TypeCount& count = m_entry.messages[static_cast<size_t>(TypeOf(data, size))];
-        AddTo(count.messages, 1);
-        AddTo(count.bytes, size);
+        uint32_t type = 0;
+        if (size >= sizeof(type)) [[likely]] {
+            std::memcpy(&type, data, sizeof(type));
+        }
+        if (type == 17) [[likely]] {
+            Count<Type::Market17>(size);
+        } else if (type == 18) {
+            Count<Type::Market18>(size);
+        } else if (type == 19) {
+            Count<Type::Market19>(size);
+        } else if (type == 20) {
+            Count<Type::Market20>(size);
+        } else if (type == 2) {
+            Count<Type::Map>(size);
+        } else {
+            Count<Type::Other>(size);
+        }
     }
 
     // ---- Once in several polls ----
 
-    void Tick() { TickAt(ReadClock()); }
+    void Tick() { TickAt(ReadTicks(m_clock.source)); }
     // The clock shows `now` at the poll that ends a stretch.
     void TickAt(uint64_t now);
     // Whether what happens once a second is due: it waits for a poll that found nothing.
@@ -79,27 +96,19 @@ class alignas(64) CStreamWatch {
     void Opened(const VendorCalls& calls);
     // While the stream is still there: its counters are read once more.
     void Closed(enyx_hw_a2c_stream* stream);
-    bool IsOpen() const;
-    bool IsOf(uint16_t bus, uint16_t channel) const;
-
-    static Type TypeOf(const unsigned char* data, uint32_t size) {
-        uint32_t type = 0;
-        if (size < sizeof(type)) [[unlikely]] {
-            return Type::Other;
-        }
-        std::memcpy(&type, data, sizeof(type));
-        if (type - 17 < 4) [[likely]] {
-            return static_cast<Type>(type - 16);
-        }
-        return type == 2 ? Type::Map : Type::Other;
-    }
+    bool IsOpen() const { return m_bOpen; }
 
   private:
     static constexpr uint64_t MOST_POLLS = 128;  // of a stretch
     static constexpr uint64_t STRETCH_NS = 1500;
     static constexpr uint64_t NOTE_PAUSE_NS = 1'000'000;
 
-    uint64_t ReadClock() const;
+    template <Type TYPE>
+    void Count(uint32_t size) {
+        TypeCount& count = m_entry.messages[static_cast<size_t>(TYPE)];
+        AddTo(count.messages, 1);
+        AddTo(count.bytes, size);
+    }
     void AddGap(uint64_t gap);
     void FitStretch(uint64_t took);
     void TellGaps();
@@ -117,12 +126,14 @@ class alignas(64) CStreamWatch {
     TickClock m_clock;
     uint64_t m_firstGap;  // in ticks, as are the next
     uint64_t m_longStretch;
+    uint64_t m_shortStretch;  // with an eighth more there is room left in the long one
     uint64_t m_notePause;
     uint64_t m_noteAt = 0;    // when it is looked after the time of messages next
     uint64_t m_lastTick = 0;  // 0: not polled in this opening
     uint64_t m_stretch = 1;   // polls
     uint64_t m_messages = 0;  // when their time was noted last
     bool m_bCareDue = false;
+    bool m_bOpen = false;
     CGapWindows m_windows;
 };
 

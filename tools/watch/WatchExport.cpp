@@ -31,12 +31,15 @@ std::string LabelValue(std::string_view text) {
     return value;
 }
 
-std::string Seconds(int64_t ns) {
-    return fmt::format("{}.{:09}", ns / NS_PER_SECOND, ns % NS_PER_SECOND);
+std::string SecondsOf(uint64_t ns) {
+    constexpr auto second = static_cast<uint64_t>(NS_PER_SECOND);
+    return fmt::format("{}.{:09}", ns / second, ns % second);
 }
 
-std::string SecondsOf(uint64_t ns) {
-    return Seconds(static_cast<int64_t>(ns));
+// A sign within the digits of a page that is damaged would cost the whole file as well.
+std::string Seconds(int64_t ns) {
+    return ns < 0 ? "-" + SecondsOf(uint64_t{0} - static_cast<uint64_t>(ns))
+                  : SecondsOf(static_cast<uint64_t>(ns));
 }
 
 // A channel that is told: its labels, and where it stands.

@@ -76,11 +76,13 @@ struct TypeCount {
     Word bytes;
 };
 
+constexpr uint64_t BUS_NOT_KNOWN = 65535;
+
 // A channel of a board, for all its openings in this process: what is counted goes on, while the
 // vendor's counters begin with each opening.
 struct alignas(64) Entry {
     // Line 0: which one, and whether it is open.
-    Word bus;      // 65535: not known
+    Word bus;      // or BUS_NOT_KNOWN
     Word channel;  // n of CUSTOM_CHAN<n>_DATA
     Word opening;  // 1, 2, ...: of this bus and channel in this process
     Word state;    // EntryState

@@ -12,8 +12,6 @@
 // The words for what a page tells by numbers, the same for people and for Prometheus.
 namespace ZceWatch {
 
-constexpr uint64_t BUS_NOT_KNOWN = 65535;
-
 inline std::string BusText(uint64_t bus) {
     return bus == BUS_NOT_KNOWN ? "unknown" : fmt::to_string(bus);
 }

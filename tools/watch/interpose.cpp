@@ -15,10 +15,12 @@
 #include "watch/PageFile.h"
 #include "watch/StreamWatch.h"
 #include "watch/Ticks.h"
+#include "watch/WatchPage.h"
 
 namespace {
 
 using ZceWatch::CStreamWatch;
+static_assert(ZcePreload::BUS_UNKNOWN == ZceWatch::BUS_NOT_KNOWN);
 
 // There before any code runs: a poll looks at nothing else of what is static.
 constinit ZcePreload::CStreamTable<CStreamWatch> g_streams;
@@ -99,6 +101,24 @@ bool HasPage(State& state) {
     return result;
 }
 
+inline int Poll(CStreamWatch* watch, enyx_hw_a2c_stream* stream, enyx_hw_a2c_handler handler,
+                void* context) {
+    if (watch->CountPoll(handler, context)) [[unlikely]] {
+        return MeasuredPoll(watch, stream);
+    }
+    return watch->NextPoll()(stream, &CStreamWatch::OnPacket, watch);
+}
+
+// Of a stream that is not the table's first.
+[[gnu::noinline]] int PollFurther(enyx_hw_a2c_stream* stream, enyx_hw_a2c_handler handler,
+                                  void* context) {
+    CStreamWatch* watch = g_streams.Find(stream);
+    if (watch == nullptr || handler == nullptr) [[unlikely]] {
+        return PassOn(stream, handler, context);
+    }
+    return Poll(watch, stream, handler, context);
+}
+
 void BeforeFork() {
     ZcePreload::GetShared().mutex.lock();
 }
@@ -157,14 +177,10 @@ extern "C" {
 // Ends with a jump: what the vendor's poll calls and gives back passes by this function.
 ZCE_PRELOAD_EXPORT int enyx_hw_a2c_stream_poll_once(enyx_hw_a2c_stream* stream,
                                                     enyx_hw_a2c_handler handler, void* context) {
-    CStreamWatch* watch = g_streams.Find(stream);
-    if (watch == nullptr || handler == nullptr) [[unlikely]] {
-        return PassOn(stream, handler, context);
+    if (!g_streams.IsFirst(stream) || handler == nullptr) [[unlikely]] {
+        return PollFurther(stream, handler, context);
     }
-    if (watch->CountPoll(handler, context)) [[unlikely]] {
-        return MeasuredPoll(watch, stream);
-    }
-    return watch->NextPoll()(stream, &CStreamWatch::OnPacket, watch);
+    return Poll(g_streams.FindFirst(), stream, handler, context);
 }
 
 }  // extern "C"
