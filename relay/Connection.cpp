@@ -153,9 +153,9 @@ bool CConnection::IsUp() {
         if (!natsConnection_IsClosed(m_connection.get())) {
             return true;
         }
-        const char* error = nullptr;
-        natsConnection_GetLastError(m_connection.get(), &error);
-        Lose(error != nullptr && *error != '\0' ? error : "it was closed");
+        std::string reason;
+        LastError(reason);
+        Lose(reason.empty() ? "it was closed" : reason);
     }
     return NowNs() >= m_nextTryNs && Connect();
 }
@@ -212,6 +212,13 @@ void CConnection::Close() {
     }
     m_bBegun = false;
     m_connection.reset();
+}
+
+natsStatus CConnection::LastError(std::string& reason) const {
+    const char* error = nullptr;
+    const natsStatus status = natsConnection_GetLastError(m_connection.get(), &error);
+    reason = error != nullptr ? error : "";
+    return status;
 }
 
 int64_t CConnection::WaitNs() const {

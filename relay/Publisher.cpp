@@ -103,8 +103,8 @@ bool CPublisher::Begin() {
     natsInbox_Destroy(inbox);
     natsSubscription* confirmations = nullptr;
     natsSubscription* wanted = nullptr;
-    natsStatus status =
-        natsConnection_SubscribeSync(&confirmations, m_connection.Get(), (m_inbox + ".*").c_str());
+    natsStatus status = natsConnection_SubscribeSync(&confirmations, m_connection.Get(),
+                                                     (m_inbox + ".*.*").c_str());
     m_confirmations.reset(confirmations);
     if (status == NATS_OK) {
         status = natsConnection_SubscribeSync(&wanted, m_connection.Get(),
@@ -203,7 +203,7 @@ void CPublisher::Ask(int64_t nowNs) {
         (fresh < ASK_AFTER && nowNs - m_askedNs < ASK_AFTER_NS)) {
         return;
     }
-    const std::string reply = fmt::format("{}.{}", m_inbox, place);
+    const std::string reply = fmt::format("{}.{}.{}", m_inbox, m_refusals, place);
     const bool bStream = !m_options.stream.empty();
     const NatsMessage mark = MakeMark(m_lastNumber, bStream ? reply.c_str() : nullptr);
     natsStatus status = natsConnection_PublishMsg(m_connection.Get(), mark.get());
@@ -237,17 +237,30 @@ void CPublisher::LookForConfirmations(int64_t nowNs) {
         m_bTellInstruments = !m_instruments.empty();
     }
     if (m_asked != m_counts.confirmed && nowNs - m_heardNs > PATIENCE_NS) {
-        const char* error = nullptr;
-        natsConnection_GetLastError(m_connection.Get(), &error);
-        Lose(fmt::format("the server confirms nothing{}{}",
-                         error != nullptr && *error != '\0' ? ": " : "",
-                         error != nullptr ? error : ""));
+        std::string reason;
+        m_connection.LastError(reason);
+        Lose(fmt::format("the server confirms nothing{}{}", reason.empty() ? "" : ": ", reason));
     }
+}
+
+// What a user may not publish the server drops, and answers the question behind it all the same. It
+// has told that before it answers.
+bool CPublisher::MayNotPublish() const {
+    std::string reason;
+    return m_connection.LastError(reason) == NATS_NOT_PERMITTED &&
+           reason.find("Publish") != std::string::npos;
 }
 
 void CPublisher::TakeConfirmation(natsMsg* message, int64_t nowNs) {
     const std::string_view subject = natsMsg_GetSubject(message);
-    const std::string_view place = subject.substr(subject.rfind('.') + 1);
+    const size_t dot = subject.rfind('.');
+    if (subject.substr(0, dot) != fmt::format("{}.{}", m_inbox, m_refusals)) {
+        return;  // asked before a refusal: what was refused may be in front of this place
+    }
+    if (MayNotPublish()) {
+        return;
+    }
+    const std::string_view place = subject.substr(dot + 1);
     const std::string_view answer(natsMsg_GetData(message),
                                   static_cast<size_t>(natsMsg_GetDataLength(message)));
     uint64_t upTo = 0;
@@ -264,6 +277,7 @@ void CPublisher::TakeConfirmation(natsMsg* message, int64_t nowNs) {
                                : std::string(answer)));
         }
         m_bRefused = true;
+        ++m_refusals;
         m_next = 0;
         m_asked = m_counts.confirmed;
         m_marked = 0;

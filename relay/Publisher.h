@@ -101,6 +101,7 @@ class CPublisher {
     bool Send();
     void Ask(int64_t nowNs);
     void LookForConfirmations(int64_t nowNs);
+    bool MayNotPublish() const;
     void TakeConfirmation(natsMsg* message, int64_t nowNs);
     void PublishInstruments();
     void Lose(const std::string& reason);
@@ -127,6 +128,7 @@ class CPublisher {
     int64_t m_askedNs = 0;
     int64_t m_heardNs = 0;  // of the last confirmation, or when there was nothing to confirm
     bool m_bRefused = false;
+    uint64_t m_refusals = 0;  // what was asked before the last one is answered too late
     int64_t m_sendAgainNs = 0;
 
     std::string m_instruments;

@@ -110,8 +110,9 @@ natsStatus CSubscriber::Subscribe(std::string& reason) {
     }
     if (status != NATS_OK) {
         reason = NatsReason(status);
+        return status;
     }
-    return status;
+    return m_connection.LastError(reason);  // the user may not subscribe it, above all
 }
 
 natsStatus CSubscriber::SubscribeStream(std::string& reason) {
