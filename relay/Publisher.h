@@ -23,7 +23,7 @@ struct TakenHead {
 // The callbacks' end: one channel's messages, on their way from the polling thread.
 class CTakenMessages {
   public:
-    explicit CTakenMessages(size_t bytes) : m_ring(bytes) {}
+    explicit CTakenMessages(size_t bytes) : m_ring(bytes) { m_ring.Touch(); }
 
     // The polling thread's. A full ring loses the message, which is counted, and goes on.
     void Take(uint32_t type, int64_t timeNs, const unsigned char* body, uint32_t size) {
