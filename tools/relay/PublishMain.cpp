@@ -20,7 +20,8 @@ namespace {
 
 constexpr size_t MIB = size_t{1} << 20U;
 constexpr int64_t NS_PER_HOUR = 3600LL * 1'000'000'000;
-constexpr const char* CACHE_FILE = "bin";  // which the library writes as the master
+constexpr uint32_t MOST_HOURS = 1'000'000;  // a hundred years: more are no number of ns
+constexpr const char* CACHE_FILE = "bin";   // which the library writes as the master
 constexpr int64_t NS_PER_US = 1000;
 
 struct Words {
@@ -47,6 +48,7 @@ void Describe(CLI::App& app, Words& words) {
     app.add_option("--stream-hours", words.streamHours,
                    "How long a stream that is made keeps a message; 0: for good")
         ->needs(stream)
+        ->check(CLI::Range(0U, MOST_HOURS))
         ->capture_default_str();
     app.add_option("--stream-mib", words.streamMib,
                    "How many MiB it keeps, the oldest messages going first; 0: all")
