@@ -1,15 +1,17 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
-#include <csignal>
+#include <chrono>
 #include <cstdio>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "IVelaZceMdApi.h"
 #include "program/Program.h"
 #include "relay-tool/Commands.h"
+#include "relay-tool/Ending.h"
 #include "relay-tool/Feed.h"
 #include "relay-tool/PublishRun.h"
 #include "relay-tool/ServerOptions.h"
@@ -76,17 +78,10 @@ void Describe(CLI::App& app, Words& words) {
     app.add_flag("--quiet", words.bQuiet, "No status line each second");
 }
 
-volatile std::sig_atomic_t g_bStop = 0;
-
-void OnSignal(int /*signal*/) {
-    g_bStop = 1;
-}
-
 void Poll(IVelaZceMdApi& api, uint32_t napUs) {
     // From the first message on the library has both signals, and VelaRecv returns -1 then.
-    std::signal(SIGINT, OnSignal);
-    std::signal(SIGTERM, OnSignal);
-    while (g_bStop == 0) {
+    CatchSignals();
+    while (!IsStopped()) {
         const int got = api.VelaRecv();
         if (got == -1) {
             return;
@@ -95,11 +90,6 @@ void Poll(IVelaZceMdApi& api, uint32_t napUs) {
             std::this_thread::sleep_for(std::chrono::microseconds(napUs));
         }
     }
-}
-
-int NotDone(const std::string& reason) {
-    TellError(reason);
-    return ZceProgram::EXIT_NOT_DONE;
 }
 
 }  // namespace

@@ -1,9 +1,6 @@
 #include "relay-tool/ServerOptions.h"
 
 #include <CLI/CLI.hpp>
-#include <cstdio>
-
-#include "program/Printable.h"
 
 namespace ZceRelay {
 
@@ -29,10 +26,6 @@ bool SettingsOf(const ServerOptions& options, Settings& settings, std::string& e
         return false;
     }
     return true;
-}
-
-void TellError(const std::string& line) {
-    fprintf(stderr, "zce-relay: %s\n", ZceProgram::Printable(line).c_str());
 }
 
 }  // namespace ZceRelay

@@ -20,7 +20,4 @@ void AddServerOptions(CLI::App& app, ServerOptions& options);
 // What they and the file say together; false with the reason.
 bool SettingsOf(const ServerOptions& options, Settings& settings, std::string& error);
 
-// A line on standard error, with the program's name in front; any thread.
-void TellError(const std::string& line);
-
 }  // namespace ZceRelay
