@@ -7,6 +7,8 @@
 #include <utility>
 #include <vector>
 
+#include "relay/Wire.h"
+
 namespace ZceRelay {
 
 namespace {
@@ -36,16 +38,6 @@ std::string Advice(natsStatus status, const std::string& reason) {
         return "; look whether nats-server runs there";
     }
     return "";
-}
-
-std::vector<std::string> Split(const std::string& servers) {
-    std::vector<std::string> list;
-    for (size_t at = 0; at <= servers.size();) {
-        const size_t comma = std::min(servers.find(',', at), servers.size());
-        list.push_back(servers.substr(at, comma - at));
-        at = comma + 1;
-    }
-    return list;
 }
 
 }  // namespace
@@ -90,7 +82,8 @@ bool CConnection::Prepare(std::string& error) {
             }
         }
     };
-    const std::vector<std::string> servers = Split(m_settings.server);
+    const std::vector<std::string_view> split = SplitText(m_settings.server, ',');
+    const std::vector<std::string> servers(split.begin(), split.end());
     std::vector<const char*> addresses;
     addresses.reserve(servers.size());
     for (const std::string& server : servers) {
