@@ -1,5 +1,8 @@
 #include "relay-tool/Ending.h"
 
+#include <poll.h>
+#include <unistd.h>
+
 #include <csignal>
 #include <cstdio>
 
@@ -25,6 +28,14 @@ void TellError(const std::string& line) {
 int NotDone(const std::string& reason) {
     TellError(reason);
     return ZceProgram::EXIT_NOT_DONE;
+}
+
+void TellStatus(const std::string& line) {
+    pollfd output{STDOUT_FILENO, POLLOUT, 0};
+    if (poll(&output, 1, 0) != 0) {
+        fputs(line.c_str(), stdout);
+        fflush(stdout);
+    }
 }
 
 void CatchSignals() {

@@ -152,7 +152,7 @@ int PublishMain(int argc, const char* const* argv) {
     if (started != 0) {
         return NotDone("the library's log service could not be started");
     }
-    fmt::print("{}", publishing.LastLine());
+    fputs(publishing.LastLine().c_str(), stdout);
     return publishing.IsAllOut() ? ZceProgram::EXIT_FINE : EXIT_LOST;
 }
 

@@ -96,9 +96,8 @@ bool Receive(CSubscriber& subscriber, CReceived& received, const Words& words, s
             return false;
         }
         if (!words.bQuiet) {
-            fmt::print("{} {}\n", received.StatusLine(),
-                       subscriber.IsConnected() ? "connected" : "not-connected");
-            fflush(stdout);
+            TellStatus(fmt::format("{} {}\n", received.StatusLine(),
+                                   subscriber.IsConnected() ? "connected" : "not-connected"));
         }
     }
     return received.Flush(error);
@@ -141,8 +140,10 @@ int SubscribeMain(int argc, const char* const* argv) {
     }
     CatchSignals();
     const bool bWritten = Receive(subscriber, received, words, error);
-    fmt::print("{}{} foreign={} connects={}\n", received.Lines(), received.StatusLine(),
-               subscriber.Foreign(), subscriber.Connects());
+    fputs(fmt::format("{}{} foreign={} connects={}\n", received.Lines(), received.StatusLine(),
+                      subscriber.Foreign(), subscriber.Connects())
+              .c_str(),
+          stdout);
     if (!bWritten) {
         return NotDone(fmt::format("{}: {}", words.capture, error));
     }
