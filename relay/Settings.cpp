@@ -128,7 +128,6 @@ bool ReadSettings(const std::string& path, Settings& settings, std::string& erro
         error = path + ": there is no section [nats]";
         return false;
     }
-    std::string server;
     for (const char* key : keys) {
         const std::string value = iniparser_getstring(ini.get(), key, "");
         if (!TakeKey(path, key + SECTION.size(), value, settings, error)) {
