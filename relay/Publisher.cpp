@@ -75,13 +75,9 @@ bool CPublisher::Pass(CTakenMessages& taken) {
     if (nowNs < m_sendAgainNs) {
         return false;
     }
-    if (!Send()) {
+    if (!Send() || (m_bTellInstruments && !PublishInstruments()) || !Ask(nowNs)) {
         return false;
     }
-    if (m_bTellInstruments) {
-        PublishInstruments();
-    }
-    Ask(nowNs);
     LookForConfirmations(nowNs);
     return bSome;
 }
@@ -196,12 +192,12 @@ NatsMessage CPublisher::MakeMark(uint64_t number, const char* reply) const {
 }
 
 // Tells where the publisher is, and asks whether that has arrived.
-void CPublisher::Ask(int64_t nowNs) {
+bool CPublisher::Ask(int64_t nowNs) {
     const uint64_t place = m_counts.confirmed + m_next;
     const uint64_t fresh = place - m_asked;
     if ((fresh == 0 && m_lastNumber == m_marked) ||
         (fresh < ASK_AFTER && nowNs - m_askedNs < ASK_AFTER_NS)) {
-        return;
+        return true;
     }
     const std::string reply = fmt::format("{}.{}.{}", m_inbox, m_refusals, place);
     const bool bStream = !m_options.stream.empty();
@@ -212,7 +208,7 @@ void CPublisher::Ask(int64_t nowNs) {
     }
     if (status != NATS_OK) {
         Lose(NatsReason(status));
-        return;
+        return false;
     }
     if (m_asked == m_counts.confirmed) {
         m_heardNs = nowNs;  // nothing was asked before
@@ -220,17 +216,14 @@ void CPublisher::Ask(int64_t nowNs) {
     m_asked = place;
     m_askedNs = nowNs;
     m_marked = m_lastNumber;
+    return true;
 }
 
 void CPublisher::LookForConfirmations(int64_t nowNs) {
     natsMsg* message = nullptr;
-    while (m_connection.Get() != nullptr &&
-           natsSubscription_NextMsg(&message, m_confirmations.get(), 0) == NATS_OK) {
+    while (natsSubscription_NextMsg(&message, m_confirmations.get(), 0) == NATS_OK) {
         const NatsMessage owned(message);
         TakeConfirmation(message, nowNs);
-    }
-    if (m_connection.Get() == nullptr) {
-        return;
     }
     while (natsSubscription_NextMsg(&message, m_wanted.get(), 0) == NATS_OK) {
         const NatsMessage owned(message);
@@ -298,15 +291,23 @@ void CPublisher::SetInstruments(const std::string& list) {
     }
 }
 
-void CPublisher::PublishInstruments() {
+bool CPublisher::PublishInstruments() {
     m_bTellInstruments = false;
     const std::string subject = SubjectText({Kind::Instruments, m_options.bus, 0, 0});
     const natsStatus status =
         natsConnection_Publish(m_connection.Get(), subject.c_str(), m_instruments.data(),
                                static_cast<int>(m_instruments.size()));
+    if (status == NATS_MAX_PAYLOAD) {
+        m_connection.Say(fmt::format(
+            "the instrument list, {} bytes, is not published: the server's max_payload is {}",
+            m_instruments.size(), natsConnection_GetMaxPayload(m_connection.Get())));
+        m_instruments.clear();  // until there is another one
+        return true;
+    }
     if (status != NATS_OK) {
         Lose(NatsReason(status));
     }
+    return status == NATS_OK;
 }
 
 void CPublisher::Lose(const std::string& reason) {

@@ -99,11 +99,11 @@ class CPublisher {
     bool MakeStream(std::string& reason);
     bool Build(const TakenHead& head, const std::vector<unsigned char>& body);
     bool Send();
-    void Ask(int64_t nowNs);
+    bool Ask(int64_t nowNs);
     void LookForConfirmations(int64_t nowNs);
     bool MayNotPublish() const;
     void TakeConfirmation(natsMsg* message, int64_t nowNs);
-    void PublishInstruments();
+    bool PublishInstruments();
     void Lose(const std::string& reason);
     NatsMessage MakeMark(uint64_t number, const char* reply) const;
 

@@ -414,6 +414,26 @@ TEST_F(RelayServer, WhatAUserMayNotPublishIsNotConfirmedAndWhatHeMayNotReadIsTol
     EXPECT_FALSE(publisher.IsDone(taken));
 }
 
+TEST_F(RelayServer, AListThatTheServerDoesNotTakeHoldsNothingUp) {
+    Start("max_payload: 1024\n");
+    CPublisher publisher(To(), Channel3(), Into(m_published));
+    std::string error;
+    ASSERT_TRUE(publisher.Prepare(error)) << error;
+    CTakenMessages taken(1 << 16);
+    publisher.SetInstruments(std::string(1025, 'x'));
+    TakeMessages(taken, 1, 10);
+    EXPECT_TRUE(Until([&] {
+        publisher.Pass(taken);
+        return publisher.IsDone(taken);
+    }));
+    EXPECT_EQ(publisher.Counts().confirmed, 10U);
+    EXPECT_THAT(
+        m_published,
+        ElementsAre(Url() + ": connected",
+                    Url() + ": the instrument list, 1025 bytes, is not published: the server's "
+                            "max_payload is 1024"));
+}
+
 TEST_F(RelayServer, AReceiverPutsTheBoardsHeadInFrontAndAsksUntilThereIsAList) {
     Start();
     CReceivedMessages messages(1 << 20);
