@@ -94,6 +94,8 @@ TEST_F(RelayServer, TheProgramSaysWhatIsWrong) {
               "2 zce-relay: --server: a user, a password or a token does not belong into an "
               "address, which is told in messages: use the keys user, password and token of the "
               "settings file\n");
+    EXPECT_THAT(run("subscribe --check --server ''"),
+                StartsWith("2 zce-relay: --server: \"\" is no address: "));
     EXPECT_THAT(run("subscribe"), StartsWith("2 zce-relay subscribe: "));
     EXPECT_THAT(run("subscribe --check --from-start"), StartsWith("2 zce-relay subscribe: "));
     EXPECT_EQ(run("subscribe --check --stream ZCE --since 25:00"),

@@ -17,11 +17,8 @@ bool SettingsOf(const ServerOptions& options, Settings& settings, std::string& e
     if (!options.settingsFile.empty() && !ReadSettings(options.settingsFile, settings, error)) {
         return false;
     }
-    if (options.server.empty()) {
-        return true;
-    }
     std::string why;
-    if (!TakeServer(options.server, settings, why)) {
+    if (options.server && !TakeServer(*options.server, settings, why)) {
         error = "--server: " + why;
         return false;
     }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "relay/Settings.h"
@@ -12,7 +13,7 @@ namespace ZceRelay {
 
 // The options that say which server, alike for all commands.
 struct ServerOptions {
-    std::string server;
+    std::optional<std::string> server;
     std::string settingsFile;
 };
 
