@@ -214,6 +214,12 @@ natsStatus CConnection::LastError(std::string& reason) const {
     return status;
 }
 
+std::string CConnection::Why(natsStatus status) const {
+    std::string reason;
+    LastError(reason);
+    return reason.empty() ? NatsReason(status) : reason;
+}
+
 int64_t CConnection::WaitNs() const {
     return m_connection != nullptr ? 0 : std::max<int64_t>(m_nextTryNs - NowNs(), 0);
 }

@@ -146,7 +146,7 @@ bool CPublisher::MakeStream(std::string& reason) {
     }
     jsStreamInfo_Destroy(info);
     if (status != NATS_OK) {
-        reason = fmt::format("stream {}: {}", m_options.stream, NatsReason(status));
+        reason = fmt::format("stream {}: {}", m_options.stream, m_connection.Why(status));
         if (status == NATS_NO_RESPONDERS || code == JSNotEnabledErr ||
             code == JSNotEnabledForAccountErr) {
             reason += "; JetStream is not on: start nats-server with -js, or leave --stream out";

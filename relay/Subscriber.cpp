@@ -137,7 +137,7 @@ natsStatus CSubscriber::SubscribeStream(std::string& reason) {
         m_subscription.reset(subscription);
     }
     if (status != NATS_OK) {
-        reason = fmt::format("stream {}: {}", m_options.stream, NatsReason(status));
+        reason = fmt::format("stream {}: {}", m_options.stream, m_connection.Why(status));
     }
     return status;
 }

@@ -412,6 +412,17 @@ TEST_F(RelayServer, WhatAUserMayNotPublishIsNotConfirmedAndWhatHeMayNotReadIsTol
     }));
     EXPECT_EQ(publisher.Counts().confirmed, 0U);
     EXPECT_FALSE(publisher.IsDone(taken));
+
+    std::vector<std::string> told;
+    CPublisher streaming(settings, Channel3("ZCE"), Into(told));
+    ASSERT_TRUE(streaming.Prepare(error)) << error;
+    ASSERT_TRUE(Until([&] {
+        streaming.Pass(taken);
+        return !told.empty();
+    }));
+    EXPECT_EQ(told[0], Url() +
+                           ": not connected: stream ZCE: Permissions Violation for Publish to "
+                           "\"$JS.API.STREAM.INFO.ZCE\"; tried again and again");
 }
 
 TEST_F(RelayServer, AListThatTheServerDoesNotTakeHoldsNothingUp) {
