@@ -350,7 +350,7 @@ TEST_F(RelayServer, WhatWasAskedBeforeARefusalConfirmsNothing) {
             publisher.Pass(taken);
             return natsSubscription_NextMsg(&mark, marks, 1) == NATS_OK;
         }));
-        const std::string reply = mark != nullptr ? natsMsg_GetReply(mark) : "";
+        std::string reply = mark != nullptr ? natsMsg_GetReply(mark) : "";
         natsMsg_Destroy(mark);
         return reply;
     };
