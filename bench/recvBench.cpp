@@ -61,7 +61,7 @@ class SumSpi final : public IVelaZceMdSpi {
 
 SumSpi g_spi;
 CBenchBoard* g_board = nullptr;
-IPolled* g_least = nullptr;                    // of the vendor's channel
+IPolled* g_least = nullptr;                    // of the library's channel
 std::vector<ZceBoard::CRingProducer> g_rings;  // by channel
 
 void OnMessage(const unsigned char* data, unsigned int /*size*/, void* context) {

@@ -7,6 +7,8 @@
 #include <utility>
 #include <vector>
 
+#include "relay/Wire.h"
+
 namespace ZceRelay {
 
 namespace {
@@ -36,16 +38,6 @@ std::string Advice(natsStatus status, const std::string& reason) {
         return "; look whether nats-server runs there";
     }
     return "";
-}
-
-std::vector<std::string> Split(const std::string& servers) {
-    std::vector<std::string> list;
-    for (size_t at = 0; at <= servers.size();) {
-        const size_t comma = std::min(servers.find(',', at), servers.size());
-        list.push_back(servers.substr(at, comma - at));
-        at = comma + 1;
-    }
-    return list;
 }
 
 }  // namespace
@@ -90,7 +82,8 @@ bool CConnection::Prepare(std::string& error) {
             }
         }
     };
-    const std::vector<std::string> servers = Split(m_settings.server);
+    const std::vector<std::string_view> split = SplitText(m_settings.server, ',');
+    const std::vector<std::string> servers(split.begin(), split.end());
     std::vector<const char*> addresses;
     addresses.reserve(servers.size());
     for (const std::string& server : servers) {
@@ -153,9 +146,9 @@ bool CConnection::IsUp() {
         if (!natsConnection_IsClosed(m_connection.get())) {
             return true;
         }
-        const char* error = nullptr;
-        natsConnection_GetLastError(m_connection.get(), &error);
-        Lose(error != nullptr && *error != '\0' ? error : "it was closed");
+        std::string reason;
+        LastError(reason);
+        Lose(reason.empty() ? "it was closed" : reason);
     }
     return NowNs() >= m_nextTryNs && Connect();
 }
@@ -212,6 +205,19 @@ void CConnection::Close() {
     }
     m_bBegun = false;
     m_connection.reset();
+}
+
+natsStatus CConnection::LastError(std::string& reason) const {
+    const char* error = nullptr;
+    const natsStatus status = natsConnection_GetLastError(m_connection.get(), &error);
+    reason = error != nullptr ? error : "";
+    return status;
+}
+
+std::string CConnection::Why(natsStatus status) const {
+    std::string reason;
+    LastError(reason);
+    return reason.empty() ? NatsReason(status) : reason;
 }
 
 int64_t CConnection::WaitNs() const {

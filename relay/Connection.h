@@ -75,6 +75,12 @@ class CConnection {
     // Its owner's subscriptions go first.
     void OnClose(std::function<void()> onClose) { m_onClose = std::move(onClose); }
     natsConnection* Get() const { return m_connection.get(); }
+    // The last error of this connection, in the client's or the server's words, and which it is;
+    // NATS_OK and empty: there was none.
+    natsStatus LastError(std::string& reason) const;
+    // Why a call failed: what the server said, of what a user may not do above all; else the
+    // client's reason.
+    std::string Why(natsStatus status) const;
     // Ns until the next attempt, 0 if it is up.
     int64_t WaitNs() const;
     uint64_t Connects() const { return m_connects; }

@@ -1,6 +1,20 @@
 #include "relay/Order.h"
 
+#include <fmt/format.h>
+
 namespace ZceRelay {
+
+StreamCounts& StreamCounts::operator+=(const StreamCounts& other) {
+    received += other.received;
+    lost += other.lost;
+    duplicates += other.duplicates;
+    return *this;
+}
+
+std::string CountsText(const StreamCounts& counts) {
+    return fmt::format("received={} lost={} duplicates={}", counts.received, counts.lost,
+                       counts.duplicates);
+}
 
 // False: of a publisher that another one has taken the place of. `nothingLost`: the number in front
 // of which nothing is missed by whoever comes late.
@@ -29,22 +43,27 @@ CStreamOrder::Verdict CStreamOrder::Judge(const Sequence& sequence) {
         return Verdict::Other;
     }
     if (sequence.number <= m_last) {
-        ++m_duplicates;
+        ++m_counts.duplicates;
         return Verdict::Duplicate;
     }
     m_lostBefore = sequence.number - m_last - 1;
-    m_lost += m_lostBefore;
+    m_counts.lost += m_lostBefore;
     m_last = sequence.number;
-    ++m_received;
+    ++m_counts.received;
     return Verdict::Next;
 }
 
 void CStreamOrder::Mark(const Sequence& sequence) {
     if (Enter(sequence, sequence.number) && sequence.number > m_last) {
         m_lostBefore = sequence.number - m_last;
-        m_lost += m_lostBefore;
+        m_counts.lost += m_lostBefore;
         m_last = sequence.number;
     }
+}
+
+std::string CStreamOrder::Text() const {
+    return fmt::format("{} first={} last={} sessions={} other-publisher={}", CountsText(m_counts),
+                       m_first, m_last, m_sessions, m_others);
 }
 
 }  // namespace ZceRelay

@@ -1,10 +1,21 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 #include "relay/Wire.h"
 
 namespace ZceRelay {
+
+// What was counted in a channel, or in several together.
+struct StreamCounts {
+    uint64_t received = 0;
+    uint64_t lost = 0;
+    uint64_t duplicates = 0;
+    StreamCounts& operator+=(const StreamCounts& other);
+};
+// "received=38988 lost=14455 duplicates=53".
+std::string CountsText(const StreamCounts& counts);
 
 // Whether the messages of one channel come one after the other. A subscriber gets each publisher's
 // messages in their order; what a publisher sends once more, because it does not know whether it
@@ -27,10 +38,14 @@ class CStreamOrder {
     uint64_t First() const { return m_first; }  // number of the first message or mark, 0: none
     uint64_t Last() const { return m_last; }    // of the present session
     uint32_t Sessions() const { return m_sessions; }
-    uint64_t Received() const { return m_received; }
-    uint64_t Lost() const { return m_lost; }
-    uint64_t Duplicates() const { return m_duplicates; }
+    const StreamCounts& Counts() const { return m_counts; }
+    uint64_t Received() const { return m_counts.received; }
+    uint64_t Lost() const { return m_counts.lost; }
+    uint64_t Duplicates() const { return m_counts.duplicates; }
     uint64_t Others() const { return m_others; }
+    // All of it, "received=.. lost=.. duplicates=.. first=.. last=.. sessions=..
+    // other-publisher=..".
+    std::string Text() const;
 
   private:
     bool Enter(const Sequence& sequence, uint64_t nothingLost);
@@ -41,9 +56,7 @@ class CStreamOrder {
     uint64_t m_last = 0;
     uint64_t m_lostBefore = 0;
     uint32_t m_sessions = 0;
-    uint64_t m_received = 0;
-    uint64_t m_lost = 0;
-    uint64_t m_duplicates = 0;
+    StreamCounts m_counts;
     uint64_t m_others = 0;
 };
 

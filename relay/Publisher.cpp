@@ -75,13 +75,9 @@ bool CPublisher::Pass(CTakenMessages& taken) {
     if (nowNs < m_sendAgainNs) {
         return false;
     }
-    if (!Send()) {
+    if (!Send() || (m_bTellInstruments && !PublishInstruments()) || !Ask(nowNs)) {
         return false;
     }
-    if (m_bTellInstruments) {
-        PublishInstruments();
-    }
-    Ask(nowNs);
     LookForConfirmations(nowNs);
     return bSome;
 }
@@ -103,8 +99,8 @@ bool CPublisher::Begin() {
     natsInbox_Destroy(inbox);
     natsSubscription* confirmations = nullptr;
     natsSubscription* wanted = nullptr;
-    natsStatus status =
-        natsConnection_SubscribeSync(&confirmations, m_connection.Get(), (m_inbox + ".*").c_str());
+    natsStatus status = natsConnection_SubscribeSync(&confirmations, m_connection.Get(),
+                                                     (m_inbox + ".*.*").c_str());
     m_confirmations.reset(confirmations);
     if (status == NATS_OK) {
         status = natsConnection_SubscribeSync(&wanted, m_connection.Get(),
@@ -150,7 +146,7 @@ bool CPublisher::MakeStream(std::string& reason) {
     }
     jsStreamInfo_Destroy(info);
     if (status != NATS_OK) {
-        reason = fmt::format("stream {}: {}", m_options.stream, NatsReason(status));
+        reason = fmt::format("stream {}: {}", m_options.stream, m_connection.Why(status));
         if (status == NATS_NO_RESPONDERS || code == JSNotEnabledErr ||
             code == JSNotEnabledForAccountErr) {
             reason += "; JetStream is not on: start nats-server with -js, or leave --stream out";
@@ -196,14 +192,14 @@ NatsMessage CPublisher::MakeMark(uint64_t number, const char* reply) const {
 }
 
 // Tells where the publisher is, and asks whether that has arrived.
-void CPublisher::Ask(int64_t nowNs) {
+bool CPublisher::Ask(int64_t nowNs) {
     const uint64_t place = m_counts.confirmed + m_next;
     const uint64_t fresh = place - m_asked;
     if ((fresh == 0 && m_lastNumber == m_marked) ||
         (fresh < ASK_AFTER && nowNs - m_askedNs < ASK_AFTER_NS)) {
-        return;
+        return true;
     }
-    const std::string reply = fmt::format("{}.{}", m_inbox, place);
+    const std::string reply = fmt::format("{}.{}.{}", m_inbox, m_refusals, place);
     const bool bStream = !m_options.stream.empty();
     const NatsMessage mark = MakeMark(m_lastNumber, bStream ? reply.c_str() : nullptr);
     natsStatus status = natsConnection_PublishMsg(m_connection.Get(), mark.get());
@@ -212,7 +208,7 @@ void CPublisher::Ask(int64_t nowNs) {
     }
     if (status != NATS_OK) {
         Lose(NatsReason(status));
-        return;
+        return false;
     }
     if (m_asked == m_counts.confirmed) {
         m_heardNs = nowNs;  // nothing was asked before
@@ -220,34 +216,44 @@ void CPublisher::Ask(int64_t nowNs) {
     m_asked = place;
     m_askedNs = nowNs;
     m_marked = m_lastNumber;
+    return true;
 }
 
 void CPublisher::LookForConfirmations(int64_t nowNs) {
     natsMsg* message = nullptr;
-    while (m_connection.Get() != nullptr &&
-           natsSubscription_NextMsg(&message, m_confirmations.get(), 0) == NATS_OK) {
+    while (natsSubscription_NextMsg(&message, m_confirmations.get(), 0) == NATS_OK) {
         const NatsMessage owned(message);
         TakeConfirmation(message, nowNs);
-    }
-    if (m_connection.Get() == nullptr) {
-        return;
     }
     while (natsSubscription_NextMsg(&message, m_wanted.get(), 0) == NATS_OK) {
         const NatsMessage owned(message);
         m_bTellInstruments = !m_instruments.empty();
     }
     if (m_asked != m_counts.confirmed && nowNs - m_heardNs > PATIENCE_NS) {
-        const char* error = nullptr;
-        natsConnection_GetLastError(m_connection.Get(), &error);
-        Lose(fmt::format("the server confirms nothing{}{}",
-                         error != nullptr && *error != '\0' ? ": " : "",
-                         error != nullptr ? error : ""));
+        std::string reason;
+        m_connection.LastError(reason);
+        Lose(fmt::format("the server confirms nothing{}{}", reason.empty() ? "" : ": ", reason));
     }
+}
+
+// What a user may not publish the server drops, and answers the question behind it all the same. It
+// has told that before it answers.
+bool CPublisher::MayNotPublish() const {
+    std::string reason;
+    return m_connection.LastError(reason) == NATS_NOT_PERMITTED &&
+           reason.find("Publish") != std::string::npos;
 }
 
 void CPublisher::TakeConfirmation(natsMsg* message, int64_t nowNs) {
     const std::string_view subject = natsMsg_GetSubject(message);
-    const std::string_view place = subject.substr(subject.rfind('.') + 1);
+    const size_t dot = subject.rfind('.');
+    if (subject.substr(0, dot) != fmt::format("{}.{}", m_inbox, m_refusals)) {
+        return;  // asked before a refusal: what was refused may be in front of this place
+    }
+    if (MayNotPublish()) {
+        return;
+    }
+    const std::string_view place = subject.substr(dot + 1);
     const std::string_view answer(natsMsg_GetData(message),
                                   static_cast<size_t>(natsMsg_GetDataLength(message)));
     uint64_t upTo = 0;
@@ -264,6 +270,7 @@ void CPublisher::TakeConfirmation(natsMsg* message, int64_t nowNs) {
                                : std::string(answer)));
         }
         m_bRefused = true;
+        ++m_refusals;
         m_next = 0;
         m_asked = m_counts.confirmed;
         m_marked = 0;
@@ -284,15 +291,23 @@ void CPublisher::SetInstruments(const std::string& list) {
     }
 }
 
-void CPublisher::PublishInstruments() {
+bool CPublisher::PublishInstruments() {
     m_bTellInstruments = false;
     const std::string subject = SubjectText({Kind::Instruments, m_options.bus, 0, 0});
     const natsStatus status =
         natsConnection_Publish(m_connection.Get(), subject.c_str(), m_instruments.data(),
                                static_cast<int>(m_instruments.size()));
+    if (status == NATS_MAX_PAYLOAD) {
+        m_connection.Say(fmt::format(
+            "the instrument list, {} bytes, is not published: the server's max_payload is {}",
+            m_instruments.size(), natsConnection_GetMaxPayload(m_connection.Get())));
+        m_instruments.clear();  // until there is another one
+        return true;
+    }
     if (status != NATS_OK) {
         Lose(NatsReason(status));
     }
+    return status == NATS_OK;
 }
 
 void CPublisher::Lose(const std::string& reason) {

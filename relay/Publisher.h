@@ -23,7 +23,7 @@ struct TakenHead {
 // The callbacks' end: one channel's messages, on their way from the polling thread.
 class CTakenMessages {
   public:
-    explicit CTakenMessages(size_t bytes) : m_ring(bytes) {}
+    explicit CTakenMessages(size_t bytes) : m_ring(bytes) { m_ring.Touch(); }
 
     // The polling thread's. A full ring loses the message, which is counted, and goes on.
     void Take(uint32_t type, int64_t timeNs, const unsigned char* body, uint32_t size) {
@@ -99,10 +99,11 @@ class CPublisher {
     bool MakeStream(std::string& reason);
     bool Build(const TakenHead& head, const std::vector<unsigned char>& body);
     bool Send();
-    void Ask(int64_t nowNs);
+    bool Ask(int64_t nowNs);
     void LookForConfirmations(int64_t nowNs);
+    bool MayNotPublish() const;
     void TakeConfirmation(natsMsg* message, int64_t nowNs);
-    void PublishInstruments();
+    bool PublishInstruments();
     void Lose(const std::string& reason);
     NatsMessage MakeMark(uint64_t number, const char* reply) const;
 
@@ -127,6 +128,7 @@ class CPublisher {
     int64_t m_askedNs = 0;
     int64_t m_heardNs = 0;  // of the last confirmation, or when there was nothing to confirm
     bool m_bRefused = false;
+    uint64_t m_refusals = 0;  // what was asked before the last one is answered too late
     int64_t m_sendAgainNs = 0;
 
     std::string m_instruments;

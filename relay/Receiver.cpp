@@ -4,7 +4,6 @@
 
 #include <chrono>
 #include <csignal>
-#include <cstring>
 #include <utility>
 
 #include "ZceBoardMsg.h"

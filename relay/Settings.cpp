@@ -13,6 +13,8 @@
 #include <utility>
 #include <vector>
 
+#include "relay/Wire.h"
+
 namespace ZceRelay {
 
 namespace {
@@ -128,7 +130,6 @@ bool ReadSettings(const std::string& path, Settings& settings, std::string& erro
         error = path + ": there is no section [nats]";
         return false;
     }
-    std::string server;
     for (const char* key : keys) {
         const std::string value = iniparser_getstring(ini.get(), key, "");
         if (!TakeKey(path, key + SECTION.size(), value, settings, error)) {
@@ -153,7 +154,10 @@ bool TakeServer(const std::string& server, Settings& settings, std::string& erro
             "messages: use the keys user, password and token of the settings file";
         return false;
     }
-    if (server.empty() || server.find_first_of(" \t\"") != std::string::npos) {
+    const std::vector<std::string_view> addresses = SplitText(server, ',');
+    if (std::any_of(addresses.begin(), addresses.end(), [](std::string_view a) {
+            return a.empty() || a.find_first_of(" \t\"") != std::string_view::npos;
+        })) {
         error = fmt::format(
             "\"{}\" is no address: nats://HOST:PORT is needed, several of a cluster "
             "with commas between",

@@ -37,12 +37,7 @@ uint64_t StreamPlace(std::string_view reply) {
     constexpr size_t place = 5;
     constexpr size_t words = 9;
     constexpr size_t domainWords = 2;
-    std::vector<std::string_view> word;
-    for (size_t at = 0; at <= reply.size();) {
-        const size_t dot = std::min(reply.find('.', at), reply.size());
-        word.push_back(reply.substr(at, dot - at));
-        at = dot + 1;
-    }
+    const std::vector<std::string_view> word = SplitText(reply, '.');
     if (word.size() < words || word[0] != "$JS" || word[1] != "ACK") {
         return 0;
     }
@@ -110,8 +105,9 @@ natsStatus CSubscriber::Subscribe(std::string& reason) {
     }
     if (status != NATS_OK) {
         reason = NatsReason(status);
+        return status;
     }
-    return status;
+    return m_connection.LastError(reason);  // the user may not subscribe it, above all
 }
 
 natsStatus CSubscriber::SubscribeStream(std::string& reason) {
@@ -141,7 +137,7 @@ natsStatus CSubscriber::SubscribeStream(std::string& reason) {
         m_subscription.reset(subscription);
     }
     if (status != NATS_OK) {
-        reason = fmt::format("stream {}: {}", m_options.stream, NatsReason(status));
+        reason = fmt::format("stream {}: {}", m_options.stream, m_connection.Why(status));
     }
     return status;
 }

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cstddef>
 #include <limits>
@@ -98,6 +99,16 @@ std::optional<int64_t> ReadTime(std::string_view text) {
         return std::nullopt;
     }
     return timeNs;
+}
+
+std::vector<std::string_view> SplitText(std::string_view text, char separator) {
+    std::vector<std::string_view> words;
+    for (size_t at = 0; at <= text.size();) {
+        const size_t end = std::min(text.find(separator, at), text.size());
+        words.push_back(text.substr(at, end - at));
+        at = end + 1;
+    }
+    return words;
 }
 
 }  // namespace ZceRelay

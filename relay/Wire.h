@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 // How the messages of a board's channel look on a NATS server.
 //
@@ -63,5 +64,8 @@ std::string SequenceText(const Sequence& sequence);
 // Nothing for what is no such text, or has the number 0.
 std::optional<Sequence> ReadSequence(std::string_view text);
 std::optional<int64_t> ReadTime(std::string_view text);
+
+// The words between the separators; an empty one where there is nothing between two.
+std::vector<std::string_view> SplitText(std::string_view text, char separator);
 
 }  // namespace ZceRelay

@@ -19,44 +19,17 @@ source "$(dirname "$0")/common.sh"
 RATE=${RATE:-5000}
 AWAY_SECONDS=${AWAY_SECONDS:-3}
 
-work=$(mktemp -d "${TMPDIR:-/tmp}/zce-demo-relay.XXXXXX")
-why="stopped early"
-processes=()
 there=()
 namespace=
-
-finish() {
-    local status=$? pid
-    for pid in "${processes[@]}"; do
-        kill -KILL "$pid" 2>/dev/null && wait "$pid" 2>/dev/null || true
-    done
+clean_up() {
     [ -z "$namespace" ] || ip netns del "$namespace" 2>/dev/null || true # and the link with it
     rm -f /dev/shm/here$$-* /dev/shm/there$$-* # killed boards could not
-    if [ $status -eq 0 ]; then
-        rm -rf "$work"
-    else
-        echo "demo-relay: what each program printed is in $work"
-        printf 'demo-relay: FAILED: %s\n' "$why"
-    fi
-    exit $status
 }
-trap finish EXIT
-trap 'why=interrupted; exit 130' INT TERM
+demo=demo-relay
+source "$ROOT/scripts/demo-common.sh"
 
-fail() {
-    why=$1
-    exit 1
-}
 tell() { printf '            %s\n' "$*"; }
 
-# wait_for FILE TEXT SECONDS: until FILE holds TEXT.
-wait_for() {
-    local deadline=$(($(date +%s) + $3))
-    until grep -qF -- "$2" "$1" 2>/dev/null; do
-        [ "$(date +%s)" -lt $deadline ] || fail "no \"$2\" in $(basename "$1") in $3 seconds"
-        sleep 0.1
-    done
-}
 # start NAME COMMAND...: in the directory of NAME, its process id in $pid.
 start() {
     local name=$1
@@ -66,19 +39,11 @@ start() {
     pid=$!
     processes+=("$pid")
 }
-# stop SIGNAL PID NAME STATUS: ends it, with this status.
+# stop PID NAME STATUS: ends it as Ctrl-C does, with this status.
 stop() {
-    local deadline=$(($(date +%s) + 15)) status=0
-    kill -"$1" "$2"
-    while kill -0 "$2" 2>/dev/null; do
-        [ "$(date +%s)" -lt $deadline ] || fail "$3 did not end"
-        sleep 0.1
-    done
-    wait "$2" || status=$?
-    [ $status -eq "$4" ] || fail "$3 ended with status $status, not $4"
+    kill -INT "$1"
+    wait_end "$1" "$2" 15 "$3"
 }
-# field NAME LINE: the value of NAME=value in LINE.
-field() { sed -n "s/.* $1=\([0-9]*\).*/\1/p" <<<"$2"; }
 last() { grep -- "$2" "$work/$1.log" | tail -1; }
 
 # wait_settled NAME NUMBER: until its status line says that so many were received or lost.
@@ -97,15 +62,8 @@ start_server() {
     wait_for "$work/server.$1.log" "Server is ready" 10
 }
 
-say "Installing what is missing, and building (Release)"
-why="the installation failed"
-need "${BUILD_PACKAGES[@]}" faketime nats-server libnats-dev iproute2
-why="the build failed"
-build release VelaZceMdApi enyx-hw-c zce-board zce-recv zce-record zce-relay
-why="stopped early"
+prepare "nats-server iproute2" VelaZceMdApi enyx-hw-c zce-board zce-recv zce-record zce-relay
 
-bin=$ROOT/build/release/bin
-lib=$ROOT/build/release/lib
 config=$ROOT/examples/config
 faketime=$(find /usr/lib -name libfaketime.so.1 | head -1)
 # clocked RECORDING: the environment of a program that has the first board's clock; what it polls is
@@ -213,19 +171,19 @@ tell "somebody who comes late asks the stream for everything"
 sleep 3
 
 say "The virtual day ends"
-stop INT $board_here "the board here" 0
+stop $board_here "the board here" 0
 sleep 1
-stop INT $master_here "the publisher of channel 0" 0
-stop INT $second_here "the publisher of channel 3" 1 # it has lost some
+stop $master_here "the publisher of channel 0" 0
+stop $second_here "the publisher of channel 3" 1 # it has lost some
 taken=$(($(field taken "$(last master.here '^zce-relay publish ')") + $(field taken "$(last second.here '^zce-relay publish ')")))
 for name in late plain board.there; do
     wait_settled $name $taken
 done
-stop INT $late "the late subscriber" 1
-stop INT $plain "the subscriber without the stream" 1
-stop INT $receiver0 "the master there" 0
-stop INT $receiver3 "the second receiver there" 0
-stop INT $board_there "the board there" 0
+stop $late "the late subscriber" 1
+stop $plain "the subscriber without the stream" 1
+stop $receiver0 "the master there" 0
+stop $receiver3 "the second receiver there" 0
+stop $board_there "the board there" 0
 processes=("$server")
 
 say "Checking"

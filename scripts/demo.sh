@@ -25,54 +25,13 @@ source "$(dirname "$0")/common.sh"
 MARKET_DATA_SECONDS=${MARKET_DATA_SECONDS:-6}
 RATE=${RATE:-10000}
 
-work=$(mktemp -d "${TMPDIR:-/tmp}/zce-demo.XXXXXX")
-why="stopped early"
-processes=()
+demo=demo
+clean_up() { rm -f "/dev/shm/demo$$-zce-board.0"; } # a killed board could not
+source "$ROOT/scripts/demo-common.sh"
 
-finish() {
-    local status=$? pid
-    for pid in "${processes[@]}"; do
-        kill -KILL "$pid" 2>/dev/null && wait "$pid" 2>/dev/null || true
-    done
-    rm -f "/dev/shm/demo$$-zce-board.0" # a killed board could not
-    if [ $status -eq 0 ]; then
-        rm -rf "$work"
-    else
-        echo "demo: what each program printed is in $work"
-        printf 'demo: FAILED: %s\n' "$why"
-    fi
-    exit $status
-}
-trap finish EXIT
-trap 'why=interrupted; exit 130' INT TERM
-
-fail() {
-    why=$1
-    exit 1
-}
 jump=0 # seconds by which the virtual clock has been moved on
 virtual_now() { date -d "+$jump seconds" +%H:%M:%S; }
 tell() { printf '%s  %s\n' "$(virtual_now)" "$*"; }
-
-# wait_for FILE TEXT SECONDS: until FILE holds TEXT.
-wait_for() {
-    local deadline=$(($(date +%s) + $3))
-    until grep -qF -- "$2" "$1" 2>/dev/null; do
-        [ "$(date +%s)" -lt $deadline ] || fail "no \"$2\" in $3 seconds"
-        sleep 0.1
-    done
-}
-
-# wait_end PID NAME SECONDS: until the process has ended, and well.
-wait_end() {
-    local deadline=$(($(date +%s) + $3)) status=0
-    while kill -0 "$1" 2>/dev/null; do
-        [ "$(date +%s)" -lt $deadline ] || fail "$2 did not end"
-        sleep 0.1
-    done
-    wait "$1" || status=$?
-    [ $status -eq 0 ] || fail "$2 ended with status $status"
-}
 
 # virtual_zone HH:MM:SS: a TZ under which the local time of day is HH:MM:SS now.
 virtual_zone() {
@@ -125,9 +84,6 @@ stop_master() {
     kill -CONT $board
 }
 
-# field NAME LINE: the value of NAME=value in LINE.
-field() { sed -n "s/.* $1=\([0-9]*\).*/\1/p" <<<"$2"; }
-
 # expected RULES: of the board's instruments (index,type,name lines on standard input), the names
 # that the rules select; written apart from the library's own code.
 expected() {
@@ -143,15 +99,8 @@ expected() {
         }' | sort
 }
 
-say "Installing what is missing, and building (Release)"
-why="the installation failed"
-need "${BUILD_PACKAGES[@]}" faketime
-why="the build failed"
-build release VelaZceMdApi enyx-hw-c zce-board zce-recv zce-record ${watch:+zce-watch zce-watch-preload}
-why="stopped early"
+prepare "" VelaZceMdApi enyx-hw-c zce-board zce-recv zce-record ${watch:+zce-watch zce-watch-preload}
 
-bin=$ROOT/build/release/bin
-lib=$ROOT/build/release/lib
 export LD_LIBRARY_PATH="$(dirname "$(find /usr/lib -name libfaketime.so.1 | head -1)")${LD_LIBRARY_PATH:+:$LD_LIBRARY_PATH}"
 export ZCE_BOARD_SHM_PREFIX="demo$$-"
 TZ=$(virtual_zone 08:54:50)

@@ -175,31 +175,21 @@ size_t CRelayTraffic::Instruments(uint32_t table) const {
                       [table](const Instrument& instrument) { return instrument.table == table; }));
 }
 
-uint64_t CRelayTraffic::Sum(uint64_t (ZceRelay::CStreamOrder::*count)() const) const {
-    uint64_t sum = 0;
-    for (const ZceRelay::CStreamOrder& order : m_orders) {
-        sum += (order.*count)();
-    }
-    return sum;
-}
-
 std::string CRelayTraffic::Status() const {
-    return fmt::format(" relay={} received={} lost={} duplicates={} unheard={}",
+    ZceRelay::StreamCounts total;
+    for (const ZceRelay::CStreamOrder& order : m_orders) {
+        total += order.Counts();
+    }
+    return fmt::format(" relay={} {} unheard={}",
                        m_messages.IsConnected() ? "connected" : "not-connected",
-                       Sum(&ZceRelay::CStreamOrder::Received), Sum(&ZceRelay::CStreamOrder::Lost),
-                       Sum(&ZceRelay::CStreamOrder::Duplicates), m_unheard);
+                       ZceRelay::CountsText(total), m_unheard);
 }
 
 std::string CRelayTraffic::LastWords() const {
     std::string words;
     for (size_t channel = 0; channel < m_orders.size(); ++channel) {
-        const ZceRelay::CStreamOrder& order = m_orders[channel];
-        if (order.Sessions() != 0) {
-            words += fmt::format(
-                "relay channel={} received={} lost={} duplicates={} first={} last={} sessions={} "
-                "other-publisher={}\n",
-                channel, order.Received(), order.Lost(), order.Duplicates(), order.First(),
-                order.Last(), order.Sessions(), order.Others());
+        if (m_orders[channel].Sessions() != 0) {
+            words += fmt::format("relay channel={} {}\n", channel, m_orders[channel].Text());
         }
     }
     return words + fmt::format("relay unheard={} connects={} instruments={}\n", m_unheard,

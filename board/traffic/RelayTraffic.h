@@ -65,7 +65,6 @@ class CRelayTraffic : public CTraffic {
     bool TakeNext();
     void Renumber(uint32_t opening);
     bool Send(CBoard& board);
-    uint64_t Sum(uint64_t (ZceRelay::CStreamOrder::*count)() const) const;
 
     ZceRelay::CReceivedMessages& m_messages;
     std::string m_server;

@@ -5,16 +5,15 @@
 
 #include <cerrno>
 #include <cstring>
-#include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "ZceBoardMsg.h"
 #include "captureBytes.h"
+#include "channelFixture.h"
 #include "nanoseconds.h"
 #include "process/BoardLoop.h"
-#include "tests/memory/boardFixture.h"
 
 namespace boardtest {
 
@@ -33,7 +32,7 @@ std::string Quote(uint64_t number, char fill = 'a', size_t size = 136) {
     return Little(17, 4) + Little(3, 2) + Little(size, 2) + Little(0, 4) + body;
 }
 
-class Relaying : public BoardFixture {
+class Relaying : public ChannelFixture {
   protected:
     explicit Relaying(bool bStream = false)
         : m_traffic(m_messages, "nats://a:1", {4 * SECOND, 60 * SECOND}, bStream) {
@@ -55,28 +54,9 @@ class Relaying : public BoardFixture {
         head.size = static_cast<uint32_t>(bytes.size());
         ASSERT_TRUE(m_messages.Put(head, reinterpret_cast<const unsigned char*>(bytes.data())));
     }
-    void OpenChannel(uint32_t channel) {
-        const ZceBoard::RingView ring = ViewOf(m_memory->Shm().a2c[channel]);
-        m_holders[channel] = std::make_unique<ZceBoard::CBoardFile>();
-        EXPECT_EQ(m_memory->Reopen(*m_holders[channel]), 0);
-        EXPECT_EQ(m_holders[channel]->Lock(ZceBoard::LOCK_A2C_FIRST + channel), 0);
-        m_generations[channel] = OpenRing(ring, true);
-        m_consumers[channel] = ZceBoard::CRingConsumer(ring, m_generations[channel]);
-    }
-    void CloseChannel(uint32_t channel) {
-        CloseRing(ViewOf(m_memory->Shm().a2c[channel]), m_generations[channel]);
-        m_holders.erase(channel);
-    }
     void Pass(int64_t ns = MS, int64_t wallSeconds = TRADING) {
         m_realNs += ns;
         m_loop->Pass({wallSeconds * SECOND + m_realNs, m_realNs});
-    }
-    std::vector<std::string> Drain(uint32_t channel) {
-        std::vector<std::string> messages;
-        while (m_consumers[channel].PollOnce([&messages](const unsigned char* data, uint32_t len) {
-            messages.emplace_back(reinterpret_cast<const char*>(data), len);
-        }) == 1) {}
-        return messages;
     }
     // The sequence numbers in the bodies that have arrived.
     std::vector<uint64_t> Numbers() {
@@ -101,12 +81,8 @@ class Relaying : public BoardFixture {
 
     ZceRelay::CReceivedMessages m_messages{1 << 20};
     ZceBoard::CRelayTraffic m_traffic;
-    std::unique_ptr<ZceBoard::CBoardMemory> m_memory;
     std::unique_ptr<ZceBoard::CBoard> m_board;
     std::unique_ptr<ZceBoard::CBoardLoop> m_loop;
-    std::map<uint32_t, std::unique_ptr<ZceBoard::CBoardFile>> m_holders;
-    std::map<uint32_t, uint32_t> m_generations;
-    std::map<uint32_t, ZceBoard::CRingConsumer> m_consumers;
     int64_t m_realNs = 5 * SECOND;
 };
 

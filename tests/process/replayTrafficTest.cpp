@@ -3,15 +3,14 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
-#include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "captureBytes.h"
+#include "channelFixture.h"
 #include "nanoseconds.h"
 #include "process/BoardLoop.h"
-#include "tests/memory/boardFixture.h"
 
 namespace boardtest {
 
@@ -38,7 +37,7 @@ std::string MapPacket() {
     return Little(2, 4) + Little(0, 8) + Big(first.size() + second.size(), 2) + first + second;
 }
 
-class Replaying : public BoardFixture {
+class Replaying : public ChannelFixture {
   protected:
     Replaying() {
         setenv("TZ", "UTC", 1);
@@ -69,39 +68,19 @@ class Replaying : public BoardFixture {
         ASSERT_TRUE(m_traffic->Open(m_error)) << m_error;
         m_loop = std::make_unique<ZceBoard::CBoardLoop>(*m_board, *m_traffic, 0);
     }
-    void OpenChannel(uint32_t channel) {
-        const ZceBoard::RingView ring = ViewOf(m_memory->Shm().a2c[channel]);
-        m_holders[channel] = std::make_unique<ZceBoard::CBoardFile>();
-        EXPECT_EQ(m_memory->Reopen(*m_holders[channel]), 0);
-        EXPECT_EQ(m_holders[channel]->Lock(ZceBoard::LOCK_A2C_FIRST + channel), 0);
-        const uint32_t generation = OpenRing(ring, true);
-        m_generations[channel] = generation;
-        m_consumers[channel] = ZceBoard::CRingConsumer(ring, generation);
-    }
     void Pass(int64_t ns) {
         for (int64_t left = ns; left >= 0; left -= MS) {
             m_loop->Pass({0, m_realNs});
             m_realNs += left != 0 ? MS : 0;
         }
     }
-    std::vector<std::string> Drain(uint32_t channel) {
-        std::vector<std::string> messages;
-        while (m_consumers[channel].PollOnce([&messages](const unsigned char* data, uint32_t len) {
-            messages.emplace_back(reinterpret_cast<const char*>(data), len);
-        }) == 1) {}
-        return messages;
-    }
 
     std::string m_path;
     std::string m_error;
     ZceBoard::CaptureSummary m_summary;
-    std::unique_ptr<ZceBoard::CBoardMemory> m_memory;
     std::unique_ptr<ZceBoard::CBoard> m_board;
     std::unique_ptr<ZceBoard::CReplayTraffic> m_traffic;
     std::unique_ptr<ZceBoard::CBoardLoop> m_loop;
-    std::map<uint32_t, std::unique_ptr<ZceBoard::CBoardFile>> m_holders;
-    std::map<uint32_t, uint32_t> m_generations;
-    std::map<uint32_t, ZceBoard::CRingConsumer> m_consumers;
     int64_t m_realNs = 5 * SECOND;
 };
 
@@ -192,7 +171,7 @@ TEST_F(Replaying, WhatNobodyIsThereToReceiveIsCounted) {
     OpenChannel(0);
     OpenChannel(3);
     Pass(50 * MS);
-    CloseRing(ViewOf(m_memory->Shm().a2c[3]), m_generations[3]);
+    CloseChannel(3);
     Pass(SECOND);
     EXPECT_EQ(Drain(0).size(), 2U);
     Pass(0);

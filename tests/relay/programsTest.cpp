@@ -47,7 +47,8 @@ TEST_F(RelayServer, TheProgramsBringACaptureFromABoardToAFile) {
         " subscribe --capture out.pcap --seconds 60" + server +
         " >sub.out 2>sub.err & sub=$!; while ! grep -q connected " + (m_folder / "sub.err") +
         "; do sleep 0.05; done; cd " + m_folder.path() + " && " + ZCE_BOARD_PROGRAM +
-        " --replay in.pcap --speed max -- " + relay + " publish channel3.ini --nap 100" + server +
+        " --replay in.pcap --speed max -- " + relay + " publish channel3.ini --ring 1 --nap 100" +
+        server +
         " >pub.out 2>pub.err; echo publish=$?; kill -INT $sub; wait $sub; echo subscribe=$?";
     const velatest::ProgramRun ran(run);
     EXPECT_EQ(ran.text, "publish=0\nsubscribe=0\n")
@@ -87,10 +88,14 @@ TEST_F(RelayServer, TheProgramSaysWhatIsWrong) {
     EXPECT_EQ(run("publish " + (m_folder / "c.ini") + " --body-size 16=5"),
               "2 zce-relay: --body-size 16=5: a type from 17 to 20 and 1 to 2036 bytes are needed, "
               "like 17=136\n");
+    EXPECT_THAT(run("publish /none.ini --stream ZCE --stream-hours 1000001"),
+                StartsWith("2 zce-relay publish: --stream-hours: "));
     EXPECT_EQ(run("subscribe --check --server nats://a:b@c:1"),
               "2 zce-relay: --server: a user, a password or a token does not belong into an "
               "address, which is told in messages: use the keys user, password and token of the "
               "settings file\n");
+    EXPECT_THAT(run("subscribe --check --server ''"),
+                StartsWith("2 zce-relay: --server: \"\" is no address: "));
     EXPECT_THAT(run("subscribe"), StartsWith("2 zce-relay subscribe: "));
     EXPECT_THAT(run("subscribe --check --from-start"), StartsWith("2 zce-relay subscribe: "));
     EXPECT_EQ(run("subscribe --check --stream ZCE --since 25:00"),

@@ -1,6 +1,7 @@
 // What the polling thread puts into the ring, and what of it is only counted.
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <cstdint>
 #include <string>
@@ -49,6 +50,24 @@ TEST(RelayRing, AMessageComesOutAsItWentInAndAFullRingIsCounted) {
         taken.Take(19, 400, Data(large), static_cast<uint32_t>(large.size()));
         EXPECT_FALSE(taken.Next(head, body));
     }
+}
+
+TEST(RelayRing, ThePollingThreadHasNoPageFaultsOfAFreshRing) {
+    constexpr size_t bytes = size_t{8} << 20U;  // four large pages, where there are such
+    CTakenMessages taken(bytes);
+    const std::string body(2000, 'x');
+    const auto faults = [] {
+        rusage usage{};
+        getrusage(RUSAGE_THREAD, &usage);
+        return usage.ru_minflt;
+    };
+    taken.Take(17, 0, Data(body), 2000);
+    const long before = faults();
+    while (taken.Lost() == 0) {
+        taken.Take(17, 0, Data(body), 2000);
+    }
+    EXPECT_LT(faults() - before, 4);
+    EXPECT_EQ(taken.Counted(), bytes / (sizeof(TakenHead) + body.size()) + 1);
 }
 
 TEST(RelayRing, TwoThreadsLoseNothingButWhatIsCounted) {

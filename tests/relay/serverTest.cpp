@@ -320,6 +320,131 @@ TEST_F(RelayServer, AStreamThatTheServerDoesNotHaveIsTold) {
                                           "leave --stream out; tried again and again"));
 }
 
+// A stream that does not take the subjects: the test answers the publisher's questions itself.
+TEST_F(RelayServer, WhatWasAskedBeforeARefusalConfirmsNothing) {
+    Start();
+    natsConnection* other = nullptr;
+    natsSubscription* marks = nullptr;
+    jsCtx* js = nullptr;
+    jsStreamInfo* info = nullptr;
+    ASSERT_EQ(natsConnection_ConnectTo(&other, Url().c_str()), NATS_OK);
+    ASSERT_EQ(natsConnection_JetStream(&js, other, nullptr), NATS_OK);
+    const char* subjects[] = {"other"};
+    jsStreamConfig config;
+    jsStreamConfig_Init(&config);
+    config.Name = "OTHER";
+    config.Subjects = subjects;
+    config.SubjectsLen = 1;
+    ASSERT_EQ(js_AddStream(&info, js, &config, nullptr, nullptr), NATS_OK);
+    jsStreamInfo_Destroy(info);
+    jsCtx_Destroy(js);
+    ASSERT_EQ(natsConnection_SubscribeSync(&marks, other, "zce.0.3.mark"), NATS_OK);
+    natsConnection_FlushTimeout(other, 2000);
+    CPublisher publisher(To(), Channel3("OTHER"), Into(m_published));
+    std::string error;
+    ASSERT_TRUE(publisher.Prepare(error)) << error;
+    CTakenMessages taken(1 << 16);
+    const auto nextReply = [&] {
+        natsMsg* mark = nullptr;
+        EXPECT_TRUE(Until([&] {
+            publisher.Pass(taken);
+            return natsSubscription_NextMsg(&mark, marks, 1) == NATS_OK;
+        }));
+        std::string reply = mark != nullptr ? natsMsg_GetReply(mark) : "";
+        natsMsg_Destroy(mark);
+        return reply;
+    };
+    TakeMessages(taken, 1, 1);
+    const std::string first = nextReply();
+    TakeMessages(taken, 2, 2);
+    const std::string second = nextReply();
+    natsConnection_PublishString(other, first.c_str(), "{\"error\":{\"code\":503}}");
+    ASSERT_TRUE(Until([&] {
+        publisher.Pass(taken);
+        return m_published.size() == 2;
+    }));
+    EXPECT_THAT(m_published[1],
+                HasSubstr("stream OTHER: messages are not taken: {\"error\":{\"code\":503}}"));
+    natsConnection_PublishString(other, second.c_str(), "{\"stream\":\"OTHER\",\"seq\":1}");
+    natsConnection_FlushTimeout(other, 2000);
+    const std::string third = nextReply();
+    EXPECT_EQ(publisher.Counts().resent, 2U);
+    publisher.Pass(taken);
+    EXPECT_EQ(publisher.Counts().confirmed, 0U);
+    natsConnection_PublishString(other, third.c_str(), "{\"stream\":\"OTHER\",\"seq\":2}");
+    EXPECT_TRUE(Until([&] {
+        publisher.Pass(taken);
+        return publisher.IsDone(taken);
+    }));
+    EXPECT_EQ(publisher.Counts().confirmed, 2U);
+    natsSubscription_Destroy(marks);
+    natsConnection_Destroy(other);
+}
+
+TEST_F(RelayServer, WhatAUserMayNotPublishIsNotConfirmedAndWhatHeMayNotReadIsTold) {
+    Start(
+        "authorization { users: [ { user: a, password: a, permissions: { publish: [\"_INBOX.>\"], "
+        "subscribe: [\"_INBOX.>\", \"zce-wanted.*\"] } } ] }\n");
+    Settings settings = To();
+    settings.user = "a";
+    settings.password = "a";
+    CPublisher publisher(settings, Channel3(), Into(m_published));
+    SubscribeOptions what;
+    what.bus = 0;
+    CSubscriber subscriber(settings, what, Into(m_subscribed));
+    std::string error;
+    ASSERT_TRUE(publisher.Prepare(error) && subscriber.Prepare(error)) << error;
+    CTakenMessages taken(1 << 16);
+    TakeMessages(taken, 1, 10);
+    Incoming incoming;
+    ASSERT_TRUE(Until([&] {
+        publisher.Pass(taken);
+        EXPECT_FALSE(subscriber.Next(incoming, 1));
+        return publisher.Counts().published == 10 && !m_subscribed.empty();
+    }));
+    EXPECT_EQ(m_subscribed[0], Url() +
+                                   ": not connected: Permissions Violation for Subscription to "
+                                   "\"zce.0.>\"; tried again and again");
+    const auto begin = std::chrono::steady_clock::now();
+    ASSERT_TRUE(Until([&] {  // many questions, 20 ms between them
+        publisher.Pass(taken);
+        return std::chrono::steady_clock::now() - begin > milliseconds(300);
+    }));
+    EXPECT_EQ(publisher.Counts().confirmed, 0U);
+    EXPECT_FALSE(publisher.IsDone(taken));
+
+    std::vector<std::string> told;
+    CPublisher streaming(settings, Channel3("ZCE"), Into(told));
+    ASSERT_TRUE(streaming.Prepare(error)) << error;
+    ASSERT_TRUE(Until([&] {
+        streaming.Pass(taken);
+        return !told.empty();
+    }));
+    EXPECT_EQ(told[0], Url() +
+                           ": not connected: stream ZCE: Permissions Violation for Publish to "
+                           "\"$JS.API.STREAM.INFO.ZCE\"; tried again and again");
+}
+
+TEST_F(RelayServer, AListThatTheServerDoesNotTakeHoldsNothingUp) {
+    Start("max_payload: 1024\n");
+    CPublisher publisher(To(), Channel3(), Into(m_published));
+    std::string error;
+    ASSERT_TRUE(publisher.Prepare(error)) << error;
+    CTakenMessages taken(1 << 16);
+    publisher.SetInstruments(std::string(1025, 'x'));
+    TakeMessages(taken, 1, 10);
+    EXPECT_TRUE(Until([&] {
+        publisher.Pass(taken);
+        return publisher.IsDone(taken);
+    }));
+    EXPECT_EQ(publisher.Counts().confirmed, 10U);
+    EXPECT_THAT(
+        m_published,
+        ElementsAre(Url() + ": connected",
+                    Url() + ": the instrument list, 1025 bytes, is not published: the server's "
+                            "max_payload is 1024"));
+}
+
 TEST_F(RelayServer, AReceiverPutsTheBoardsHeadInFrontAndAsksUntilThereIsAList) {
     Start();
     CReceivedMessages messages(1 << 20);

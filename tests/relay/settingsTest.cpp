@@ -85,6 +85,12 @@ TEST_F(RelaySettings, AreRefusedWithFileKeyAndReason) {
         "relay.ini: [nats] server: \"a b\" is no address: nats://HOST:PORT is needed, several "
         "of a cluster with commas between");
     std::string error;
+    for (const std::string server : {"", ",", "nats://a:1,", "nats://a:1,,nats://b:2", "a,b c"}) {
+        EXPECT_FALSE(TakeServer(server, m_settings, error)) << server;
+        EXPECT_EQ(error, "\"" + server +
+                             "\" is no address: nats://HOST:PORT is needed, several of a cluster "
+                             "with commas between");
+    }
     EXPECT_FALSE(ReadSettings(m_folder / "none.ini", m_settings, error));
     EXPECT_EQ(error, (m_folder / "none.ini") + ": No such file or directory");
     error.clear();

@@ -4,10 +4,12 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "relay/InstrumentLines.h"
 #include "relay/Order.h"
+#include "relay/Subscriber.h"
 #include "relay/Wire.h"
 
 namespace ZceRelay {
@@ -74,6 +76,23 @@ TEST(RelayWire, ASequenceIsThreeNumbers) {
     for (const char* text : {"", " 1", "1 ", "-1", "1.5", "9223372036854775808"}) {
         EXPECT_EQ(ReadTime(text), std::nullopt) << text;
     }
+}
+
+TEST(RelayWire, AStreamsMessageTellsItsPlaceByItsReply) {
+    EXPECT_EQ(StreamPlace("$JS.ACK.ZCE.kx1.1.4711.12.1763800000123456789.0"), 4711U);
+    // Of a server with a domain: it and the account stand in front.
+    EXPECT_EQ(StreamPlace("$JS.ACK.hub.ACC1.ZCE.kx1.1.4711.12.1763800000123456789.0.r1"), 4711U);
+    for (const char* reply : {"", "_INBOX.x.y", "$JS.ACK.ZCE.kx1.1.4711.12.1763800000123456789",
+                              "$JS.NAK.ZCE.kx1.1.4711.12.1763800000123456789.0"}) {
+        EXPECT_EQ(StreamPlace(reply), 0U) << reply;
+    }
+}
+
+TEST(RelayWire, AnEmptyWordIsAWordToo) {
+    using Words = std::vector<std::string_view>;
+    EXPECT_EQ(SplitText("nats://a:1,nats://b:2", ','), (Words{"nats://a:1", "nats://b:2"}));
+    EXPECT_EQ(SplitText(",x,", ','), (Words{"", "x", ""}));
+    EXPECT_EQ(SplitText("", ','), (Words{""}));
 }
 
 Sequence At(uint64_t session, uint64_t number) {

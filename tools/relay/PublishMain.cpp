@@ -1,15 +1,17 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
-#include <csignal>
+#include <chrono>
 #include <cstdio>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "IVelaZceMdApi.h"
 #include "program/Program.h"
 #include "relay-tool/Commands.h"
+#include "relay-tool/Ending.h"
 #include "relay-tool/Feed.h"
 #include "relay-tool/PublishRun.h"
 #include "relay-tool/ServerOptions.h"
@@ -20,7 +22,8 @@ namespace {
 
 constexpr size_t MIB = size_t{1} << 20U;
 constexpr int64_t NS_PER_HOUR = 3600LL * 1'000'000'000;
-constexpr const char* CACHE_FILE = "bin";  // which the library writes as the master
+constexpr uint32_t MOST_HOURS = 1'000'000;  // a hundred years: more are no number of ns
+constexpr const char* CACHE_FILE = "bin";   // which the library writes as the master
 constexpr int64_t NS_PER_US = 1000;
 
 struct Words {
@@ -47,6 +50,7 @@ void Describe(CLI::App& app, Words& words) {
     app.add_option("--stream-hours", words.streamHours,
                    "How long a stream that is made keeps a message; 0: for good")
         ->needs(stream)
+        ->check(CLI::Range(0U, MOST_HOURS))
         ->capture_default_str();
     app.add_option("--stream-mib", words.streamMib,
                    "How many MiB it keeps, the oldest messages going first; 0: all")
@@ -74,17 +78,10 @@ void Describe(CLI::App& app, Words& words) {
     app.add_flag("--quiet", words.bQuiet, "No status line each second");
 }
 
-volatile std::sig_atomic_t g_bStop = 0;
-
-void OnSignal(int /*signal*/) {
-    g_bStop = 1;
-}
-
 void Poll(IVelaZceMdApi& api, uint32_t napUs) {
     // From the first message on the library has both signals, and VelaRecv returns -1 then.
-    std::signal(SIGINT, OnSignal);
-    std::signal(SIGTERM, OnSignal);
-    while (g_bStop == 0) {
+    CatchSignals();
+    while (!IsStopped()) {
         const int got = api.VelaRecv();
         if (got == -1) {
             return;
@@ -93,11 +90,6 @@ void Poll(IVelaZceMdApi& api, uint32_t napUs) {
             std::this_thread::sleep_for(std::chrono::microseconds(napUs));
         }
     }
-}
-
-int NotDone(const std::string& reason) {
-    TellError(reason);
-    return ZceProgram::EXIT_NOT_DONE;
 }
 
 }  // namespace
@@ -160,7 +152,7 @@ int PublishMain(int argc, const char* const* argv) {
     if (started != 0) {
         return NotDone("the library's log service could not be started");
     }
-    fmt::print("{}", publishing.LastLine());
+    fputs(publishing.LastLine().c_str(), stdout);
     return publishing.IsAllOut() ? ZceProgram::EXIT_FINE : EXIT_LOST;
 }
 

@@ -4,7 +4,8 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstdio>
+
+#include "relay-tool/Ending.h"
 
 namespace ZceRelay {
 
@@ -59,11 +60,10 @@ void CPublishRun::EverySecond(int64_t nowNs) {
         m_publisher.SetInstruments(m_instruments.List());
     }
     if (m_options.bStatus) {
-        fmt::print("zce-relay status {} {} taken={} confirmed={} ring-full={} resent={}\n",
-                   m_options.name, m_publisher.IsConnected() ? "connected" : "not-connected",
-                   m_taken.Counted(), m_publisher.Counts().confirmed, m_taken.Lost(),
-                   m_publisher.Counts().resent);
-        fflush(stdout);
+        TellStatus(fmt::format(
+            "zce-relay status {} {} taken={} confirmed={} ring-full={} resent={}\n", m_options.name,
+            m_publisher.IsConnected() ? "connected" : "not-connected", m_taken.Counted(),
+            m_publisher.Counts().confirmed, m_taken.Lost(), m_publisher.Counts().resent));
     }
 }
 

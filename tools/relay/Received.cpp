@@ -21,15 +21,6 @@ ZceCapturePrefix_t PrefixOf(const Incoming& incoming, const CStreamOrder& order)
     return prefix;
 }
 
-uint64_t SumOf(const std::map<std::pair<uint16_t, uint16_t>, CStreamOrder>& streams,
-               uint64_t (CStreamOrder::*count)() const) {
-    uint64_t sum = 0;
-    for (const auto& [place, order] : streams) {
-        sum += (order.*count)();
-    }
-    return sum;
-}
-
 }  // namespace
 
 bool CReceived::OpenCapture(const std::string& path, std::string& error) {
@@ -87,32 +78,27 @@ bool CReceived::Flush(std::string& error) {
     return m_capture == nullptr || m_capture->Flush(error);
 }
 
-uint64_t CReceived::Received() const {
-    return SumOf(m_streams, &CStreamOrder::Received);
-}
-
 uint64_t CReceived::Lost() const {
-    return SumOf(m_streams, &CStreamOrder::Lost);
+    return Total().lost;
 }
 
-uint64_t CReceived::Duplicates() const {
-    return SumOf(m_streams, &CStreamOrder::Duplicates);
+StreamCounts CReceived::Total() const {
+    StreamCounts total;
+    for (const auto& [place, order] : m_streams) {
+        total += order.Counts();
+    }
+    return total;
 }
 
 std::string CReceived::StatusLine() const {
-    return fmt::format("zce-relay status received={} lost={} duplicates={}", Received(), Lost(),
-                       Duplicates());
+    return "zce-relay status " + CountsText(Total());
 }
 
 std::string CReceived::Lines() const {
     std::string lines;
     for (const auto& [place, order] : m_streams) {
-        fmt::format_to(std::back_inserter(lines),
-                       "zce-relay subscribe bus={} channel={} received={} lost={} duplicates={} "
-                       "first={} last={} sessions={} other-publisher={}\n",
-                       place.first, place.second, order.Received(), order.Lost(),
-                       order.Duplicates(), order.First(), order.Last(), order.Sessions(),
-                       order.Others());
+        fmt::format_to(std::back_inserter(lines), "zce-relay subscribe bus={} channel={} {}\n",
+                       place.first, place.second, order.Text());
     }
     return lines;
 }

@@ -27,11 +27,10 @@ class CReceived {
     std::string Lines() const;
     // One line for all.
     std::string StatusLine() const;
-    uint64_t Received() const;
     uint64_t Lost() const;
-    uint64_t Duplicates() const;
 
   private:
+    StreamCounts Total() const;
     void WriteMessage(const Incoming& incoming, const CStreamOrder& order);
     void WriteLost(const Incoming& incoming, const CStreamOrder& order);
 

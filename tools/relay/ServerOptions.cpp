@@ -1,9 +1,6 @@
 #include "relay-tool/ServerOptions.h"
 
 #include <CLI/CLI.hpp>
-#include <cstdio>
-
-#include "program/Printable.h"
 
 namespace ZceRelay {
 
@@ -20,19 +17,12 @@ bool SettingsOf(const ServerOptions& options, Settings& settings, std::string& e
     if (!options.settingsFile.empty() && !ReadSettings(options.settingsFile, settings, error)) {
         return false;
     }
-    if (options.server.empty()) {
-        return true;
-    }
     std::string why;
-    if (!TakeServer(options.server, settings, why)) {
+    if (options.server && !TakeServer(*options.server, settings, why)) {
         error = "--server: " + why;
         return false;
     }
     return true;
-}
-
-void TellError(const std::string& line) {
-    fprintf(stderr, "zce-relay: %s\n", ZceProgram::Printable(line).c_str());
 }
 
 }  // namespace ZceRelay

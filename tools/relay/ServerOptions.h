@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "relay/Settings.h"
@@ -12,15 +13,12 @@ namespace ZceRelay {
 
 // The options that say which server, alike for all commands.
 struct ServerOptions {
-    std::string server;
+    std::optional<std::string> server;
     std::string settingsFile;
 };
 
 void AddServerOptions(CLI::App& app, ServerOptions& options);
 // What they and the file say together; false with the reason.
 bool SettingsOf(const ServerOptions& options, Settings& settings, std::string& error);
-
-// A line on standard error, with the program's name in front; any thread.
-void TellError(const std::string& line);
 
 }  // namespace ZceRelay

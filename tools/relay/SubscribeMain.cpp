@@ -2,7 +2,6 @@
 
 #include <CLI/CLI.hpp>
 #include <chrono>
-#include <csignal>
 #include <cstdio>
 #include <ctime>
 #include <optional>
@@ -11,6 +10,7 @@
 #include "program/Moment.h"
 #include "program/Program.h"
 #include "relay-tool/Commands.h"
+#include "relay-tool/Ending.h"
 #include "relay-tool/Received.h"
 #include "relay-tool/ServerOptions.h"
 
@@ -77,24 +77,13 @@ std::optional<int64_t> SinceNs(const std::string& text) {
     return static_cast<int64_t>(mktime(&then)) * NS_PER_SECOND;
 }
 
-volatile std::sig_atomic_t g_bStop = 0;
-
-void OnSignal(int /*signal*/) {
-    g_bStop = 1;
-}
-
-int NotDone(const std::string& reason) {
-    TellError(reason);
-    return ZceProgram::EXIT_NOT_DONE;
-}
-
 // Until a signal, or so many seconds. False, with the reason, if the capture takes nothing more.
 bool Receive(CSubscriber& subscriber, CReceived& received, const Words& words, std::string& error) {
     const int64_t beginNs = NowNs();
     const int64_t endNs = beginNs + words.seconds * NS_PER_SECOND;
     int64_t nextSecondNs = beginNs + NS_PER_SECOND;
     Incoming incoming;
-    for (int64_t nowNs = beginNs; g_bStop == 0 && (words.seconds == 0 || nowNs < endNs);
+    for (int64_t nowNs = beginNs; !IsStopped() && (words.seconds == 0 || nowNs < endNs);
          nowNs = NowNs()) {
         if (subscriber.Next(incoming, WAIT_MS)) {
             received.Take(incoming);
@@ -107,9 +96,8 @@ bool Receive(CSubscriber& subscriber, CReceived& received, const Words& words, s
             return false;
         }
         if (!words.bQuiet) {
-            fmt::print("{} {}\n", received.StatusLine(),
-                       subscriber.IsConnected() ? "connected" : "not-connected");
-            fflush(stdout);
+            TellStatus(fmt::format("{} {}\n", received.StatusLine(),
+                                   subscriber.IsConnected() ? "connected" : "not-connected"));
         }
     }
     return received.Flush(error);
@@ -150,11 +138,12 @@ int SubscribeMain(int argc, const char* const* argv) {
     if (!words.capture.empty() && !received.OpenCapture(words.capture, error)) {
         return NotDone(fmt::format("{}: {}", words.capture, error));
     }
-    std::signal(SIGINT, OnSignal);
-    std::signal(SIGTERM, OnSignal);
+    CatchSignals();
     const bool bWritten = Receive(subscriber, received, words, error);
-    fmt::print("{}{} foreign={} connects={}\n", received.Lines(), received.StatusLine(),
-               subscriber.Foreign(), subscriber.Connects());
+    fputs(fmt::format("{}{} foreign={} connects={}\n", received.Lines(), received.StatusLine(),
+                      subscriber.Foreign(), subscriber.Connects())
+              .c_str(),
+          stdout);
     if (!bWritten) {
         return NotDone(fmt::format("{}: {}", words.capture, error));
     }

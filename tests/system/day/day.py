@@ -68,8 +68,6 @@ class Day:
                                         environment)
         self.sent = {channel: 0 for channel in CHANNELS.values()}  # by boards that have ended
         self.dropped = dict(self.sent)
-        self.received = dict(self.sent)
-        self.gaps = dict(self.sent)
 
     def _write(self, name, text):
         with open(os.path.join(self.root, name), "w", encoding="ascii") as file:
