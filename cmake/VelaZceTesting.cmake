@@ -14,10 +14,11 @@ endif()
 target_link_libraries(velazce_test_flags_once INTERFACE velazce_test_flags)
 
 # Quick: what most tests include is read once for a whole build instead of once for each file, and the
-# files of a program are compiled eight at a time. A test includes what it uses all the same, and two
+# files of a program are compiled sixteen at a time. A test includes what it uses all the same, and two
 # files of a program have no name in common: the builds without it find what is missing.
 option(VELAZCE_QUICK_TESTS "Compile the tests together, with precompiled headers" OFF)
 set(CMAKE_UNITY_BUILD ${VELAZCE_QUICK_TESTS})
+set(CMAKE_UNITY_BUILD_BATCH_SIZE 16)
 if(VELAZCE_QUICK_TESTS)
   add_library(velazce_test_pch OBJECT ${PROJECT_SOURCE_DIR}/tests/support/precompiled.cpp)
   target_link_libraries(velazce_test_pch PRIVATE velazce_test_flags_once)

@@ -24,17 +24,17 @@ using velatest::LogCapture;
 using velatest::TempDir;
 using Table = velatest::FakeDrv::Table;
 
-constexpr unsigned int today = 20261120;
+constexpr unsigned int recoveryDay = 20261120;
 
 // A recovery in a working directory of its own, on the morning of a trading day.
 struct RecoverRig : ContractRig {
     RecoverRig() : dir(TempDir::Enter::yes) {
         Drv().Record(false);
-        Drv().SetReg(0x106, today);
+        Drv().SetReg(0x106, recoveryDay);
         SetTimes(100000, 100000);
     }
     void SetTimes(unsigned int now, unsigned int boardTime) {
-        FakeClock::Set(today, now);
+        FakeClock::Set(recoveryDay, now);
         Drv().SetReg(0x104, boardTime);
     }
     void SetReseted(bool reseted) { velatest::OpenFpgaServ::m_bReseted = reseted; }
