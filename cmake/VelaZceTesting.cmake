@@ -18,7 +18,6 @@ target_link_libraries(velazce_test_flags_once INTERFACE velazce_test_flags)
 # files of a program have no name in common: the builds without it find what is missing.
 option(VELAZCE_QUICK_TESTS "Compile the tests together, with precompiled headers" OFF)
 set(CMAKE_UNITY_BUILD ${VELAZCE_QUICK_TESTS})
-set(CMAKE_UNITY_BUILD_BATCH_SIZE 16)
 if(VELAZCE_QUICK_TESTS)
   add_library(velazce_test_pch OBJECT ${PROJECT_SOURCE_DIR}/tests/support/precompiled.cpp)
   target_link_libraries(velazce_test_pch PRIVATE velazce_test_flags_once)

@@ -11,7 +11,7 @@ namespace ZceBoard {
 namespace {
 
 constexpr uint32_t MAX_NUMBER = 0xFFFFFFFF;
-constexpr std::string_view BLANKS = " \t\r\n";
+constexpr std::string_view LINE_BLANKS = " \t\r\n";
 
 // One key that a kind takes, and where its number goes.
 struct Key {
@@ -128,9 +128,9 @@ bool ParseFault(const std::vector<std::string>& words, FaultSetting& setting, st
 
 bool ParseFault(std::string_view text, FaultSetting& setting, std::string& error) {
     std::vector<std::string> words;
-    for (size_t at = text.find_first_not_of(BLANKS); at != std::string_view::npos;
-         at = text.find_first_not_of(BLANKS, at)) {
-        const size_t end = std::min(text.find_first_of(BLANKS, at), text.size());
+    for (size_t at = text.find_first_not_of(LINE_BLANKS); at != std::string_view::npos;
+         at = text.find_first_not_of(LINE_BLANKS, at)) {
+        const size_t end = std::min(text.find_first_of(LINE_BLANKS, at), text.size());
         words.emplace_back(text.substr(at, end - at));
         at = end;
     }
