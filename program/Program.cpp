@@ -1,14 +1,10 @@
 #include "program/Program.h"
 
-#include <CLI/CLI.hpp>
-#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <exception>
-#include <sstream>
-#include <vector>
 
 #ifndef VELAZCE_VERSION
 #error "the build gives the version"
@@ -18,39 +14,6 @@ namespace ZceProgram {
 
 std::string VersionText(const std::string& name) {
     return name + " " VELAZCE_VERSION;
-}
-
-namespace {
-
-// A misspelt option leaves the one that was meant missing: what is missing is asked for first, and
-// the misspelt one is what helps. CLI11 tells the arguments from the last to the first.
-std::string ReasonOf(const CLI::App& app, const CLI::ParseError& error) {
-    const int code = error.get_exit_code();
-    std::vector<std::string> unknown = app.remaining(true);
-    if (unknown.empty() || (code != static_cast<int>(CLI::ExitCodes::RequiredError) &&
-                            code != static_cast<int>(CLI::ExitCodes::ExtrasError))) {
-        return error.what();
-    }
-    std::reverse(unknown.begin(), unknown.end());
-    return CLI::ExtrasError(unknown).what();
-}
-
-}  // namespace
-
-std::optional<int> ReadCommandLine(CLI::App& app, int argc, const char* const* argv) {
-    const std::string name = app.get_name();
-    app.set_version_flag("--version", VersionText(name), "Print the version, and end");
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::Success& answered) {
-        std::ostringstream output;
-        app.exit(answered, output, output);
-        return WriteOutput(name, output.str(), EXIT_FINE);
-    } catch (const CLI::ParseError& error) {
-        fprintf(stderr, "%s: %s\n", name.c_str(), ReasonOf(app, error).c_str());
-        return EXIT_NOT_DONE;
-    }
-    return std::nullopt;
 }
 
 namespace {

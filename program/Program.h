@@ -1,13 +1,8 @@
 #pragma once
 
-#include <optional>
 #include <string>
 
-namespace CLI {
-class App;
-}
-
-// What every program of this project does alike on its command line and at its end.
+// What every program of this project does alike: its version, and its end.
 namespace ZceProgram {
 
 constexpr int EXIT_FINE = 0;
@@ -15,11 +10,6 @@ constexpr int EXIT_NOT_DONE = 2;  // a usage error, and whatever could not be do
 
 // "NAME 3.10.0", as --version prints it.
 std::string VersionText(const std::string& name);
-
-// Adds --version to `app` and reads the command line. Nothing if the program is to go on; else its
-// exit status: --help and --version were answered, or a usage error is told on standard error in
-// one line, "NAME: REASON", which says which argument is wrong.
-std::optional<int> ReadCommandLine(CLI::App& app, int argc, const char* const* argv);
 
 // For the end of a program: `status`, or EXIT_NOT_DONE with a line "NAME: standard output: REASON"
 // on standard error if not all of the output could be written (a full disk, a closed pipe; the

@@ -2,7 +2,7 @@
 # check-includes.sh: who includes whom. Every #include of the tree's own headers goes from a room (a
 # folder with one duty) to a room that the table below lets it see, and names that room. Prints the
 # arrows between rooms with their counts; what is wrong with file and line, and then fails. Refuses
-# code that is switched off by #if 0 and the like as well.
+# code that is switched off by #if 0 and the like as well, and CLI11 outside its one file.
 set -euo pipefail
 cd "${1:-$(dirname "$0")/..}"
 export LC_ALL=C
@@ -236,6 +236,10 @@ awk -v rooms="$(rooms)" -v table="$(table)" -v excuses="$(excused)" -v files="$(
         sub(/^[^<"]*[<"]/, "", name)
         sub(/[>"].*/, "", name)
         if (name ~ /(^|\/)\.\.?\//) { wrong("\"" name "\": an include names the room, not the way to it"); next }
+        if (name ~ /^CLI\// && FILENAME != "program/CommandLine.cpp") {
+            wrong("<" name "> takes the compiler seconds: command lines are described with program/CommandLine.h")
+            next
+        }
         path = meant(name, FILENAME)
         if (path == "") {
             if (name ~ /\// && (substr(name, 1, index(name, "/") - 1) in named)) wrong("\"" name "\": there is no such header")

@@ -2,10 +2,9 @@
 
 #include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <nlohmann/json.hpp>
-#include <sstream>
+#include <utility>
 #include <vector>
 
 #include "ctl/ControlCommands.h"
@@ -18,6 +17,7 @@
 #include "ctl/TableReport.h"
 #include "memory/BoardMemory.h"
 #include "memory/RegisterMap.h"
+#include "program/CommandLine.h"
 #include "program/Program.h"
 
 namespace ZceBoard {
@@ -29,6 +29,7 @@ constexpr int EXIT_REFUSED = ZceProgram::EXIT_NOT_DONE;
 constexpr int JSON_INDENT = 2;
 
 using Json = nlohmann::ordered_json;
+using ZceProgram::CArguments;
 
 struct Options {
     uint32_t bus = 0;
@@ -118,14 +119,13 @@ std::string FaultOff(CBoardMemory& memory, const Options& options) {
 class CCtl {
   public:
     CCtl() {
-        m_app.set_version_flag("--version", ZceProgram::VersionText(NAME),
-                               "Print the version, and end");
-        m_app.require_subcommand(1);
-        m_app.fallthrough();
-        m_app.add_option("--bus", m_options.bus, "Bus index of the board")
-            ->check(CLI::Range(0U, LAST_BUS))
-            ->capture_default_str();
-        m_app.add_flag("--json", m_options.bJson, "For programs: one JSON object");
+        m_app.Version(ZceProgram::VersionText(NAME));
+        m_app.RequireSubcommand();
+        m_app.OptionsAnywhere();
+        m_app.Option("--bus", m_options.bus, "Bus index of the board")
+            .Range(0U, LAST_BUS)
+            .ShowDefault();
+        m_app.Flag("--json", m_options.bJson, "For programs: one JSON object");
         DescribeLooks();
         DescribeClock();
         DescribeFaults();
@@ -133,14 +133,10 @@ class CCtl {
 
     CtlResult Run(int argc, const char* const* argv) {
         try {
-            m_app.parse(argc, argv);
-            return {0, Do(), ""};
-        } catch (const CLI::Success& help) {
-            std::ostringstream output;
-            m_app.exit(help, output, output);
-            return {0, output.str(), ""};
-        } catch (const CLI::ParseError& error) {
-            return Refused(UsageError(error));
+            const auto answer = m_app.Parse(argc, argv);
+            return {0, answer ? *answer : Do(), ""};
+        } catch (const ZceProgram::UsageError& error) {
+            return Refused(UsageText(error));
         } catch (const CCtlError& error) {
             return Refused(error.what());
         }
@@ -148,103 +144,92 @@ class CCtl {
 
   private:
     // Where in the command line, and what; an unknown command is told by what stands in its place.
-    std::string UsageError(const CLI::ParseError& error) {
-        std::string where;
-        const CLI::App* last = &m_app;
-        while (!last->get_subcommands().empty()) {
-            last = last->get_subcommands().front();
-            where.append(where.empty() ? "" : " ").append(last->get_name());
+    static std::string UsageText(const ZceProgram::UsageError& error) {
+        using Kind = ZceProgram::UsageError::Kind;
+        const std::string where =
+            error.chosen.empty() ? "" : fmt::format("{}: ", fmt::join(error.chosen, " "));
+        if (error.kind == Kind::Unexpected) {
+            return fmt::format("{}not expected: {}", where, fmt::join(error.unexpected, " "));
         }
-        where.append(where.empty() ? "" : ": ");
-        const std::vector<std::string> rest = m_app.remaining(true);
-        const auto isExit = [&error](CLI::ExitCodes code) {
-            return error.get_exit_code() == static_cast<int>(code);
-        };
-        if (isExit(CLI::ExitCodes::ExtrasError)) {
-            return fmt::format("{}not expected: {}", where, fmt::join(rest, " "));
-        }
-        std::vector<std::string> names;
-        for (const CLI::App* sub : last->get_subcommands(AnyApp)) {
-            names.push_back(sub->get_name());
-        }
-        if (names.empty() || !isExit(CLI::ExitCodes::RequiredError)) {
+        if (error.commands.empty() || error.kind != Kind::Missing) {
             return where + error.what();
         }
-        return fmt::format(
-            "{}{}; there are {}", where,
-            rest.empty() ? "a command is missing" : "no such command: '" + rest.front() + "'",
-            fmt::join(names, ", "));
+        return fmt::format("{}{}; there are {}", where,
+                           error.unexpected.empty()
+                               ? "a command is missing"
+                               : "no such command: '" + error.unexpected.front() + "'",
+                           fmt::join(error.commands, ", "));
     }
-
-    static bool AnyApp(const CLI::App* /*app*/) { return true; }
 
     static CtlResult Refused(const std::string& reason) {
         return {EXIT_REFUSED, "", "zce-board ctl: " + reason + "\n"};
     }
 
     std::string Do() const {
-        if (m_command == nullptr) {  // what kinds of faults there are is known without a board
+        const Command command = Chosen();
+        if (command == nullptr) {  // what kinds of faults there are is known without a board
             return m_options.bJson ? Dump(FaultKindsJson()) : FaultKindsText();
         }
         CBoardMemory memory;
         AttachBoard(memory, m_options.bus);
-        return m_command(memory, m_options);
+        return command(memory, m_options);
     }
 
-    CLI::App* Add(CLI::App& parent, const char* name, const char* text, Command command) {
-        CLI::App* sub = parent.add_subcommand(name, text);
-        sub->fallthrough();
-        sub->callback([this, command] { m_command = command; });
-        return sub;
+    // Which of the subcommands that do something; nothing for one that needs no board.
+    Command Chosen() const {
+        for (const auto& [sub, command] : m_commands) {
+            if (sub.IsChosen()) {
+                return command;
+            }
+        }
+        return nullptr;
+    }
+
+    CArguments Add(const CArguments& parent, const char* name, const char* text, Command command) {
+        return m_commands.emplace_back(parent.Subcommand(name, text), command).first;
     }
 
     void DescribeLooks() {
         Add(m_app, "status", "How the board stands", Status);
         Add(m_app, "registers", "Registers, by default all that have a name", Registers)
-            ->add_option("range", m_options.registers,
-                         "FIRST or FIRST-LAST, hexadecimal behind 0x or decimal");
-        CLI::App* tables = Add(m_app, "tables", "Which instrument goes to which channels", Tables);
-        CLI::Option* channel =
-            tables
-                ->add_option_function<uint32_t>(
-                    "--channel", [this](uint32_t value) { m_options.tables.channel = value; },
-                    "Only what goes to this channel")
-                ->check(CLI::Range(0U, static_cast<uint32_t>(CHANNELS - 1)));
-        tables
-            ->add_flag("--all", m_options.tables.bAll,
-                       "Also learnt instruments that go to no channel")
-            ->excludes(channel);
+            .Option("range", m_options.registers,
+                    "FIRST or FIRST-LAST, hexadecimal behind 0x or decimal");
+        const auto tables = Add(m_app, "tables", "Which instrument goes to which channels", Tables);
+        const auto channel =
+            tables.Option("--channel", m_options.tables.channel, "Only what goes to this channel")
+                .Range(0U, static_cast<uint32_t>(CHANNELS - 1));
+        tables.Flag("--all", m_options.tables.bAll, "Also learnt instruments that go to no channel")
+            .Excludes(channel);
         Add(m_app, "counters", "What was sent, dropped and parsed", Counters);
     }
 
     void DescribeClock() {
         Add(m_app, "advance", "Move the board's clock forward to a time of day", Advance)
-            ->add_option("time", m_options.moment, "[to] HH:MM:SS")
-            ->required();
+            .Option("time", m_options.moment, "[to] HH:MM:SS")
+            .Required();
         Add(m_app, "pause", "Let clock and traffic stand still", Pause);
         Add(m_app, "resume", "Let them go on", Resume);
         Add(m_app, "step", "Let some time pass while the board is paused", Step)
-            ->add_option("ms", m_options.step, "Milliseconds of board time")
-            ->capture_default_str();
+            .Option("ms", m_options.step, "Milliseconds of board time")
+            .ShowDefault();
     }
 
     void DescribeFaults() {
-        CLI::App* fault = m_app.add_subcommand("fault", "Things that are wrong with the board");
-        fault->fallthrough();
-        fault->require_subcommand(1);
-        Add(*fault, "list", "The faults that are on", Faults);
-        Add(*fault, "kinds", "What faults there are", nullptr);
-        CLI::App* on = Add(*fault, "on", "Switch a fault on", FaultOn);
-        on->add_option("kind", m_options.fault, "One of `fault kinds`")->required();
-        on->add_option("setting", m_options.settings, "key=value");
-        Add(*fault, "off", "Switch a fault off", FaultOff)
-            ->add_option("kind", m_options.fault, "One of `fault kinds`, or all")
-            ->required();
+        const auto fault = m_app.Subcommand("fault", "Things that are wrong with the board");
+        fault.RequireSubcommand();
+        Add(fault, "list", "The faults that are on", Faults);
+        Add(fault, "kinds", "What faults there are", nullptr);
+        const auto on = Add(fault, "on", "Switch a fault on", FaultOn);
+        on.Option("kind", m_options.fault, "One of `fault kinds`").Required();
+        on.Option("setting", m_options.settings, "key=value");
+        Add(fault, "off", "Switch a fault off", FaultOff)
+            .Option("kind", m_options.fault, "One of `fault kinds`, or all")
+            .Required();
     }
 
-    CLI::App m_app{"Looks at a running zce-board and asks it for things.", NAME};
+    ZceProgram::CCommandLine m_app{NAME, "Looks at a running zce-board and asks it for things."};
     Options m_options;
-    Command m_command = nullptr;
+    std::vector<std::pair<CArguments, Command>> m_commands;
 };
 
 }  // namespace

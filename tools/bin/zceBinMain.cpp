@@ -1,6 +1,5 @@
 #include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <iterator>
 #include <nlohmann/json.hpp>
@@ -9,6 +8,7 @@
 
 #include "Utils/calendar.h"
 #include "bin/BinLook.h"
+#include "program/CommandLine.h"
 #include "program/Moment.h"
 #include "program/Program.h"
 
@@ -73,19 +73,19 @@ std::string Json(const BinLook& look, const Question& question) {
 }
 
 int Main(int argc, const char* const* argv) {
-    CLI::App app{
+    const ZceProgram::CCommandLine app{
+        "zce-bin",
         "Shows an instrument cache file, and tells whether a start of the master would "
-        "believe it. Exit status 1 if it would not.",
-        "zce-bin"};
+        "believe it. Exit status 1 if it would not."};
     Question question;
     std::optional<std::string> at;
     bool bJson = false;
-    app.add_option("FILE", question.file, "The cache file; - for standard input")->required();
-    app.add_option("--at", at,
-                   "The moment at which the start reads it: HH:MM, HH:MM:SS, or a date before it, "
-                   "YYYY-MM-DDTHH:MM:SS; without it the host's clock says");
-    app.add_flag("--json", bJson, "The answer as JSON");
-    if (const auto status = ZceProgram::ReadCommandLine(app, argc, argv)) {
+    app.Option("FILE", question.file, "The cache file; - for standard input").Required();
+    app.Option("--at", at,
+               "The moment at which the start reads it: HH:MM, HH:MM:SS, or a date before it, "
+               "YYYY-MM-DDTHH:MM:SS; without it the host's clock says");
+    app.Flag("--json", bJson, "The answer as JSON");
+    if (const auto status = app.Read(argc, argv)) {
         return *status;
     }
     const std::optional<Moment> moment =

@@ -1,12 +1,12 @@
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <optional>
 #include <string>
 
 #include "check/Commands.h"
 #include "check/Report.h"
+#include "program/CommandLine.h"
 #include "program/Printable.h"
 #include "program/Program.h"
 #include "program/RegularFile.h"
@@ -31,20 +31,20 @@ int NotDone(const std::string& reason) {
     return ZceProgram::EXIT_NOT_DONE;
 }
 
-void AddOptions(CLI::App& app, Options& options) {
-    app.add_option("CONFIG", options.file, "The configuration file")->required();
-    auto* const source = app.add_option_group(
-        "Instruments", "What the rules are tried on; without one of these, nothing");
-    source->add_option("--instruments", options.instruments,
-                       "A file with one instrument a line, or \"index,type,name\"; -: standard "
-                       "input");
-    source->add_option("--bin", options.bin, "A cache file of the library");
-    source->add_option("--board", options.board, "The tables of the zce-board on this bus")
-        ->check(CLI::Range(0U, LAST_BUS));
-    source->require_option(0, 1);
-    app.add_flag("--json", options.bJson, "Print one JSON object");
-    app.add_flag("--log", options.bLog, "Print what the library logs, on standard error");
-    app.footer(
+void AddOptions(const ZceProgram::CArguments& app, Options& options) {
+    app.Option("CONFIG", options.file, "The configuration file").Required();
+    const auto source =
+        app.Group("Instruments", "What the rules are tried on; without one of these, nothing");
+    source.Option("--instruments", options.instruments,
+                  "A file with one instrument a line, or \"index,type,name\"; -: standard "
+                  "input");
+    source.Option("--bin", options.bin, "A cache file of the library");
+    source.Option("--board", options.board, "The tables of the zce-board on this bus")
+        .Range(0U, LAST_BUS);
+    source.RequireAtMostOneOption();
+    app.Flag("--json", options.bJson, "Print one JSON object");
+    app.Flag("--log", options.bLog, "Print what the library logs, on standard error");
+    app.Footer(
         "Exit status: 0 fine, 1 warnings, 2 errors and whatever could not be done.\n"
         "Other questions: zce-check --when, zce-check host, zce-check vendor; each with --help.");
 }
@@ -78,13 +78,13 @@ bool ReadNames(const Options& options, InstrumentNames& names, std::string& erro
 }  // namespace
 
 int ConfigMain(int argc, const char* const* argv) {
-    CLI::App app{
+    const ZceProgram::CCommandLine app{
+        "zce-check",
         "Says what a configuration file of the library will do, before the session: what each "
-        "channel gets, how the feeds are set up, and what is wrong with it.",
-        "zce-check"};
+        "channel gets, how the feeds are set up, and what is wrong with it."};
     Options options;
     AddOptions(app, options);
-    if (const auto status = ZceProgram::ReadCommandLine(app, argc, argv)) {
+    if (const auto status = app.Read(argc, argv)) {
         return *status;
     }
     std::string text;

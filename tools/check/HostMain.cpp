@@ -1,6 +1,5 @@
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <memory>
 #include <optional>
@@ -10,6 +9,7 @@
 #include "DataType/ZceIniGuard.h"
 #include "check/Commands.h"
 #include "check/HostChecks.h"
+#include "program/CommandLine.h"
 #include "program/Program.h"
 #include "program/RegularFile.h"
 
@@ -38,21 +38,19 @@ ZceMachine::CpuCore LoadCpuCore(const std::string& path) {
 }  // namespace
 
 int HostMain(int argc, const char* const* argv) {
-    CLI::App app{
+    const ZceProgram::CCommandLine app{
+        "zce-check host",
         "Tells whether this machine is fit for a receiving process. Exit status 1 if there "
-        "are warnings, 2 if there are errors.",
-        "zce-check host"};
+        "are warnings, 2 if there are errors."};
     ZceMachine::HostPlaces places;
     std::optional<std::string> config;
     bool bLab = false;
     bool bJson = false;
-    app.add_option("--config", config,
-                   "The configuration of the process: its cpucore is looked at");
-    app.add_option("--dir", places.work, "The directory that the master is started in")
-        ->capture_default_str();
-    app.add_flag("--lab", bLab, "The software board is used: no card and no driver is needed");
-    app.add_flag("--json", bJson, "The answer as JSON");
-    if (const auto status = ZceProgram::ReadCommandLine(app, argc, argv)) {
+    app.Option("--config", config, "The configuration of the process: its cpucore is looked at");
+    app.Option("--dir", places.work, "The directory that the master is started in").ShowDefault();
+    app.Flag("--lab", bLab, "The software board is used: no card and no driver is needed");
+    app.Flag("--json", bJson, "The answer as JSON");
+    if (const auto status = app.Read(argc, argv)) {
         return *status;
     }
     ZceMachine::CpuCore core;

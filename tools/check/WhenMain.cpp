@@ -1,6 +1,5 @@
 #include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -14,6 +13,7 @@
 #include "check/Commands.h"
 #include "check/WhenDay.h"
 #include "check/WhenStart.h"
+#include "program/CommandLine.h"
 #include "program/Moment.h"
 #include "program/Program.h"
 
@@ -198,36 +198,36 @@ void PrintJson(const Answer& answer, const WhenOptions& options) {
     fmt::print("{}\n", json.dump(2));
 }
 
-void AddOptions(CLI::App& app, WhenOptions& options) {
-    app.add_flag("--when", options.bWhen, "What a start of the master does at a moment of the day")
-        ->required();
-    app.add_option("--at", options.at,
-                   "The moment at which it is called: HH:MM, HH:MM:SS, or a date before it, "
-                   "YYYY-MM-DDTHH:MM:SS; without it the host's clock says");
-    app.add_option("--board", options.board,
-                   "How the start finds the board; without it all four are told")
-        ->check(CLI::IsMember({"other-day", "idle", "moving", "still"}));
-    app.add_option("--round", options.round,
-                   "Seconds that the exchange takes to send its whole list once")
-        ->check(CLI::Range(1U, MAX_ROUND))
-        ->capture_default_str();
-    auto* const day = app.add_flag("--day", options.bDay, "A picture of the day as well");
-    auto* const table =
-        app.add_flag("--table", options.bTable, "The day as a table in Markdown, and nothing else");
-    auto* const json = app.add_flag("--json", options.bJson, "The answer as JSON");
-    table->excludes(day)->excludes(json);
+void AddOptions(const ZceProgram::CArguments& app, WhenOptions& options) {
+    app.Flag("--when", options.bWhen, "What a start of the master does at a moment of the day")
+        .Required();
+    app.Option("--at", options.at,
+               "The moment at which it is called: HH:MM, HH:MM:SS, or a date before it, "
+               "YYYY-MM-DDTHH:MM:SS; without it the host's clock says");
+    app.Option("--board", options.board,
+               "How the start finds the board; without it all four are told")
+        .OneOf({"other-day", "idle", "moving", "still"});
+    app.Option("--round", options.round,
+               "Seconds that the exchange takes to send its whole list once")
+        .Range(1U, MAX_ROUND)
+        .ShowDefault();
+    const auto day = app.Flag("--day", options.bDay, "A picture of the day as well");
+    const auto table =
+        app.Flag("--table", options.bTable, "The day as a table in Markdown, and nothing else");
+    const auto json = app.Flag("--json", options.bJson, "The answer as JSON");
+    table.Excludes(day).Excludes(json);
 }
 
 }  // namespace
 
 int WhenMain(int argc, const char* const* argv) {
     WhenOptions options;
-    CLI::App app{
+    const ZceProgram::CCommandLine app{
+        "zce-check",
         "Tells what a start of the master does at a moment of the day. Exit status 3 if "
-        "it is too late for it.",
-        "zce-check"};
+        "it is too late for it."};
     AddOptions(app, options);
-    if (const std::optional<int> status = ZceProgram::ReadCommandLine(app, argc, argv)) {
+    if (const std::optional<int> status = app.Read(argc, argv)) {
         return *status;
     }
     if (options.bTable) {

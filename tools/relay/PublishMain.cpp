@@ -1,6 +1,5 @@
 #include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <chrono>
 #include <cstdio>
 #include <optional>
@@ -9,6 +8,7 @@
 #include <vector>
 
 #include "IVelaZceMdApi.h"
+#include "program/CommandLine.h"
 #include "program/Program.h"
 #include "relay-tool/Commands.h"
 #include "relay-tool/Ending.h"
@@ -40,42 +40,42 @@ struct Words {
     bool bQuiet = false;
 };
 
-void Describe(CLI::App& app, Words& words) {
-    app.add_option("CONFIG", words.config, "The INI file of the library: which board and channel")
-        ->required();
+void Describe(const ZceProgram::CArguments& app, Words& words) {
+    app.Option("CONFIG", words.config, "The INI file of the library: which board and channel")
+        .Required();
     AddServerOptions(app, words.server);
-    auto* stream = app.add_option("--stream", words.stream,
-                                  "JetStream's stream that keeps the messages for those who come "
-                                  "late; it is made if it is not there");
-    app.add_option("--stream-hours", words.streamHours,
-                   "How long a stream that is made keeps a message; 0: for good")
-        ->needs(stream)
-        ->check(CLI::Range(0U, MOST_HOURS))
-        ->capture_default_str();
-    app.add_option("--stream-mib", words.streamMib,
-                   "How many MiB it keeps, the oldest messages going first; 0: all")
-        ->needs(stream)
-        ->capture_default_str();
-    app.add_option("--instruments", words.instruments,
-                   "The cache file of the board's master, whose list is published. Without: bin in "
-                   "the working directory if CONFIG is the master's, else none");
-    app.add_option("--body-size", words.bodySizes,
-                   "TYPE=BYTES, for each of the types 17 to 20: the bodies of a board that is not "
-                   "the software board");
-    app.add_option("--ring", words.ringMib,
-                   "MiB for messages that are not published yet: what a server that is away may "
-                   "cost")
-        ->check(CLI::Range(1U, 4096U))
-        ->capture_default_str();
-    app.add_option("--nap", words.napUs,
-                   "Microseconds that the polling thread rests after a poll that found nothing; 0: "
-                   "it takes a whole processor")
-        ->check(CLI::Range(0U, 1'000'000U))
-        ->capture_default_str();
-    app.add_option("--rest", words.restUs, "The same of the publishing thread, for an empty ring")
-        ->check(CLI::Range(0U, 1'000'000U))
-        ->capture_default_str();
-    app.add_flag("--quiet", words.bQuiet, "No status line each second");
+    const auto stream = app.Option("--stream", words.stream,
+                                   "JetStream's stream that keeps the messages for those who come "
+                                   "late; it is made if it is not there");
+    app.Option("--stream-hours", words.streamHours,
+               "How long a stream that is made keeps a message; 0: for good")
+        .Needs(stream)
+        .Range(0U, MOST_HOURS)
+        .ShowDefault();
+    app.Option("--stream-mib", words.streamMib,
+               "How many MiB it keeps, the oldest messages going first; 0: all")
+        .Needs(stream)
+        .ShowDefault();
+    app.Option("--instruments", words.instruments,
+               "The cache file of the board's master, whose list is published. Without: bin in "
+               "the working directory if CONFIG is the master's, else none");
+    app.Option("--body-size", words.bodySizes,
+               "TYPE=BYTES, for each of the types 17 to 20: the bodies of a board that is not "
+               "the software board");
+    app.Option("--ring", words.ringMib,
+               "MiB for messages that are not published yet: what a server that is away may "
+               "cost")
+        .Range(1U, 4096U)
+        .ShowDefault();
+    app.Option("--nap", words.napUs,
+               "Microseconds that the polling thread rests after a poll that found nothing; 0: "
+               "it takes a whole processor")
+        .Range(0U, 1'000'000U)
+        .ShowDefault();
+    app.Option("--rest", words.restUs, "The same of the publishing thread, for an empty ring")
+        .Range(0U, 1'000'000U)
+        .ShowDefault();
+    app.Flag("--quiet", words.bQuiet, "No status line each second");
 }
 
 void Poll(IVelaZceMdApi& api, uint32_t napUs) {
@@ -95,10 +95,11 @@ void Poll(IVelaZceMdApi& api, uint32_t napUs) {
 }  // namespace
 
 int PublishMain(int argc, const char* const* argv) {
-    CLI::App app{"Publishes one channel's messages through a NATS server.", "zce-relay publish"};
+    const ZceProgram::CCommandLine app{"zce-relay publish",
+                                       "Publishes one channel's messages through a NATS server."};
     Words words;
     Describe(app, words);
-    if (const auto status = ZceProgram::ReadCommandLine(app, argc, argv)) {
+    if (const auto status = app.Read(argc, argv)) {
         return *status;
     }
     std::string error;

@@ -3,11 +3,8 @@
 #include <optional>
 #include <string>
 
+#include "program/CommandLine.h"
 #include "relay/Settings.h"
-
-namespace CLI {
-class App;
-}
 
 namespace ZceRelay {
 
@@ -17,7 +14,7 @@ struct ServerOptions {
     std::string settingsFile;
 };
 
-void AddServerOptions(CLI::App& app, ServerOptions& options);
+void AddServerOptions(const ZceProgram::CArguments& app, ServerOptions& options);
 // What they and the file say together; false with the reason.
 bool SettingsOf(const ServerOptions& options, Settings& settings, std::string& error);
 

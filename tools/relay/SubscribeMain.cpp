@@ -1,12 +1,12 @@
 #include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <chrono>
 #include <cstdio>
 #include <ctime>
 #include <optional>
 #include <string>
 
+#include "program/CommandLine.h"
 #include "program/Moment.h"
 #include "program/Program.h"
 #include "relay-tool/Commands.h"
@@ -33,26 +33,26 @@ struct Words {
     bool bQuiet = false;
 };
 
-void Describe(CLI::App& app, Words& words) {
+void Describe(const ZceProgram::CArguments& app, Words& words) {
     AddServerOptions(app, words.server);
-    app.add_option("--bus", words.bus, "The messages of this bus alone");
-    auto* stream = app.add_option("--stream", words.stream,
-                                  "JetStream's stream: nothing is missed that it still has, also "
-                                  "while the server was away");
-    auto* fromStart =
-        app.add_flag("--from-start", words.bFromStart, "All that the stream has")->needs(stream);
-    app.add_option("--since", words.since,
-                   "What the stream has since a time of this machine's clock: HH:MM[:SS], or a "
-                   "date, YYYY-MM-DD, with a blank in front of it")
-        ->needs(stream)
-        ->excludes(fromStart);
-    auto* what = app.add_option_group("output", "one of");
-    what->add_option("--capture", words.capture,
-                     "Write a capture, which zce-board --replay and Wireshark read");
-    what->add_flag("--check", words.bCheck, "Look only whether anything is missing");
-    what->require_option(1);
-    app.add_option("--seconds", words.seconds, "End after so many; 0: at a signal");
-    app.add_flag("--quiet", words.bQuiet, "No status line each second");
+    app.Option("--bus", words.bus, "The messages of this bus alone");
+    const auto stream = app.Option("--stream", words.stream,
+                                   "JetStream's stream: nothing is missed that it still has, also "
+                                   "while the server was away");
+    const auto fromStart =
+        app.Flag("--from-start", words.bFromStart, "All that the stream has").Needs(stream);
+    app.Option("--since", words.since,
+               "What the stream has since a time of this machine's clock: HH:MM[:SS], or a "
+               "date, YYYY-MM-DD, with a blank in front of it")
+        .Needs(stream)
+        .Excludes(fromStart);
+    const auto what = app.Group("output", "one of");
+    what.Option("--capture", words.capture,
+                "Write a capture, which zce-board --replay and Wireshark read");
+    what.Flag("--check", words.bCheck, "Look only whether anything is missing");
+    what.RequireOneOption();
+    app.Option("--seconds", words.seconds, "End after so many; 0: at a signal");
+    app.Flag("--quiet", words.bQuiet, "No status line each second");
 }
 
 // Ns since the epoch of a local time; nothing if the text is none.
@@ -106,11 +106,12 @@ bool Receive(CSubscriber& subscriber, CReceived& received, const Words& words, s
 }  // namespace
 
 int SubscribeMain(int argc, const char* const* argv) {
-    CLI::App app{"Receives what zce-relay publish publishes, and tells what is missing.",
-                 "zce-relay subscribe"};
+    const ZceProgram::CCommandLine app{
+        "zce-relay subscribe",
+        "Receives what zce-relay publish publishes, and tells what is missing."};
     Words words;
     Describe(app, words);
-    if (const auto status = ZceProgram::ReadCommandLine(app, argc, argv)) {
+    if (const auto status = app.Read(argc, argv)) {
         return *status;
     }
     std::string error;

@@ -1,7 +1,7 @@
-#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <string_view>
 
+#include "program/CommandLine.h"
 #include "program/Program.h"
 #include "relay-tool/Commands.h"
 
@@ -17,14 +17,15 @@ int Main(int argc, const char* const* argv) {
     if (command == "subscribe") {
         return ZceRelay::SubscribeMain(argc - 1, argv + 1);
     }
-    CLI::App app{"Takes a board's messages to other machines, through a NATS server.", "zce-relay"};
-    app.footer(
+    const ZceProgram::CCommandLine app{
+        "zce-relay", "Takes a board's messages to other machines, through a NATS server."};
+    app.Footer(
         "zce-relay publish CONFIG ...    receives a channel and publishes its messages\n"
         "zce-relay subscribe ...         writes what is published into a capture, or checks it\n"
         "zce-board --relay nats://...    plays it to the applications of another machine\n"
         "\n"
         "Each command has its own --help. Manual page: zce-relay(1).");
-    if (const auto status = ZceProgram::ReadCommandLine(app, argc, argv)) {
+    if (const auto status = app.Read(argc, argv)) {
         return *status;
     }
     fputs("zce-relay: a command is missing: publish or subscribe; see zce-relay --help\n", stderr);

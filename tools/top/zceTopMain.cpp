@@ -1,10 +1,10 @@
-#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <cstdlib>
 #include <optional>
 #include <string>
 
 #include "ctl/CtlBoard.h"
+#include "program/CommandLine.h"
 #include "program/Program.h"
 #include "top/TopMonitor.h"
 #include "top/TopWatchMonitor.h"
@@ -37,34 +37,34 @@ bool Run(const ZceBoard::TopOptions& options, const std::optional<std::string>& 
 
 int Main(int argc, const char* const* argv) {
     ZceBoard::TopOptions options;
-    CLI::App app{
+    const ZceProgram::CCommandLine app{
+        "zce-top",
         "Watches a zce-board, or watched applications: on one screen, or as text if standard "
-        "output is no terminal to draw on.",
-        "zce-top"};
-    auto* const bus = app.add_option("--bus", options.bus, "Bus index of the board")
-                          ->check(CLI::Range(0U, ZceBoard::LAST_BUS))
-                          ->capture_default_str();
-    app.add_option("--interval", options.interval, "Seconds of real time from look to look")
-        ->check(CLI::Range(MIN_INTERVAL, MAX_INTERVAL))
-        ->capture_default_str();
-    app.add_flag("--once", options.bOnce, "Print one report as text, and end");
-    auto* const wait =
-        app.add_flag("--wait", options.bWait,
-                     "Wait for a board if there is none, also when the one that is watched goes");
+        "output is no terminal to draw on."};
+    const auto bus = app.Option("--bus", options.bus, "Bus index of the board")
+                         .Range(0U, ZceBoard::LAST_BUS)
+                         .ShowDefault();
+    app.Option("--interval", options.interval, "Seconds of real time from look to look")
+        .Range(MIN_INTERVAL, MAX_INTERVAL)
+        .ShowDefault();
+    app.Flag("--once", options.bOnce, "Print one report as text, and end");
+    const auto wait =
+        app.Flag("--wait", options.bWait,
+                 "Wait for a board if there is none, also when the one that is watched goes");
     std::string directory;
-    const auto* const watch =
-        app.add_option(
-               "--watch", directory,
-               "No board, but the applications that run with libzce-watch.so: the directory "
-               "of their pages, if not named ZCE_WATCH's or /run/zce")
-            ->type_name("DIR")
-            ->expected(0, 1)
-            ->excludes(bus, wait);
-    if (const auto status = ZceProgram::ReadCommandLine(app, argc, argv)) {
+    const auto watch =
+        app.Option("--watch", directory,
+                   "No board, but the applications that run with libzce-watch.so: the directory "
+                   "of their pages, if not named ZCE_WATCH's or /run/zce")
+            .ValueName("DIR")
+            .ValueOptional()
+            .Excludes(bus)
+            .Excludes(wait);
+    if (const auto status = app.Read(argc, argv)) {
         return *status;
     }
     std::string reason;
-    if (!Run(options, watch->count() != 0 ? std::optional(directory) : std::nullopt, reason)) {
+    if (!Run(options, watch.IsGiven() ? std::optional(directory) : std::nullopt, reason)) {
         fprintf(stderr, "zce-top: %s\n", reason.c_str());
         return ZceProgram::EXIT_NOT_DONE;
     }

@@ -1,12 +1,12 @@
 #include <fmt/format.h>
 #include <signal.h>  // NOLINT(modernize-deprecated-headers): sigtimedwait()
 
-#include <CLI/CLI.hpp>
 #include <cerrno>
 #include <cstdio>
 #include <ctime>
 #include <string>
 
+#include "program/CommandLine.h"
 #include "program/Printable.h"
 #include "program/Program.h"
 #include "watch/Ticks.h"
@@ -114,41 +114,39 @@ int List(const Options& options) {
                                    pages.refused.empty() ? 0 : EXIT_PAGE_REFUSED);
 }
 
-void AddDirectory(CLI::App& app, Options& options) {
-    app.add_option("--directory", options.directory, "Where the pages are")
-        ->envname("ZCE_WATCH")
-        ->capture_default_str();
+void AddDirectory(const ZceProgram::CArguments& app, Options& options) {
+    app.Option("--directory", options.directory, "Where the pages are")
+        .Environment("ZCE_WATCH")
+        .ShowDefault();
 }
 
 int Main(int argc, const char* const* argv) {
     Options options;
-    CLI::App app{
-        "Tells what libzce-watch.so has counted in the processes that were started with it.",
-        "zce-watch"};
-    app.require_subcommand(1);
-    CLI::App* const exporting = app.add_subcommand(
+    const ZceProgram::CCommandLine app{
+        "zce-watch",
+        "Tells what libzce-watch.so has counted in the processes that were started with it."};
+    app.RequireSubcommand();
+    const auto exporting = app.Subcommand(
         "export", "Writes it for Prometheus, as the node exporter's textfile collector reads it");
-    AddDirectory(*exporting, options);
-    CLI::Option* const output = exporting->add_option(
-        "--output", options.output,
-        "File to replace, *.prom for the node exporter; else standard output");
+    AddDirectory(exporting, options);
+    const auto output =
+        exporting.Option("--output", options.output,
+                         "File to replace, *.prom for the node exporter; else standard output");
     exporting
-        ->add_option("--every", options.every,
-                     "Write again after so many seconds, until SIGINT or SIGTERM")
-        ->check(CLI::Range(MIN_EVERY, MAX_EVERY))
-        ->needs(output);
+        .Option("--every", options.every,
+                "Write again after so many seconds, until SIGINT or SIGTERM")
+        .Range(MIN_EVERY, MAX_EVERY)
+        .Needs(output);
     exporting
-        ->add_option("--forget", options.forgetDays,
-                     "Days for which a process is told that is gone")
-        ->check(CLI::Range(0.0, MAX_FORGET))
-        ->capture_default_str();
-    CLI::App* const listing =
-        app.add_subcommand("list", "Prints the watched channels, a line each");
-    AddDirectory(*listing, options);
-    if (const auto status = ZceProgram::ReadCommandLine(app, argc, argv)) {
+        .Option("--forget", options.forgetDays, "Days for which a process is told that is gone")
+        .Range(0.0, MAX_FORGET)
+        .ShowDefault();
+    const auto listing = app.Subcommand("list", "Prints the watched channels, a line each");
+    AddDirectory(listing, options);
+    if (const auto status = app.Read(argc, argv)) {
         return *status;
     }
-    if (listing->parsed()) {
+    if (listing.IsChosen()) {
         return List(options);
     }
     if (options.every > 0) {
