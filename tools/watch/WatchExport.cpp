@@ -38,8 +38,8 @@ std::string SecondsOf(uint64_t ns) {
 
 // A sign within the digits of a page that is damaged would cost the whole file as well.
 std::string Seconds(int64_t ns) {
-    return ns < 0 ? "-" + SecondsOf(uint64_t{0} - static_cast<uint64_t>(ns))
-                  : SecondsOf(static_cast<uint64_t>(ns));
+    return (ns < 0 ? "-" : "") +
+           SecondsOf(ns < 0 ? uint64_t{0} - static_cast<uint64_t>(ns) : static_cast<uint64_t>(ns));
 }
 
 // A channel that is told: its labels, and where it stands.
