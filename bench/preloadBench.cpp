@@ -1,6 +1,7 @@
 // What the libraries that are loaded in front of the vendor's (LD_PRELOAD) cost the polling thread:
 // a delivered message and an idle poll through VelaRecv in a process with one, and in a process
-// without. The recorder, libzce-record.so, and the watch, libzce-watch.so.
+// without. The recorder, libzce-record.so, and the watch, libzce-watch.so; beside them a library
+// that only passes the poll on, the least that any such library costs.
 //
 // The processes are this program once more. All stay; stretches of polls take turns on one
 // processor, and the recorder's own thread runs on another one. In the end the capture must have
@@ -141,7 +142,7 @@ int PollForParent(int questions, int answers, int cpu) {
 
 Cpus g_cpus{};
 
-// A library in front of the vendor's, and the variable of its file.
+// A library in front of the vendor's, and the variable of its file, if it has one.
 struct Preload {
     const char* library;
     const char* variable;
@@ -204,6 +205,8 @@ class CPollingProcess {
         Pin(g_cpus.board);
         if (preload != nullptr) {
             setenv("LD_PRELOAD", preload->library, 1);
+        }
+        if (preload != nullptr && preload->variable != nullptr) {
             setenv(preload->variable, preload->value.c_str(), 1);
         }
         execl("/proc/self/exe", "preload_bench", childOption, std::to_string(questions).c_str(),
@@ -219,9 +222,10 @@ class CPollingProcess {
 
 std::string g_folder;
 CPollingProcess* g_without = nullptr;
+CPollingProcess* g_passOn = nullptr;
 CPollingProcess* g_recorder = nullptr;
 CPollingProcess* g_watch = nullptr;
-std::uint64_t g_ulMessages = 0;  // that each of the two has polled
+std::uint64_t g_ulMessages = 0;  // that each of them has polled
 
 // One reading of the clock that the watch reads, in ns.
 double TimeReadings() {
@@ -235,8 +239,10 @@ double TimeReadings() {
 
 void Compare(benchmark::State& state) {
     const int stretches = IsSmokeRun() ? 2 : 40;
-    const std::map<std::string, CPollingProcess*> all = {
-        {"without", g_without}, {"recorder", g_recorder}, {"watch", g_watch}};
+    const std::map<std::string, CPollingProcess*> all = {{"without", g_without},
+                                                         {"pass-on", g_passOn},
+                                                         {"recorder", g_recorder},
+                                                         {"watch", g_watch}};
     while (state.KeepRunning()) {
         std::map<std::string, double> ns;
         for (int k = 0; k < stretches; ++k) {
@@ -255,7 +261,7 @@ void Compare(benchmark::State& state) {
             state.counters[name] = value;
         }
         for (const std::string what : {"message ", "idle "}) {
-            for (const std::string library : {"recorder", "watch"}) {
+            for (const std::string library : {"pass-on", "recorder", "watch"}) {
                 state.counters[what + library + " more"] =
                     ns[what + library] - ns[what + "without"];
             }
@@ -338,6 +344,9 @@ void Print(const CMedians& medians) {
                          medians.Counter("preload", "idle " + bounds.library + " more"),
                          bounds.idle);
     }
+    for (const std::string what : {"message", "idle"}) {
+        PrintRatio("pass-on-" + what + "-ns", medians.Counter("preload", what + " pass-on more"));
+    }
     PrintRatio("recorder-clock-alone-ns", medians.Counter("preload", "clock more"));
     PrintRatio("watch-clock-alone-ns", medians.Counter("preload", "reading"));
 }
@@ -347,16 +356,20 @@ void RunParent() {
     MakeFolder();
     const Preload recorder{VELAZCE_RECORDER, "ZCE_RECORD", g_folder + "/capture.pcap"};
     const Preload watch{VELAZCE_WATCH, "ZCE_WATCH", g_folder + "/watch"};
+    const Preload passOn{.library = VELAZCE_PASS_ON, .variable = nullptr, .value = ""};
     CPollingProcess without(nullptr);
+    CPollingProcess passingOn(&passOn);
     CPollingProcess recorded(&recorder);
     CPollingProcess watched(&watch);
     g_without = &without;
+    g_passOn = &passingOn;
     g_recorder = &recorded;
     g_watch = &watched;
     Register("preload", Compare);
     CMedians medians;
     RunAll(medians);
     without.End();
+    passingOn.End();
     recorded.End();
     watched.End();
     CheckCapture(recorder.value);

@@ -50,6 +50,8 @@ ROWS = [
     (r"watch-message-ns", "the watch on: a message, above", "without it", " ns"),
     (r"watch-idle-ns", "the watch on: an idle poll, above", "without it", " ns"),
     (r"watch-clock-alone-ns", "of which, once in up to 128 polls, a reading of the processor's counter", "without it", " ns"),
+    (r"pass-on-message-ns", "a library in front that only passes the poll on: a message, above", "without it", " ns"),
+    (r"pass-on-idle-ns", "the same: an idle poll, above", "without it", " ns"),
     (r"capture-export-(L\d)-zstd", r"`zce-capture export --csv`, \1, compressed capture", "a processor's second", " million messages"),
     (r"capture-export-(L\d)", r"`zce-capture export --csv`, \1", "a processor's second", " million messages"),
 ]
